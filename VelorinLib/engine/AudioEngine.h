@@ -1,0 +1,153 @@
+// Turns a Track into sound: the face over the parts of the playback engine.
+//
+// The engine owns the open decoder, the ring, the fill thread, the output unit and the effect
+// chain. It knows nothing of queues or playlists: a controller tells it what to play, and it
+// answers with the events of records/Events.h, all posted on the main thread.
+//
+// Threads: transport and settings are called on one serial queue of the controller, labelled
+// "com.velorin.engine" (or on the main thread by media keys); the lifecycle lock inside keeps
+// them apart. What says "any thread" may be called from anywhere but the render thread.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/decoders/FillThreadDecoder.h"
+#include "platform/audio/AudioTypes.h"
+#include "platform/audio/StreamFormat.h"
+#include "records/PlaybackTypes.h"
+#include "records/Track.h"
+
+namespace velorin {
+
+class AudioHardware;
+class EventBus;
+class Preferences;
+class DSPChain;
+class SpectrumCaptureRing;
+
+/// An output device as listed.
+struct AudioDevice {
+  AudioDeviceID id = kNoDevice;
+  std::string name;
+  std::string uid;
+  /// Lower bound of each nominal rate range in Hz, in the device's order.
+  std::vector<double> sampleRates;
+  bool isOutput = true;
+};
+
+/// The road of the playing sound from file to device, each value read where it is true.
+struct PlaybackFacts {
+  StreamFormat fileFormat;
+  StreamFormat clientFormat;  ///< what the ring holds and the unit delivers
+  int sourceBitDepth = 0;
+  std::optional<DecoderInfo> decoder;
+  double resampledFrom = 0;  ///< Hz before our resampler, 0 without one
+  double resampledTo = 0;
+  bool isIntegerOutput = false;
+  bool deviceRateVerified = false;
+  bool softwareVolumeActive = false;
+  bool effectsActive = false;
+  std::string deviceName;
+  OutputReport output;
+};
+
+/// The verdict on a path, and why. Nothing is called bit-perfect that was not read back.
+struct PathVerdict {
+  bool bitPerfect = false;
+  std::string reason;  ///< e.g. "volume below 100 %", empty when bit-perfect
+};
+PathVerdict judge(const PlaybackFacts& facts);
+
+class AudioEngine {
+ public:
+  /// All three must outlive the engine. Reads its start-up values from the preferences and picks
+  /// the device: the saved one, else the system default.
+  AudioEngine(AudioHardware& hardware, Preferences& preferences, EventBus& bus);
+
+  /// Stops. Not from a handler of one of its own events.
+  ~AudioEngine();
+  AudioEngine(const AudioEngine&) = delete;
+  AudioEngine& operator=(const AudioEngine&) = delete;
+
+  // --- Transport (engine queue). Times are seconds in the track. ---
+
+  /// Starts the track at the time, or at its start (for a CUE track at its cueStartTime). Blocks
+  /// until the sound started or could not: then the engine is stopped and has said why in the log
+  /// and, for a file that cannot be opened, with PlaybackFileUnavailable.
+  void play(const Track& track, std::optional<double> startTime = std::nullopt);
+  /// Releases everything. Never blocks on a slow file.
+  void stop();
+  void pause();
+  void resume();
+  /// From stopped: plays lastTrack() again. From playing: pauses. From paused: resumes.
+  void togglePlayPause();
+  /// Returns at once; the fill thread does the rest. Ignored while no file is open. A time past
+  /// the end goes to the end.
+  void seek(double time);
+
+  // --- What is going on (any thread) ---
+
+  PlaybackState state() const;
+  /// Seconds into the track as the listener hears it: what the device still holds is not counted.
+  double currentPosition() const;
+  /// Seconds of the playing track or of its CUE range; 0 when the file does not tell.
+  double duration() const;
+  std::optional<Track> currentTrack() const;
+  /// The track before the last stop.
+  std::optional<Track> lastTrack() const;
+  int sourceBitDepth() const;
+  StreamFormat fileFormat() const;
+  StreamFormat clientFormat() const;
+  std::optional<DecoderInfo> decoderInfo() const;
+  bool isIntegerOutput() const;
+  PlaybackFacts facts() const;
+  /// Incremented by every stop().
+  int playGeneration() const;
+
+  /// For a device without a clock of its own: true when the next `frames` frames can be rendered
+  /// without a gap, or when the stream has ended. Lock-free; any thread, also the render thread.
+  bool canRender(std::uint32_t frames) const noexcept;
+
+  // --- Settings (engine queue). Those of format and rate take effect at the next play(). ---
+
+  float volume() const;
+  void setVolume(float linear);  ///< software gain, 0 to 1; NaN is ignored
+  VolumeMode volumeMode() const;
+  void setVolumeMode(VolumeMode mode);
+  bool integerMode() const;
+  void setIntegerMode(bool on);
+  bool exclusiveMode() const;
+  /// Takes or gives back exclusive access at once.
+  void setExclusiveMode(bool on);
+  SampleRateStrategy sampleRateStrategy() const;
+  void setSampleRateStrategy(SampleRateStrategy strategy);
+  void setResamplingMultiplier(int multiplier);  ///< below 2 becomes 2
+  void setFixedSampleRate(double rate);          ///< Hz
+  void setForceHighSampleRate(bool on);
+  /// Real-time scheduling of the fill thread; takes effect at once.
+  void setLowLatencyMode(bool on);
+
+  // --- Devices (any thread) ---
+
+  std::vector<AudioDevice> enumerateOutputDevices() const;
+  AudioDeviceID currentDevice() const;
+  bool holdsDeviceExclusively() const;
+  /// Uses the device from now on; what plays goes on there at the same position.
+  void selectOutputDevice(AudioDeviceID device);
+
+  // --- Parts that others use ---
+
+  DSPChain& dspChain();
+  SpectrumCaptureRing& spectrumCaptureRing();
+  void setSpectrumCaptureEnabled(bool on);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> _impl;
+};
+
+}  // namespace velorin
