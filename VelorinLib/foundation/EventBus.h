@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <memory>
+#include <type_traits>
 #include <typeindex>
 #include <utility>
 
@@ -49,26 +50,32 @@ class EventBus {
     });
   }
 
-  /// Any thread but the render thread.
+  /// Any thread but the render thread. An exception that leaves a handler is logged and keeps
+  /// no other handler from its event.
   template <class Event>
   void post(Event event) {
-    auto shared = std::make_shared<const Event>(std::move(event));
-    const void* raw = shared.get();
-    postAny(typeid(Event), std::shared_ptr<const void>(std::move(shared), raw));
+    postAny(typeid(Event), share(std::move(event)));
   }
 
-  /// Posts on the main thread: in place when already there, else queued.
+  /// Posts on the main thread: in place when already there, else queued. A post that is queued
+  /// when the bus dies is dropped.
   template <class Event>
   void postOnMain(Event event) {
-    onMain([this, event = std::move(event)]() mutable { post(std::move(event)); });
+    postAnyOnMain(typeid(Event), share(std::move(event)));
   }
 
  private:
   using AnyHandler = std::function<void(const void*)>;
+  using AnyEvent = std::shared_ptr<const void>;
+
+  template <class Event>
+  static AnyEvent share(Event&& event) {
+    return std::make_shared<const std::decay_t<Event>>(std::forward<Event>(event));
+  }
+
   Subscription subscribeAny(std::type_index type, Delivery delivery, AnyHandler handler);
-  void postAny(std::type_index type, std::shared_ptr<const void> event);
-  /// Runs the task on the main thread, unless the bus is gone by then.
-  void onMain(std::function<void()> task);
+  void postAny(std::type_index type, AnyEvent event);
+  void postAnyOnMain(std::type_index type, AnyEvent event);
 
   struct Impl;
   std::shared_ptr<Impl> _impl;

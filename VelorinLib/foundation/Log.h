@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -39,7 +40,8 @@ void line(fmt::format_string<Args...> format, Args&&... args) {
 }
 
 /// Replaces the default sink, e.g. for a terminal that redraws a status line around each log
-/// line. An empty function restores the default. Called on the writer's thread, one at a time.
+/// line. An empty function restores the default. Called on the writer's thread, one at a time;
+/// a line that is written inside a sink goes to stderr.
 void setSink(std::function<void(Level, std::string_view)> sink);
 
 /// Collects every line of every thread while it lives, and keeps them off the default sink.

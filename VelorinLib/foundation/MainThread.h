@@ -36,6 +36,9 @@ class MainThread {
   /// Queues a task to run no earlier than after the delay. Any thread but the render thread.
   void postAfter(std::chrono::milliseconds delay, Task task);
 
+  /// The same with the moment itself. Tasks that fall due together run in the order of posting.
+  void postAt(Clock::time_point due, Task task);
+
   /// Main thread. Runs tasks until stop() is called.
   void run();
 
@@ -44,14 +47,17 @@ class MainThread {
 
   /// Main thread. Runs what is ready and returns without waiting: the entry for a desktop
   /// toolkit that owns the loop (call it from the toolkit's idle or wake-up handler), and for
-  /// tests. Returns the number of tasks that ran.
+  /// tests. What the tasks themselves post waits for the next call, so that it always returns.
+  /// Returns the number of tasks that ran.
   std::size_t runReady();
 
   /// Main thread. Runs tasks until the condition holds; false when the timeout passed first.
   bool runUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout);
 
-  /// Called on the posting thread each time a task becomes queued or a timer falls due, so that
-  /// a toolkit can schedule runReady(). Set once, before other threads post.
+  /// Called each time a task becomes queued (on the posting thread) or a delayed task falls due
+  /// (on a thread of its own), so that a toolkit can schedule runReady(). Descriptors of
+  /// context() do not call it; they are served by each runReady(). Set once, before other
+  /// threads post and before the first delayed task; an empty hook ends it.
   void setWakeHook(Task hook);
 
   /// For descriptors and signals that are to be served on the main thread (include

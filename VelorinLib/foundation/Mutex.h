@@ -2,6 +2,7 @@
 // A field says GUARDED_BY(_mutex); the clang preset turns a forgotten lock into an error.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
