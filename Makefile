@@ -10,16 +10,18 @@ ARGS   ?=
 # Files that `make lint` gives to clang-tidy: those changed against BASE, or all with LINT=all.
 BASE   ?= origin/main
 LINT   ?= changed
+# Further settings of a sanitizer build, -DNAME=VALUE.
+CONFIGURE ?=
 
 .DEFAULT_GOAL := help
-.PHONY: help build run test bench lint format asan tsan fuzz deps clean
+.PHONY: help build run test bench analyse lint format asan tsan fuzz deps clean
 
 help: ## this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## /{printf "  make %-8s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
 
 build: ## the program, at build/release/velorin
 	@tools/install-deps.sh build
-	@tools/configure.sh $(PRESET) -DVELORIN_TESTS=OFF
+	@[ -f $(BUILD)/build.ninja ] || tools/configure.sh $(PRESET) -DVELORIN_TESTS=OFF
 	@cmake --build $(BUILD) --target velorin
 
 run: build ## play MUSIC=folder, or the demo album
@@ -35,13 +37,13 @@ test: ## build everything and run the test suite
 
 asan: ## the suite under the address and undefined-behaviour sanitizers
 	@tools/install-deps.sh build test
-	@tools/configure.sh asan
+	@tools/configure.sh asan $(CONFIGURE)
 	@cmake --build build/asan
 	@ctest --preset asan
 
 tsan: ## the threaded tests under the thread sanitizer
 	@tools/install-deps.sh build test
-	@tools/configure.sh tsan
+	@tools/configure.sh tsan $(CONFIGURE)
 	@cmake --build build/tsan --target threaded_tests
 	@ctest --preset tsan -L threads
 
@@ -51,11 +53,13 @@ bench: ## each figure beside its target, also in bench.json
 	@cmake --build build/bench --target bench
 	@build/bench/bench
 
-lint: ## format, clang thread-safety analysis, clang-tidy (LINT=all for every file)
+analyse: ## format check and the clang build with thread-safety analysis
 	@tools/install-deps.sh build test lint
 	@tools/sources.sh | xargs clang-format --dry-run -Werror
 	@tools/configure.sh clang
 	@cmake --build build/clang
+
+lint: analyse ## analyse, then clang-tidy (LINT=all for every file)
 	@tools/tidy.sh $(LINT) $(BASE)
 
 format: ## rewrite the sources in the house style

@@ -67,14 +67,18 @@ if [ -n "$missing" ]; then
     exit 1
   fi
   echo "Installing: $missing"
-  # The lists of a fresh machine are empty or old: refresh them only when the names do not resolve.
+  # The lists of a fresh machine are empty, those of an old one out of date: refresh them only when
+  # the names do not resolve or the files are gone.
   # shellcheck disable=SC2086
-  if ! apt-get install -s --no-install-recommends $missing >/dev/null 2>&1; then
+  install() {
+    as_root env DEBIAN_FRONTEND=noninteractive \
+      apt-get install -y -q --no-install-recommends $missing </dev/null
+  }
+  # shellcheck disable=SC2086
+  apt-get install -s --no-install-recommends $missing >/dev/null 2>&1 && install || {
     as_root apt-get update -q
-  fi
-  # shellcheck disable=SC2086
-  as_root env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y -q --no-install-recommends $missing </dev/null
+    install
+  }
 fi
 
 for package in $npm_wanted; do
