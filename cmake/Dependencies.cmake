@@ -10,6 +10,13 @@ function(velorin_require name module package)
   if(NOT ${name}_FOUND)
     message(FATAL_ERROR "${module} is missing: run 'make deps', or apt-get install ${package}")
   endif()
+  # glibc sets no store by _REENTRANT any more, and a target that defines it cannot share the
+  # precompiled header.
+  get_target_property(options PkgConfig::${name} INTERFACE_COMPILE_OPTIONS)
+  if(options)
+    list(REMOVE_ITEM options "-D_REENTRANT")
+    set_target_properties(PkgConfig::${name} PROPERTIES INTERFACE_COMPILE_OPTIONS "${options}")
+  endif()
   add_library(dep::${name} ALIAS PkgConfig::${name})
 endfunction()
 

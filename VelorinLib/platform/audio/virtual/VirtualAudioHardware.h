@@ -38,17 +38,19 @@ enum class VirtualOperation {
   createAggregate,
 };
 
-/// Hears what a virtual device is given. Called on the device's render thread; may allocate.
+/// Hears what a virtual device is given. record() is called on the device's render thread, outside
+/// of the realtime scope: it may allocate and write files.
 class VirtualRecorder {
  public:
   virtual ~VirtualRecorder() = default;
-  /// A unit was initialized; frames of this format follow.
+  /// A unit was initialized; frames of this format follow. On the thread that initialized it.
   virtual void begin(const StreamFormat& format) = 0;
   /// One buffer as rendered. The first `programme` frames carry programme, the rest is silence
   /// that the renderer padded with.
   virtual void record(const AudioBufferList& list, std::uint32_t frames,
                       std::uint32_t programme) = 0;
-  /// The unit was stopped.
+  /// The unit was uninitialized; a pause and a resume lie between begin() and end(). On the
+  /// thread that uninitialized it.
   virtual void end() = 0;
 };
 
@@ -68,14 +70,14 @@ struct VirtualDeviceDescription {
   bool acceptsInteger = true;  ///< false: integer input formats are refused, float is taken
   bool hasStreams = true;
   pid_t hogOwner = -1;
-  std::optional<float> volume;
+  std::optional<float> volume = std::nullopt;
   VirtualClock clock = VirtualClock::manual;
   /// A set of the nominal rate is granted as this instead, when not 0.
   double rateThatSticks = 0;
   /// Unpaced only: asked before each callback whether `frames` frames can be rendered (or the
   /// stream has ended). While false the device waits. Null means always.
-  std::function<bool(std::uint32_t frames)> pullGate;
-  std::shared_ptr<VirtualRecorder> recorder;
+  std::function<bool(std::uint32_t frames)> pullGate = {};
+  std::shared_ptr<VirtualRecorder> recorder = {};
 };
 
 class VirtualAudioHardware : public AudioHardware {
@@ -87,7 +89,8 @@ class VirtualAudioHardware : public AudioHardware {
 
   /// Plugs a device in; listeners of `devices` are told. The first one becomes the default.
   AudioDeviceID addDevice(VirtualDeviceDescription description);
-  /// Unplugs: units on it get deviceLost, their callbacks end.
+  /// Unplugs: callbacks end, then units on it get deviceLost on this thread. An aggregate goes
+  /// with its last device. The next device in order becomes the default.
   void removeDevice(AudioDeviceID device);
   void setDefaultOutputDevice(AudioDeviceID device);
   /// The next `times` calls of the operation (on any device) fail with the status.
@@ -97,8 +100,8 @@ class VirtualAudioHardware : public AudioHardware {
   void setRecorder(AudioDeviceID device, std::shared_ptr<VirtualRecorder> recorder);
 
   /// Manual devices: one callback of `frames` frames (0: the device's buffer size) on the calling
-  /// thread. False when no unit is started on the device. `copyTo`, if set, receives the list
-  /// right after the callback.
+  /// thread, or several when the unit's slices are smaller. False when no unit is started on the
+  /// device. `copyTo`, if set, receives the list right after each callback.
   bool pull(AudioDeviceID device, std::uint32_t frames = 0,
             const std::function<void(const AudioBufferList&, std::uint32_t frames,
                                      std::uint32_t programme)>& copyTo = {});
