@@ -1,0 +1,83 @@
+#include "engine/decoders/DecoderFactory.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "engine/decoders/FLACDecoder.h"
+#include "engine/decoders/FileHandle.h"
+
+namespace velorin {
+namespace {
+
+using Make = DecoderFactory::Opened (*)(std::unique_ptr<ReadableFile>);
+
+template <class Decoder>
+DecoderFactory::Opened make(std::unique_ptr<ReadableFile> file) {
+  auto made = Decoder::create(std::move(file));
+  if (!made) return made.error();
+  return std::unique_ptr<FileDecoder>(std::move(made).value());
+}
+
+struct Format {
+  std::string_view extension;
+  Make make;
+};
+
+constexpr std::array kFormats = {
+    Format{.extension = "flac", .make = make<FLACDecoder>},
+};
+
+// ASCII only: no extension of ours has other letters, and the locale must not matter.
+bool equalIgnoringCase(std::string_view text, std::string_view lower) noexcept {
+  return std::ranges::equal(text, lower, {}, [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+}
+
+const Format* formatFor(std::string_view extension) noexcept {
+  const auto* found = std::ranges::find_if(kFormats, [&](const Format& format) {
+    return equalIgnoringCase(extension, format.extension);
+  });
+  return found == kFormats.end() ? nullptr : found;
+}
+
+std::string_view withoutDot(std::string_view extension) noexcept {
+  if (extension.starts_with('.')) extension.remove_prefix(1);
+  return extension;
+}
+
+DecoderError unsupported(std::string_view extension) {
+  if (extension.empty()) {
+    return {.text = "the file name has no extension to tell its format; rename it, e.g. to .flac"};
+  }
+  return {.text = fmt::format("the format \"{}\" is not supported by this build; convert the file "
+                              "to FLAC",
+                              extension)};
+}
+
+}  // namespace
+
+bool DecoderFactory::isSupportedExtension(std::string_view extension) noexcept {
+  return formatFor(extension) != nullptr;
+}
+
+DecoderFactory::Opened DecoderFactory::open(const std::filesystem::path& path) {
+  const std::string dotted = path.extension().native();
+  const Format* const format = formatFor(withoutDot(dotted));
+  if (format == nullptr) return unsupported(withoutDot(dotted));
+  auto file = FileHandle::open(path);
+  if (!file) return DecoderError{.text = file.error()};
+  return format->make(std::move(file).value());
+}
+
+DecoderFactory::Opened DecoderFactory::open(std::unique_ptr<ReadableFile> file,
+                                            std::string_view extension) {
+  const Format* const format = formatFor(extension);
+  if (format == nullptr) return unsupported(extension);
+  return format->make(std::move(file));
+}
+
+}  // namespace velorin

@@ -1,0 +1,135 @@
+// AVX-512 (F, BW, VL): sixteen floats at a time. Runs only where the processor has all three.
+#if defined(__x86_64__)
+
+#include <immintrin.h>
+
+#include "platform/vector/VectorKernels.h"
+#include "platform/vector/VectorScalar.h"
+
+// For this file's own functions only; see VectorAvx2.cpp.
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx512f,avx512bw,avx512vl"))), \
+                             apply_to = function)
+#else
+// The undefined pass-through operands of g++ 12's own intrinsics trip this warning (GCC bug 105593).
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC push_options
+#pragma GCC target("avx512f,avx512bw,avx512vl")
+#endif
+
+namespace velorin::vector {
+namespace {
+namespace avx512 {
+
+using F = __m512;
+using I = __m512i;
+constexpr std::size_t kLanes = 16;
+constexpr std::size_t kDoubleLanes = 8;
+
+inline F load(const float* in) {
+  return _mm512_loadu_ps(in);
+}
+inline void store(float* out, F value) {
+  _mm512_storeu_ps(out, value);
+}
+inline F broadcast(float value) {
+  return _mm512_set1_ps(value);
+}
+inline F multiply(F a, F b) {
+  return _mm512_mul_ps(a, b);
+}
+inline F plus(F a, F b) {
+  return _mm512_add_ps(a, b);
+}
+inline F minus(F a, F b) {
+  return _mm512_sub_ps(a, b);
+}
+inline F lesser(F a, F b) {
+  return _mm512_min_ps(a, b);
+}
+inline F greater(F a, F b) {
+  return _mm512_max_ps(a, b);
+}
+inline F nanToZero(F a) {
+  return _mm512_maskz_mov_ps(_mm512_cmp_ps_mask(a, a, _CMP_ORD_Q), a);
+}
+inline F magnitude(F a) {
+  return _mm512_abs_ps(a);
+}
+
+inline I load(const std::int32_t* in) {
+  return _mm512_loadu_si512(in);
+}
+inline void store(std::int32_t* out, I value) {
+  _mm512_storeu_si512(out, value);
+}
+inline I broadcastInt(std::int32_t value) {
+  return _mm512_set1_epi32(value);
+}
+inline I lesserInt(I a, I b) {
+  return _mm512_min_epi32(a, b);
+}
+inline I greaterInt(I a, I b) {
+  return _mm512_max_epi32(a, b);
+}
+inline I shiftLeft(I a, __m128i distance) {
+  return _mm512_sll_epi32(a, distance);
+}
+inline I shiftRight(I a, __m128i distance) {
+  return _mm512_sra_epi32(a, distance);
+}
+inline F toFloat(I a) {
+  return _mm512_cvtepi32_ps(a);
+}
+inline I toNearest(F a) {
+  return _mm512_cvtps_epi32(a);
+}
+inline I flipWhereNotLess(I a, F value, F limit) {
+  return _mm512_mask_xor_epi32(a, _mm512_cmp_ps_mask(value, limit, _CMP_GE_OQ), a,
+                               _mm512_set1_epi32(-1));
+}
+
+inline I loadWidened(const std::int16_t* in) {
+  return _mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(in)));
+}
+inline void storeNarrowed(std::int16_t* out, I value) {
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm512_cvtsepi32_epi16(value));
+}
+
+inline void widenToDouble(const float* in, double* out) {
+  _mm512_storeu_pd(out, _mm512_cvtps_pd(_mm256_loadu_ps(in)));
+}
+inline void narrowToFloat(const double* in, float* out) {
+  _mm256_storeu_ps(out, _mm512_cvtpd_ps(_mm512_loadu_pd(in)));
+}
+inline __m256i truncate(const double* in, double scale, double low, double high) {
+  const __m512d scaled = _mm512_mul_pd(_mm512_loadu_pd(in), _mm512_set1_pd(scale));
+  const __m512d number =
+      _mm512_maskz_mov_pd(_mm512_cmp_pd_mask(scaled, scaled, _CMP_ORD_Q), scaled);
+  return _mm512_cvttpd_epi32(
+      _mm512_min_pd(_mm512_max_pd(number, _mm512_set1_pd(low)), _mm512_set1_pd(high)));
+}
+inline void storeInt32(std::int32_t* out, __m256i eight) {
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), eight);
+}
+inline void storeInt16(std::int16_t* out, __m256i eight) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_cvtsepi32_epi16(eight));
+}
+
+#include "platform/vector/VectorShuffles256.inl"
+#include "platform/vector/VectorX86.inl"
+
+}  // namespace avx512
+}  // namespace
+
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
+#pragma GCC pop_options
+#endif
+
+const Kernels detail::kAvx512Kernels = avx512::kTable;
+
+}  // namespace velorin::vector
+
+#endif
