@@ -12,12 +12,14 @@ namespace velorin {
 class OperationQueue {
  public:
   /// An operation looks at the token from time to time and returns early when it is set.
+  /// An exception that leaves it is logged with the label.
   using Operation = std::function<void(std::stop_token)>;
 
   /// width: operations that may run at once, at least 1.
   OperationQueue(std::string label, std::size_t width);
 
-  /// Cancels what has not started, waits for what runs. Not from one of its own operations.
+  /// Drops what has not started, sets the token of what runs and waits for it. Not from one of
+  /// its own operations.
   ~OperationQueue();
   OperationQueue(const OperationQueue&) = delete;
   OperationQueue& operator=(const OperationQueue&) = delete;
@@ -47,7 +49,7 @@ class OperationQueue {
 
  private:
   struct Impl;
-  std::shared_ptr<Impl> _impl;
+  std::unique_ptr<Impl> _impl;
 };
 
 }  // namespace velorin

@@ -23,8 +23,8 @@ using PreferenceList = std::vector<PreferenceValue>;
 using PreferenceMap = std::map<std::string, PreferenceValue>;
 using PreferenceBytes = std::vector<std::uint8_t>;
 
-/// One stored value. Reading a number as another kind of number converts it; any other mismatch
-/// counts as absent.
+/// One stored value. Reading a number as another kind of number converts it (a fraction is cut
+/// off; what does not fit 64 bits counts as absent); any other mismatch counts as absent.
 struct PreferenceValue {
   std::variant<bool, std::int64_t, double, std::string, PreferenceBytes, PreferenceList,
                PreferenceMap>
@@ -35,7 +35,9 @@ struct PreferenceValue {
 /// Any thread but the render thread; reads are from memory.
 class Preferences {
  public:
-  /// Opens or makes the store. An empty path keeps it in memory only (tests, `render`).
+  /// Opens or makes the store. An empty path keeps it in memory only (tests, `render`). A file
+  /// that cannot be read or parsed is renamed to "<name>.damaged-<UTC time>", with a log line;
+  /// where even that fails, the store stays in memory so that the file is not overwritten.
   explicit Preferences(std::filesystem::path file = {});
 
   /// Writes what is pending.
@@ -54,6 +56,8 @@ class Preferences {
   std::optional<PreferenceList> getList(std::string_view key) const;
   std::optional<PreferenceMap> getMap(std::string_view key) const;
 
+  // Setting the value that a key has already is no change. A value nested deeper than a property
+  // list may be (propertyList::kMaxDepth) is refused with a log line. Text may hold any bytes.
   void setBool(std::string_view key, bool value);
   void setInt(std::string_view key, std::int64_t value);
   void setDouble(std::string_view key, double value);
@@ -66,7 +70,8 @@ class Preferences {
   /// Sets a value without writing it to the file: what a key reads as until it is set.
   void registerDefault(std::string_view key, PreferenceValue value);
 
-  /// Called after a change of the key, on the thread that changed it, without a lock held.
+  /// Ends its observation when destroyed; may outlive the store. The handler is called after a
+  /// change of the key, on the thread that changed it, without a lock held.
   class Observation {
    public:
     Observation() = default;

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/audio/AudioTypes.h"
 #include "records/DeviceSettings.h"
 #include "records/PlaybackTypes.h"
 #include "records/Track.h"
@@ -73,9 +74,9 @@ struct AudioDevicesDidChange {};
 
 /// The engine changed its device without being asked. Observed by nobody yet.
 struct AudioDeviceDidAutoSwitch {
-  std::uint32_t fromID = 0;
+  AudioDeviceID fromID = kNoDevice;
   std::optional<std::string> fromName;  ///< only after the loss of a device
-  std::uint32_t toID = 0;
+  AudioDeviceID toID = kNoDevice;
   std::string toName;
 };
 
