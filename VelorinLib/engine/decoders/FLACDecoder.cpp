@@ -39,18 +39,35 @@ DecodeResult FLACDecoder::read(const AudioBufferList& target, std::uint32_t fram
   while (filled < wanted && !_isEOF) {
     const std::uint32_t left = _stream->blockFrames() - _readOffset;
     if (left == 0) {
-      _readOffset = 0;
-      _isEOF = !_stream->decodeBlock();
-      if (_isLost && !_isEOF) findPosition();
+      nextBlock();
       continue;
     }
-    const std::uint32_t count = std::min(wanted - filled, left);
-    convert(target, filled, count, asFloat);
-    _readOffset += count;
+    std::uint32_t count = wanted - filled;
+    if (_silenceLeft > 0) {
+      count = std::min(count, _silenceLeft);
+      silence(target, 0, filled, count, asFloat);
+      _silenceLeft -= count;
+    } else {
+      count = std::min(count, left);
+      convert(target, filled, count, asFloat);
+      _readOffset += count;
+    }
     filled += count;
     _currentSample += count;
   }
   return {.status = 0, .frames = filled};
+}
+
+void FLACDecoder::nextBlock() noexcept {
+  _readOffset = 0;
+  _silenceLeft = 0;
+  _isEOF = !_stream->decodeBlock();
+  if (_isEOF) return;
+  if (_isLost) {
+    findPosition();
+  } else {
+    _silenceLeft = _stream->lostBefore();
+  }
 }
 
 std::uint32_t FLACDecoder::sampleSize(bool asFloat) const noexcept {
@@ -60,12 +77,9 @@ std::uint32_t FLACDecoder::sampleSize(bool asFloat) const noexcept {
 void FLACDecoder::convert(const AudioBufferList& target, std::uint32_t at, std::uint32_t frames,
                           bool asFloat) const noexcept {
   const unsigned bits = _format.bitsPerSample;
-  for (std::uint32_t channel = 0; channel < target.bufferCount; ++channel) {
-    if (channel >= _format.channels) {
-      std::memset(target.channel<std::byte>(channel) + std::size_t{at} * sampleSize(asFloat), 0,
-                  std::size_t{frames} * sampleSize(asFloat));
-      continue;
-    }
+  const std::uint32_t both = std::min(target.bufferCount, _format.channels);
+  silence(target, both, at, frames, asFloat);
+  for (std::uint32_t channel = 0; channel < both; ++channel) {
     const std::int32_t* const samples = _stream->block(channel).data() + _readOffset;
     if (asFloat) {
       const float scale = std::ldexp(1.0f, 1 - static_cast<int>(bits));
@@ -80,6 +94,14 @@ void FLACDecoder::convert(const AudioBufferList& target, std::uint32_t at, std::
   }
 }
 
+void FLACDecoder::silence(const AudioBufferList& target, std::uint32_t firstChannel,
+                          std::uint32_t at, std::uint32_t frames, bool asFloat) const noexcept {
+  const std::size_t size = sampleSize(asFloat);
+  for (std::uint32_t channel = firstChannel; channel < target.bufferCount; ++channel) {
+    std::memset(target.channel<std::byte>(channel) + at * size, 0, frames * size);
+  }
+}
+
 bool FLACDecoder::seek(std::int64_t frame) noexcept {
   if (_stream == nullptr) return false;
   const std::int64_t target = std::max<std::int64_t>(frame, 0);
@@ -87,6 +109,7 @@ bool FLACDecoder::seek(std::int64_t frame) noexcept {
   if (_format.totalFrames > 0 && target >= _format.totalFrames) return false;
   if (_stream->seek(static_cast<std::uint64_t>(target))) {
     _readOffset = 0;
+    _silenceLeft = 0;
     _currentSample = target;
     _isEOF = false;
     _isLost = false;
@@ -95,6 +118,7 @@ bool FLACDecoder::seek(std::int64_t frame) noexcept {
   // Back to where we were, so that the position that is still reported stays true. Where this fails
   // as well, at the very end for one, read() looks for the position among the blocks that follow.
   _readOffset = 0;
+  _silenceLeft = 0;
   _isLost = !_stream->seek(static_cast<std::uint64_t>(_currentSample));
   return false;
 }

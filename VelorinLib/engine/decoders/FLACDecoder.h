@@ -15,7 +15,8 @@ namespace velorin {
 /// rounded once above. Integer: at most 16 bits into 16-bit words, more into 32-bit words, the
 /// sample always at the top of its word, so full scale is full scale at every depth.
 ///
-/// A damaged frame is passed over. A file that ends early ends the stream there. One thread at a
+/// Damaged frames become silence of the same length, so that what follows keeps its time. A file
+/// that ends early ends the stream there. One thread at a
 /// time uses an object; read() does not allocate once the first few blocks are through.
 class FLACDecoder final : public FileDecoder {
  public:
@@ -55,12 +56,16 @@ class FLACDecoder final : public FileDecoder {
   explicit FLACDecoder(std::unique_ptr<FLACStream> stream) noexcept;
   void convert(const AudioBufferList& target, std::uint32_t at, std::uint32_t frames,
                bool asFloat) const noexcept;
+  void silence(const AudioBufferList& target, std::uint32_t firstChannel, std::uint32_t at,
+               std::uint32_t frames, bool asFloat) const noexcept;
   std::uint32_t sampleSize(bool asFloat) const noexcept;
+  void nextBlock() noexcept;
   void findPosition() noexcept;
 
   std::unique_ptr<FLACStream> _stream;
   const FLACStream::Format _format;
-  std::uint32_t _readOffset = 0;  // frames of the stream's block that were delivered
+  std::uint32_t _readOffset = 0;   // frames of the stream's block that were delivered
+  std::uint32_t _silenceLeft = 0;  // frames to deliver before the block, in place of lost ones
   std::int64_t _currentSample = 0;
   bool _isEOF = false;
   bool _isLost = false;  // a seek failed and so did the way back

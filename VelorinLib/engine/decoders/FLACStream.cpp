@@ -7,6 +7,7 @@
 #include <array>
 #include <cstring>
 #include <exception>
+#include <optional>
 
 #include "platform/vector/Vector.h"
 
@@ -17,28 +18,36 @@ DecoderError initFailed(std::string text) {
   return {.kind = DecoderError::Kind::initFailed, .text = std::move(text)};
 }
 
-enum class Container { native, ogg, unknown };
+// Seconds. A longer hole in the numbering is a header's lie rather than damage.
+constexpr int kLongestLoss = 10;
 
-// Looks for the signature, after any ID3v2 tags: taggers put them there although FLAC has its own.
-Container containerOf(ReadableFile& file) {
+enum class Container { native, ogg };
+
+struct Signature {
+  Container container = Container::native;
+  std::uint64_t offset = 0;
+};
+
+// Finds the stream's mark, behind any ID3v2 tags: taggers put them there although FLAC has its
+// own. libFLAC would step over one tag, but fail at a second one or at a footer.
+std::optional<Signature> findSignature(ReadableFile& file) {
   std::uint64_t position = 0;
   std::array<std::byte, 10> head{};
-  for (int tag = 0; tag < 16; ++tag) {
+  for (int tag = 0; tag < 16 && position < file.size(); ++tag) {
     file.seek(position);
-    if (file.readInto(head) < 4) return Container::unknown;
-    if (std::memcmp(head.data(), "fLaC", 4) == 0) return Container::native;
-    if (std::memcmp(head.data(), "OggS", 4) == 0) return Container::ogg;
-    if (std::memcmp(head.data(), "ID3", 3) != 0) return Container::unknown;
+    if (file.readInto(head) < 4) return std::nullopt;
+    if (std::memcmp(head.data(), "fLaC", 4) == 0) return Signature{Container::native, position};
+    if (std::memcmp(head.data(), "OggS", 4) == 0) return Signature{Container::ogg, position};
+    if (std::memcmp(head.data(), "ID3", 3) != 0) return std::nullopt;
     // The length is four bytes of seven bits and leaves out the header and, flagged by 0x10, the
     // footer of ten bytes each.
     std::uint64_t length = 0;
-    for (int i = 6; i < 10; ++i) {
+    for (std::size_t i = 6; i < 10; ++i) {
       length = length << 7 | (std::to_integer<unsigned>(head[i]) & 0x7f);
     }
     position += 10 + length + ((std::to_integer<unsigned>(head[5]) & 0x10) != 0 ? 10 : 0);
-    if (position >= file.size()) return Container::unknown;
   }
-  return Container::unknown;
+  return std::nullopt;
 }
 
 }  // namespace
@@ -74,8 +83,12 @@ struct FLACStream::Library {
     if (client == nullptr) return FLAC__STREAM_DECODER_SEEK_STATUS_ERROR;
     try {
       ReadableFile& file = *self(client)._file;
-      if (offset > file.size()) return FLAC__STREAM_DECODER_SEEK_STATUS_ERROR;
-      file.seek(offset);
+      const std::uint64_t origin = self(client)._origin;
+      const std::uint64_t size = file.size();
+      if (offset > size - std::min(origin, size)) {
+        return FLAC__STREAM_DECODER_SEEK_STATUS_ERROR;
+      }
+      file.seek(origin + offset);
       return FLAC__STREAM_DECODER_SEEK_STATUS_OK;
     } catch (const std::exception&) {
       return FLAC__STREAM_DECODER_SEEK_STATUS_ERROR;
@@ -85,14 +98,17 @@ struct FLACStream::Library {
   static FLAC__StreamDecoderTellStatus tell(const FLAC__StreamDecoder*, FLAC__uint64* offset,
                                             void* client) {
     if (client == nullptr || offset == nullptr) return FLAC__STREAM_DECODER_TELL_STATUS_ERROR;
-    *offset = self(client)._file->offset();
+    const FLACStream& stream = self(client);
+    *offset = stream._file->offset() - std::min(stream._origin, stream._file->offset());
     return FLAC__STREAM_DECODER_TELL_STATUS_OK;
   }
 
   static FLAC__StreamDecoderLengthStatus length(const FLAC__StreamDecoder*, FLAC__uint64* bytes,
                                                 void* client) {
     if (client == nullptr || bytes == nullptr) return FLAC__STREAM_DECODER_LENGTH_STATUS_ERROR;
-    *bytes = self(client)._file->size();
+    const FLACStream& stream = self(client);
+    const std::uint64_t size = stream._file->size();  // the file may shrink while we read
+    *bytes = size - std::min(stream._origin, size);
     return FLAC__STREAM_DECODER_LENGTH_STATUS_OK;
   }
 
@@ -109,9 +125,12 @@ struct FLACStream::Library {
     }
     try {
       const FLAC__FrameHeader& header = frame->header;
-      self(client).takeBlock(buffer, header.channels, header.blocksize, header.bits_per_sample);
       // libFLAC has turned frame numbers into sample numbers by now.
-      self(client)._blockStart = static_cast<std::int64_t>(header.number.sample_number);
+      self(client).takeBlock(buffer,
+                             {.start = static_cast<std::int64_t>(header.number.sample_number),
+                              .frames = header.blocksize,
+                              .channels = header.channels,
+                              .bits = header.bits_per_sample});
       return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
     } catch (const std::exception&) {  // out of memory
       return FLAC__STREAM_DECODER_WRITE_STATUS_ABORT;
@@ -136,7 +155,8 @@ struct FLACStream::Library {
   static void error(const FLAC__StreamDecoder*, FLAC__StreamDecoderErrorStatus, void*) {}
 };
 
-FLACStream::FLACStream(std::unique_ptr<ReadableFile> file) noexcept : _file(std::move(file)) {}
+FLACStream::FLACStream(std::unique_ptr<ReadableFile> file, std::uint64_t origin) noexcept
+    : _file(std::move(file)), _origin(origin) {}
 
 FLACStream::~FLACStream() = default;
 
@@ -146,23 +166,23 @@ Result<std::unique_ptr<FLACStream>, DecoderError> FLACStream::open(
   if (file->size() == 0) {
     return initFailed("the file is empty (0 bytes); copy it again from its source");
   }
-  const Container container = containerOf(*file);
-  if (container == Container::unknown) {
+  const std::optional<Signature> signature = findSignature(*file);
+  if (!signature) {
     return initFailed(
         "this is not a FLAC file: the \"fLaC\" mark is missing; give it the extension of its real "
         "format, or copy it again if it is damaged");
   }
-  file->seek(0);
+  file->seek(signature->offset);
 
-  std::unique_ptr<FLACStream> stream(new FLACStream(std::move(file)));
+  std::unique_ptr<FLACStream> stream(new FLACStream(std::move(file), signature->offset));
   stream->_library = std::make_unique<Library>();
   FLAC__StreamDecoder* const handle = stream->_library->handle;
   if (handle == nullptr) {
     return DecoderError{.kind = DecoderError::Kind::allocationFailed,
                         .text = "not enough memory for a FLAC decoder; close other programs"};
   }
-  const auto init = container == Container::ogg ? FLAC__stream_decoder_init_ogg_stream
-                                                : FLAC__stream_decoder_init_stream;
+  const auto init = signature->container == Container::ogg ? FLAC__stream_decoder_init_ogg_stream
+                                                           : FLAC__stream_decoder_init_stream;
   const FLAC__StreamDecoderInitStatus status =
       init(handle, Library::read, Library::seek, Library::tell, Library::length, Library::eof,
            Library::write, Library::metadata, Library::error, stream.get());
@@ -192,6 +212,9 @@ Result<std::unique_ptr<FLACStream>, DecoderError> FLACStream::open(
 
 bool FLACStream::decodeBlock() noexcept {
   FLAC__StreamDecoder* const handle = _library->handle;
+  // Taken here and not with every delivery: ahead of a frame that follows damage libFLAC may
+  // deliver silent ones, which the frame itself then replaces. lostBefore() accounts for them.
+  _expectedStart = _blockFrames > 0 ? _blockStart + _blockFrames : -1;
   _blockFrames = 0;
   while (_blockFrames == 0) {
     if (!FLAC__stream_decoder_process_single(handle)) {
@@ -206,32 +229,42 @@ bool FLACStream::decodeBlock() noexcept {
 
 bool FLACStream::seek(std::uint64_t frame) noexcept {
   _blockFrames = 0;
+  _expectedStart = -1;
   if (FLAC__stream_decoder_seek_absolute(_library->handle, frame)) return true;
   _blockFrames = 0;  // the search may have delivered blocks on its way
   FLAC__stream_decoder_flush(_library->handle);
   return false;
 }
 
-void FLACStream::takeBlock(const std::int32_t* const* samples, std::uint32_t channels,
-                           std::uint32_t frames, std::uint32_t bits) {
+void FLACStream::takeBlock(const std::int32_t* const* samples, const Header& header) {
   _blockFrames = 0;
-  bits = std::clamp(bits, 1u, 32u);
+  const std::uint32_t bits = std::clamp(header.bits, 1u, 32u);
   const auto high = static_cast<std::int32_t>((std::uint32_t{1} << (bits - 1)) - 1);
   const unsigned up = _format.bitsPerSample > bits ? _format.bitsPerSample - bits : 0;
   const unsigned down = bits > _format.bitsPerSample ? bits - _format.bitsPerSample : 0;
   for (std::uint32_t channel = 0; channel < _format.channels; ++channel) {
     std::vector<std::int32_t>& plane = _planes[channel];
-    if (plane.size() < frames) plane.resize(frames);
-    if (channel >= channels || samples[channel] == nullptr) {
-      std::fill_n(plane.begin(), frames, 0);
+    if (plane.size() < header.frames) plane.resize(header.frames);
+    if (channel >= header.channels || samples[channel] == nullptr) {
+      std::fill_n(plane.begin(), header.frames, 0);
       continue;
     }
     // A crafted or damaged frame can decode to values beyond its own depth.
-    vector::clipInt32(samples[channel], -high - 1, high, plane.data(), frames);
-    if (up > 0) vector::shiftLeftInt32(plane.data(), up, plane.data(), frames);
-    if (down > 0) vector::shiftRightInt32(plane.data(), down, plane.data(), frames);
+    vector::clipInt32(samples[channel], -high - 1, high, plane.data(), header.frames);
+    if (up > 0) vector::shiftLeftInt32(plane.data(), up, plane.data(), header.frames);
+    if (down > 0) vector::shiftRightInt32(plane.data(), down, plane.data(), header.frames);
   }
-  _blockFrames = frames;
+  _blockFrames = header.frames;
+  place(header);
+}
+
+void FLACStream::place(const Header& header) noexcept {
+  const std::int64_t end = header.start + header.frames;
+  const std::int64_t lost = _expectedStart < 0 ? 0 : header.start - _expectedStart;
+  const bool isBelievable = lost > 0 && lost <= std::int64_t{kLongestLoss} * _format.sampleRate &&
+                            (_format.totalFrames == 0 || end <= _format.totalFrames);
+  _lostBefore = isBelievable ? static_cast<std::uint32_t>(lost) : 0;
+  _blockStart = header.start;
 }
 
 }  // namespace velorin

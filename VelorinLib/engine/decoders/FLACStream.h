@@ -51,6 +51,10 @@ class FLACStream {
   /// Where the block starts in the stream, as its frame's header says.
   std::int64_t blockStart() const noexcept { return _blockStart; }
 
+  /// Frames that were lost to damage between the block before and this one, as their headers
+  /// number them. 0 after a seek, and where the numbers make no sense.
+  std::uint32_t lostBefore() const noexcept { return _lostBefore; }
+
   /// One channel of the block: integers of bitsPerSample bits, sign-extended.
   std::span<const std::int32_t> block(std::uint32_t channel) const noexcept {
     return {_planes[channel].data(), _blockFrames};
@@ -59,17 +63,27 @@ class FLACStream {
  private:
   struct Library;
 
-  explicit FLACStream(std::unique_ptr<ReadableFile> file) noexcept;
-  void takeBlock(const std::int32_t* const* samples, std::uint32_t channels, std::uint32_t frames,
-                 std::uint32_t bits);
+  FLACStream(std::unique_ptr<ReadableFile> file, std::uint64_t origin) noexcept;
+  /// What a frame's header says of it.
+  struct Header {
+    std::int64_t start = 0;
+    std::uint32_t frames = 0;
+    std::uint32_t channels = 0;
+    std::uint32_t bits = 0;
+  };
+  void takeBlock(const std::int32_t* const* samples, const Header& header);
+  void place(const Header& header) noexcept;
 
   std::unique_ptr<ReadableFile> _file;
+  const std::uint64_t _origin;  // where in the file the stream starts: behind foreign tags
   std::unique_ptr<Library> _library;
   Format _format;
   bool _hasFormat = false;
   std::vector<std::vector<std::int32_t>> _planes;  // only ever grow
   std::uint32_t _blockFrames = 0;
   std::int64_t _blockStart = 0;
+  std::int64_t _expectedStart = -1;  // of the next block; -1 when nothing came before it
+  std::uint32_t _lostBefore = 0;
 };
 
 }  // namespace velorin
