@@ -32,3 +32,7 @@ if(VELORIN_SANITIZE)
     -fsanitize=${VELORIN_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(velorin_flags INTERFACE -fsanitize=${VELORIN_SANITIZE})
 endif()
+if(VELORIN_FUZZ)
+  # Coverage feedback for everything; the fuzzers themselves link libFuzzer's main.
+  target_compile_options(velorin_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
