@@ -15,9 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/decoders/FillThreadDecoder.h"
-#include "platform/audio/AudioTypes.h"
-#include "platform/audio/StreamFormat.h"
+#include "engine/PlaybackFacts.h"
+#include "engine/devices/AudioDevice.h"
 #include "records/PlaybackTypes.h"
 #include "records/Track.h"
 
@@ -28,39 +27,6 @@ class EventBus;
 class Preferences;
 class DSPChain;
 class SpectrumCaptureRing;
-
-/// An output device as listed.
-struct AudioDevice {
-  AudioDeviceID id = kNoDevice;
-  std::string name;
-  std::string uid;
-  /// Lower bound of each nominal rate range in Hz, in the device's order.
-  std::vector<double> sampleRates;
-  bool isOutput = true;
-};
-
-/// The road of the playing sound from file to device, each value read where it is true.
-struct PlaybackFacts {
-  StreamFormat fileFormat;
-  StreamFormat clientFormat;  ///< what the ring holds and the unit delivers
-  int sourceBitDepth = 0;
-  std::optional<DecoderInfo> decoder;
-  double resampledFrom = 0;  ///< Hz before our resampler, 0 without one
-  double resampledTo = 0;
-  bool isIntegerOutput = false;
-  bool deviceRateVerified = false;
-  bool softwareVolumeActive = false;
-  bool effectsActive = false;
-  std::string deviceName;
-  OutputReport output;
-};
-
-/// The verdict on a path, and why. Nothing is called bit-perfect that was not read back.
-struct PathVerdict {
-  bool bitPerfect = false;
-  std::string reason;  ///< e.g. "volume below 100 %", empty when bit-perfect
-};
-PathVerdict judge(const PlaybackFacts& facts);
 
 class AudioEngine {
  public:

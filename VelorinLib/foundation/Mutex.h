@@ -42,6 +42,7 @@ class CAPABILITY("mutex") RecursiveMutex {
  public:
   void lock() ACQUIRE() { _mutex.lock(); }
   void unlock() RELEASE() { _mutex.unlock(); }
+  bool try_lock() TRY_ACQUIRE(true) { return _mutex.try_lock(); }
 
  private:
   std::recursive_mutex _mutex;

@@ -1,0 +1,57 @@
+// The ordered list of effects, edited off the render thread and read by it without a lock.
+//
+// Editing publishes an immutable snapshot with one pointer store. A render call announces itself
+// with a counter that is odd while it runs; a replaced snapshot is freed once the counter shows
+// that no call that could hold it is still running. The render thread never frees one.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "dsp/DSPProcessor.h"
+#include "foundation/Mutex.h"
+
+namespace velorin {
+
+class DSPChain {
+ public:
+  DSPChain();
+  ~DSPChain();
+  DSPChain(const DSPChain&) = delete;
+  DSPChain& operator=(const DSPChain&) = delete;
+
+  /// Any thread but the render thread. Replaces the list; the next render call uses it. The
+  /// effects must outlive the chain or the next call of this.
+  void setProcessors(std::vector<DSPProcessor*> processors) EXCLUDES(_lock);
+  std::vector<DSPProcessor*> processors() const EXCLUDES(_lock);
+
+  /// Tells every member the stream's rate, in order. Not the render thread.
+  void sampleRateChanged(double sampleRate) EXCLUDES(_lock);
+
+  /// True when some member is switched on. Any thread but the render thread.
+  bool isActive() const EXCLUDES(_lock);
+
+  /// Render thread only, one call at a time: runs every enabled effect in order, in place.
+  void process(AudioBufferList& buffers, std::int64_t frameCount, double sampleRate) noexcept;
+
+ private:
+  struct Snapshot {
+    std::vector<DSPProcessor*> processors;
+  };
+  struct Retired {
+    std::unique_ptr<const Snapshot> snapshot;
+    std::uint64_t renderCount;  ///< of the call that may still hold it
+  };
+  void freeRetired() REQUIRES(_lock);
+
+  std::atomic<const Snapshot*> _currentSnapshot;
+  std::atomic<std::uint64_t> _renderCount{0};  ///< odd while process() runs
+
+  mutable Mutex _lock;
+  std::unique_ptr<const Snapshot> _published GUARDED_BY(_lock);
+  std::vector<Retired> _retired GUARDED_BY(_lock);
+};
+
+}  // namespace velorin

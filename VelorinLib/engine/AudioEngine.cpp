@@ -1,0 +1,210 @@
+#include "engine/AudioEngine.h"
+
+#include "engine/AudioEngineImpl.h"
+
+namespace velorin {
+
+AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences, EventBus& bus_)
+    : hardware(hardware_),
+      bus(bus_),
+      progressTimer(bus_, controls),
+      devices(hardware_, preferences, bus_),
+      settings(EngineSettings::load(preferences)),
+      output(hardware_, devices) {
+  devices.restore();
+}
+
+AudioEngine::AudioEngine(AudioHardware& hardware, Preferences& preferences, EventBus& bus)
+    : _impl(std::make_unique<Impl>(hardware, preferences, bus)) {}
+
+AudioEngine::~AudioEngine() {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->settings.exclusiveMode = false;
+  _impl->stop();
+}
+
+void AudioEngine::play(const Track& track, std::optional<double> startTime) {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->play(track, startTime);
+}
+
+void AudioEngine::stop() {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->stop();
+}
+
+void AudioEngine::pause() {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->pause();
+}
+
+void AudioEngine::resume() {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->resume();
+}
+
+void AudioEngine::togglePlayPause() {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  switch (_impl->nowPlaying.state()) {
+    case PlaybackState::stopped:
+      if (const auto last = _impl->nowPlaying.lastTrack()) _impl->play(*last, std::nullopt);
+      break;
+    case PlaybackState::playing:
+      _impl->pause();
+      break;
+    case PlaybackState::paused:
+      _impl->resume();
+      break;
+  }
+}
+
+void AudioEngine::seek(double time) {
+  _impl->seek(time);
+}
+
+PlaybackState AudioEngine::state() const {
+  return _impl->nowPlaying.state();
+}
+double AudioEngine::currentPosition() const {
+  return _impl->currentPosition();
+}
+double AudioEngine::duration() const {
+  return _impl->nowPlaying.duration();
+}
+std::optional<Track> AudioEngine::currentTrack() const {
+  return _impl->nowPlaying.currentTrack();
+}
+std::optional<Track> AudioEngine::lastTrack() const {
+  return _impl->nowPlaying.lastTrack();
+}
+int AudioEngine::sourceBitDepth() const {
+  return _impl->nowPlaying.sourceBitDepth();
+}
+int AudioEngine::playGeneration() const {
+  return _impl->playGeneration.load();
+}
+PlaybackFacts AudioEngine::facts() const {
+  return _impl->facts();
+}
+
+StreamFormat AudioEngine::fileFormat() const {
+  const auto session = _impl->currentSession();
+  return session ? session->fileFormat : StreamFormat{};
+}
+
+StreamFormat AudioEngine::clientFormat() const {
+  const auto session = _impl->currentSession();
+  return session ? session->clientFormat : StreamFormat{};
+}
+
+std::optional<DecoderInfo> AudioEngine::decoderInfo() const {
+  const auto session = _impl->currentSession();
+  return session ? std::optional(session->decoderInfo) : std::nullopt;
+}
+
+bool AudioEngine::isIntegerOutput() const {
+  const auto session = _impl->currentSession();
+  return session && session->isIntegerOutput;
+}
+
+bool AudioEngine::canRender(std::uint32_t frames) const noexcept {
+  const PlaybackSession* session = _impl->renderingSession.load(std::memory_order_acquire);
+  return session == nullptr || session->ring->framesHeld() >= frames ||
+         session->cells.eofReached.load(std::memory_order_acquire);
+}
+
+float AudioEngine::volume() const {
+  return _impl->controls->volume.load();
+}
+
+void AudioEngine::setVolume(float linear) {
+  if (!std::isnan(linear)) _impl->controls->volume.store(std::clamp(linear, 0.0f, 1.0f));
+}
+
+VolumeMode AudioEngine::volumeMode() const {
+  return _impl->controls->volumeMode.load();
+}
+void AudioEngine::setVolumeMode(VolumeMode mode) {
+  _impl->controls->volumeMode.store(mode);
+}
+
+bool AudioEngine::integerMode() const {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  return _impl->settings.integerMode;
+}
+
+void AudioEngine::setIntegerMode(bool on) {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->settings.integerMode = on;
+}
+
+bool AudioEngine::exclusiveMode() const {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  return _impl->settings.exclusiveMode;
+}
+
+void AudioEngine::setExclusiveMode(bool on) {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->setExclusiveMode(on);
+}
+
+SampleRateStrategy AudioEngine::sampleRateStrategy() const {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  return _impl->settings.rates.strategy;
+}
+
+void AudioEngine::setSampleRateStrategy(SampleRateStrategy strategy) {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->settings.rates.strategy = strategy;
+}
+
+void AudioEngine::setResamplingMultiplier(int multiplier) {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->settings.rates.multiplier = std::max(2, multiplier);
+}
+
+void AudioEngine::setFixedSampleRate(double rate) {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->settings.rates.fixedRate = rate;
+}
+
+void AudioEngine::setForceHighSampleRate(bool on) {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->settings.rates.forceHighRate = on;
+}
+
+void AudioEngine::setLowLatencyMode(bool on) {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->settings.lowLatencyMode = on;
+  if (on) _impl->fillThread.elevate();
+}
+
+std::vector<AudioDevice> AudioEngine::enumerateOutputDevices() const {
+  return _impl->devices.enumerateOutputDevices();
+}
+
+AudioDeviceID AudioEngine::currentDevice() const {
+  return _impl->devices.current();
+}
+bool AudioEngine::holdsDeviceExclusively() const {
+  return _impl->devices.isHogMode();
+}
+
+void AudioEngine::selectOutputDevice(AudioDeviceID device) {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  if (_impl->hardware.hasOutputStreams(device)) _impl->devices.rememberChoice(device);
+  _impl->switchToDevice(device);
+}
+
+DSPChain& AudioEngine::dspChain() {
+  return _impl->dspChain;
+}
+SpectrumCaptureRing& AudioEngine::spectrumCaptureRing() {
+  return _impl->spectrumCaptureRing;
+}
+
+void AudioEngine::setSpectrumCaptureEnabled(bool on) {
+  _impl->controls->spectrumCaptureEnabled.store(on);
+}
+
+}  // namespace velorin

@@ -1,0 +1,159 @@
+// Exclusive access, device switches and what happens when a device goes.
+#include "engine/AudioEngineImpl.h"
+#include "foundation/Log.h"
+#include "records/Events.h"
+
+namespace velorin {
+namespace {
+
+using std::chrono::milliseconds;
+
+/// A sound server that was restarted is back within a second or two.
+constexpr milliseconds kReturnPoll{200};
+constexpr int kReturnAttempts = 25;
+
+}  // namespace
+
+std::optional<AudioEngine::Impl::Resumption> AudioEngine::Impl::interrupt() {
+  const auto track = nowPlaying.currentTrack();
+  const PlaybackState state = nowPlaying.state();
+  if (!output.isOpen() || !track || state == PlaybackState::stopped) return std::nullopt;
+  Resumption where{*track, currentPosition(), state == PlaybackState::paused};
+  stop();
+  return where;
+}
+
+void AudioEngine::Impl::goOn(const Resumption& where) {
+  std::optional<double> start;
+  if (where.position > 0) start = where.position;
+  play(where.track, start);
+  if (where.paused) pause();
+}
+
+void AudioEngine::Impl::setExclusiveMode(bool on) {
+  if (settings.exclusiveMode == on) return;
+  log::line("{}", on ? "🔒 Exclusive mode enabled via settings"
+                     : "🔓 Exclusive mode disabled via settings");
+  // The road to the device differs with and without exclusive access, so the unit is made anew.
+  const auto where = interrupt();
+  settings.exclusiveMode = on;
+  if (on) {
+    if (devices.ensureValidOutputDevice()) devices.enableHogMode();
+  } else {
+    devices.disableHogMode();
+  }
+  if (where) goOn(*where);
+}
+
+void AudioEngine::Impl::switchToDevice(AudioDeviceID device) {
+  if (device == kNoDevice || !hardware.hasOutputStreams(device)) {
+    log::line("⚠️ Ignoring non-output/invalid device id: {}", device);
+    return;
+  }
+  if (device == devices.current()) return;
+  const auto where = interrupt();
+  devices.disableHogMode();
+  devices.setCurrent(device);
+  if (settings.exclusiveMode) devices.enableHogMode();
+  if (where) goOn(*where);
+}
+
+void AudioEngine::Impl::onOutputEvent(OutputEvent event, int generation) {
+  deviceListenerQueue.async([this, event, generation] {
+    switch (event) {
+      case OutputEvent::deviceLost:
+        handleDeviceLost(generation);
+        break;
+      case OutputEvent::formatChanged:
+        handleFormatChanged(generation);
+        break;
+      case OutputEvent::xrun:
+        log::line("⚠️ Output underrun: the device was not served in time");
+        break;
+    }
+  });
+}
+
+void AudioEngine::Impl::handleFormatChanged(int generation) {
+  RecursiveMutexLock hold(lifecycleLock);
+  const auto playing = currentSession();
+  if (playGeneration.load() != generation || !playing) return;
+  output.verifyRate(playing->clientFormat.sampleRate);
+}
+
+void AudioEngine::Impl::handleDeviceLost(int generation) {
+  RecursiveMutexLock hold(lifecycleLock);
+  if (playGeneration.load() != generation) return;
+  const AudioDeviceID lost = devices.current();
+  const std::string lostName = hardware.deviceName(lost);
+  log::line("⚠️ Output device lost: {}", lostName);
+
+  const auto where = interrupt();
+  devices.disableHogMode();
+  if (!where) return;
+  if (!devices.ensureValidOutputDevice()) {
+    goOnWhenDeviceReturns(*where, playGeneration.load(), kReturnAttempts);
+    return;
+  }
+  const AudioDeviceID next = devices.current();
+  if (next != lost) {
+    bus.postOnMain(AudioDeviceDidAutoSwitch{
+        .fromID = lost, .fromName = lostName, .toID = next, .toName = hardware.deviceName(next)});
+  }
+  goOn(*where);
+}
+
+void AudioEngine::Impl::goOnWhenDeviceReturns(const Resumption& where, int generation,
+                                              int attemptsLeft) {
+  deviceListenerQueue.asyncAfter(kReturnPoll, [this, where, generation, attemptsLeft] {
+    RecursiveMutexLock hold(lifecycleLock);
+    // The listener did something in the meantime: that counts.
+    if (playGeneration.load() != generation) return;
+    if (hardware.devices().empty() || !devices.ensureValidOutputDevice()) {
+      if (attemptsLeft > 1) {
+        goOnWhenDeviceReturns(where, generation, attemptsLeft - 1);
+      } else {
+        log::line("❌ No valid output device available");
+      }
+      return;
+    }
+    goOn(where);
+  });
+}
+
+PlaybackFacts AudioEngine::Impl::facts() {
+  PlaybackFacts facts;
+  // A transport operation may hold the lock for long; the last report will do then.
+  if (lifecycleLock.try_lock()) {
+    const OutputReport report = output.report();
+    const bool verified = output.deviceRateVerified();
+    lifecycleLock.unlock();
+    MutexLock hold(reportLock);
+    lastReport = report;
+    lastRateVerified = verified;
+  }
+  {
+    MutexLock hold(reportLock);
+    facts.output = lastReport;
+    facts.deviceRateVerified = lastRateVerified;
+  }
+  const auto playing = currentSession();
+  if (!playing) return {};
+  facts.fileFormat = playing->fileFormat;
+  facts.clientFormat = playing->clientFormat;
+  facts.sourceBitDepth = playing->sourceBitDepth;
+  facts.decoder = playing->decoderInfo;
+  if (playing->targetSampleRate > 0) {
+    facts.resampledFrom = playing->fileFormat.sampleRate;
+    facts.resampledTo = playing->targetSampleRate;
+  }
+  facts.isIntegerOutput = playing->isIntegerOutput;
+  facts.effectsActive = !playing->isIntegerOutput && dspChain.isActive();
+  facts.softwareVolumeActive = !playing->isIntegerOutput &&
+                               controls->volumeMode.load() == VolumeMode::software &&
+                               std::abs(controls->volume.load() - 1.0f) > 0.0001f;
+  facts.deviceName = hardware.deviceName(devices.current());
+  return facts;
+}
+
+}  // namespace velorin

@@ -1,0 +1,110 @@
+// The engine's parts and how they are wired. Included by the AudioEngine*.cpp files only.
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "dsp/DSPChain.h"
+#include "engine/AudioEngine.h"
+#include "engine/EngineSettings.h"
+#include "engine/PlaybackSession.h"
+#include "engine/devices/OutputDevices.h"
+#include "engine/fill/FillThread.h"
+#include "engine/output/OutputSession.h"
+#include "engine/render/RenderPath.h"
+#include "engine/transport/NowPlaying.h"
+#include "engine/transport/ProgressTimer.h"
+#include "foundation/EventBus.h"
+#include "foundation/Mutex.h"
+#include "foundation/SerialQueue.h"
+#include "platform/power/SleepInhibitor.h"
+
+namespace velorin {
+
+/// Order of locks: lifecycleLock, then sessionLock or a part's own. The fill and render threads
+/// take none of these.
+struct AudioEngine::Impl {
+  Impl(AudioHardware& hardware, Preferences& preferences, EventBus& bus);
+
+  // --- Transport (AudioEngineTransport.cpp) ---
+  void stop() REQUIRES(lifecycleLock);
+  void pause() REQUIRES(lifecycleLock);
+  void resume() REQUIRES(lifecycleLock);
+  void seek(double time);
+  double currentPosition() const;
+  void stopAndAdvance(int generation) EXCLUDES(lifecycleLock);
+  void changeState(PlaybackState state);
+  void setRendering(bool rendering);
+
+  // --- Starting a track (AudioEnginePlay.cpp) ---
+  void play(const Track& track, std::optional<double> startTime) REQUIRES(lifecycleLock);
+  void playPCM(const Track& track, std::optional<double> startTime) REQUIRES(lifecycleLock);
+  std::unique_ptr<FileDecoder> openDecoder(const Track& track) REQUIRES(lifecycleLock);
+  bool jumpWithinCueFile(const Track& track, std::optional<double> startTime)
+      REQUIRES(lifecycleLock);
+  std::shared_ptr<PlaybackSession> makeSession(const Track& track,
+                                               std::unique_ptr<FileDecoder> decoder)
+      REQUIRES(lifecycleLock);
+  void startFilling(const Track& track, double start) REQUIRES(lifecycleLock);
+  void startFillThread(std::unique_ptr<FillPCM> fill) REQUIRES(lifecycleLock);
+  bool startAudioOutput(const Track& track, double start) REQUIRES(lifecycleLock);
+  bool fallBackToFloat(const Track& track, double start) REQUIRES(lifecycleLock);
+
+  // --- Devices (AudioEngineDevices.cpp) ---
+  void setExclusiveMode(bool on) REQUIRES(lifecycleLock);
+  void switchToDevice(AudioDeviceID device) REQUIRES(lifecycleLock);
+  void onOutputEvent(OutputEvent event, int generation);
+  void handleDeviceLost(int generation) EXCLUDES(lifecycleLock);
+  void handleFormatChanged(int generation) EXCLUDES(lifecycleLock);
+
+  /// What is needed to go on where the music was.
+  struct Resumption {
+    Track track;
+    double position;
+    bool paused;
+  };
+  std::optional<Resumption> interrupt() REQUIRES(lifecycleLock);
+  void goOn(const Resumption& where) REQUIRES(lifecycleLock);
+  void goOnWhenDeviceReturns(const Resumption& where, int generation, int attemptsLeft)
+      EXCLUDES(lifecycleLock);
+
+  PlaybackFacts facts() EXCLUDES(lifecycleLock);
+
+  std::shared_ptr<PlaybackSession> currentSession() const EXCLUDES(sessionLock) {
+    MutexLock hold(sessionLock);
+    return session;
+  }
+  void setSession(std::shared_ptr<PlaybackSession> next) EXCLUDES(sessionLock);
+
+  // Constant after construction, or synchronise themselves.
+  AudioHardware& hardware;
+  EventBus& bus;
+  const std::shared_ptr<RenderControls> controls = std::make_shared<RenderControls>();
+  DSPChain dspChain;
+  SpectrumCaptureRing spectrumCaptureRing{4096};
+  NowPlaying nowPlaying;
+  ProgressTimer progressTimer;
+  OutputDevices devices;
+  SleepInhibitor sleepInhibitor;
+  std::atomic<int> playGeneration{0};
+  /// The session that the running unit renders; null without one. For canRender().
+  std::atomic<PlaybackSession*> renderingSession{nullptr};
+
+  RecursiveMutex lifecycleLock;
+  EngineSettings settings GUARDED_BY(lifecycleLock);
+  OutputSession output GUARDED_BY(lifecycleLock);
+  FillThread fillThread GUARDED_BY(lifecycleLock);
+
+  mutable Mutex sessionLock;
+  std::shared_ptr<PlaybackSession> session GUARDED_BY(sessionLock);
+
+  mutable Mutex reportLock;
+  OutputReport lastReport GUARDED_BY(reportLock);
+  bool lastRateVerified GUARDED_BY(reportLock) = false;
+
+  // Last: their tasks use everything above, so they are joined first.
+  SerialQueue advanceQueue{"com.velorin.engine.advance"};
+  SerialQueue deviceListenerQueue{"com.velorin.audio.devices"};
+};
+
+}  // namespace velorin

@@ -1,0 +1,111 @@
+// Stop, pause, resume, seek, position, and the end of a track.
+#include "engine/AudioEngineImpl.h"
+#include "foundation/Log.h"
+#include "records/Events.h"
+
+namespace velorin {
+
+void AudioEngine::Impl::changeState(PlaybackState state) {
+  nowPlaying.setState(state);
+  bus.postOnMain(PlaybackStateDidChange{state});
+}
+
+void AudioEngine::Impl::setRendering(bool rendering) {
+  if (const auto playing = currentSession()) {
+    playing->cells.rendering.store(rendering);
+    playing->waker.signal();
+  }
+}
+
+void AudioEngine::Impl::setSession(std::shared_ptr<PlaybackSession> next) {
+  MutexLock hold(sessionLock);
+  session.swap(next);
+}
+
+void AudioEngine::Impl::stop() {
+  playGeneration.fetch_add(1, std::memory_order_release);
+  progressTimer.stop();
+  if (const auto playing = currentSession()) {
+    playing->cells.pendingSeekUsec.store(TransportCells::kNoSeek);
+  }
+  output.end();
+  renderingSession.store(nullptr);
+  sleepInhibitor.release();
+  fillThread.stop(/*quick=*/true);
+  setSession(nullptr);
+  if (!settings.exclusiveMode) devices.disableHogMode();
+
+  const bool wasStopped = nowPlaying.state() == PlaybackState::stopped;
+  nowPlaying.clear();
+  if (!wasStopped) bus.postOnMain(PlaybackStateDidChange{PlaybackState::stopped});
+}
+
+void AudioEngine::Impl::pause() {
+  if (!output.isOpen() || nowPlaying.state() != PlaybackState::playing) return;
+  output.pause();
+  setRendering(false);
+  sleepInhibitor.release();
+  changeState(PlaybackState::paused);
+  progressTimer.stop();
+}
+
+void AudioEngine::Impl::resume() {
+  if (!output.isOpen() || nowPlaying.state() != PlaybackState::paused) return;
+  setRendering(true);
+  if (const AudioStatus status = output.resume(); !status.ok()) {
+    // The device went away or was taken while we were paused: set it up anew, or say why not.
+    log::line("⚠️ Output did not resume: {}", status.description());
+    auto where = interrupt();
+    if (!where) return;
+    where->paused = false;
+    goOn(*where);
+    return;
+  }
+  sleepInhibitor.acquire();
+  changeState(PlaybackState::playing);
+  progressTimer.start();
+}
+
+void AudioEngine::Impl::seek(double time) {
+  const auto playing = currentSession();
+  if (!playing || playing->fileFormat.sampleRate <= 0 || std::isnan(time)) return;
+
+  const double duration = nowPlaying.duration();
+  double target = std::max(0.0, time);
+  if (duration > 0) target = std::min(target, duration);
+
+  // The displayed position jumps at once; the fill thread does the rest.
+  TransportCells& cells = playing->cells;
+  cells.pendingSeekUsec.store(std::llround(target * 1e6));
+  cells.seekFrameOffset.store(static_cast<std::int64_t>(target * playing->fileFormat.sampleRate));
+  cells.framesReadFromBuffer.store(0);
+  cells.eofReached.store(false);
+  playing->waker.signal();
+}
+
+double AudioEngine::Impl::currentPosition() const {
+  const auto playing = currentSession();
+  if (!playing) return 0;
+  const double fileRate = playing->fileFormat.sampleRate;
+  if (fileRate <= 0) return 0;
+
+  const TransportCells& cells = playing->cells;
+  const auto played = static_cast<double>(
+      std::max<std::int64_t>(0, cells.framesReadFromBuffer.load(std::memory_order_acquire) -
+                                    cells.playbackLatencyFrames.load()));
+  const auto offset = static_cast<double>(cells.seekFrameOffset.load());
+  // The ring runs at the client rate, the offset counts frames of the file.
+  return offset / fileRate + played / playing->clientFormat.sampleRate;
+}
+
+void AudioEngine::Impl::stopAndAdvance(int generation) {
+  {
+    RecursiveMutexLock hold(lifecycleLock);
+    // Another play() or stop() came first: this end is no news any more.
+    if (playGeneration.load() != generation) return;
+    stop();
+  }
+  bus.postOnMain(PlayNextTrack{.autoAdvance = true});
+}
+
+}  // namespace velorin
