@@ -125,12 +125,10 @@ TEST_F(EventBusTest, ThreadsComeAndGo) {
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&] {
       for (int i = 0; i < 200; ++i) {
-        int mine = 0;
         auto subscription = _bus.subscribe<Other>(Delivery::mainThread, [](const Other&) {});
         const auto own = _bus.subscribe<Number>(Delivery::mainThread, [](const Number&) {});
         _bus.post(Number{1});
         _bus.post(Other{});
-        mine += i;
       }
     });
   }
