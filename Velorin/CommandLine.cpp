@@ -1,0 +1,202 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <map>
+
+#include "Options.h"
+
+namespace velorin {
+namespace {
+
+constexpr const char* kVersionText = "velorin " VELORIN_VERSION "\n";
+
+/// Accepts finite numbers from `low` to `high`; a plain range lets NaN pass.
+CLI::Validator finite(double low, double high, const char* description) {
+  return CLI::Validator(
+      [low, high](std::string& text) -> std::string {
+        double value = 0;
+        if (!CLI::detail::lexical_cast(text, value) || !(value >= low && value <= high)) {
+          return fmt::format("{} is not a number from {:g} to {:g}", text, low, high);
+        }
+        return {};
+      },
+      description);
+}
+
+CLI::Validator rate() {
+  return finite(8000, 768000, "HZ");
+}
+
+/// Binds the options to fields that outlive the parse.
+class Grammar {
+ public:
+  Grammar() : _app("Velorin plays music files bit for bit, without gaps.", "velorin") {
+    _app.set_version_flag("--version", kVersionText, "Print the version and exit");
+    _app.require_subcommand(0, 1);
+    _app.footer(
+        "Examples:\n"
+        "  velorin play ~/Music/Album --exclusive --integer\n"
+        "  velorin render track.flac -o track.wav --integer");
+    addPlay();
+    addRender();
+    addDevices();
+    addInfo();
+  }
+
+  Command parse(int argc, const char* const* argv) {
+    try {
+      _app.parse(argc, argv);
+    } catch (const CLI::CallForVersion&) {
+      return ShowText{kVersionText};
+    } catch (const CLI::CallForHelp&) {
+      return ShowText{_app.help()};
+    } catch (const CLI::ParseError& error) {
+      return WrongUsage{oneLine(error.what()) + ": see '" + helpCommand() + "'"};
+    }
+    if (*_playCommand) return _play;
+    if (*_renderCommand) return _render;
+    if (*_devicesCommand) return _devices;
+    if (*_infoCommand) return _info;
+    return ShowText{_app.help()};
+  }
+
+ private:
+  void addPlay() {
+    _playCommand = _app.add_subcommand("play", "Play files and folders in the terminal");
+    addInputs(_playCommand, _play.inputs, "Files and folders to play");
+    addAudio(_playCommand, _play.audio);
+    _playCommand->add_option("--device", _play.deviceUID, "Device to play on: its UID or its name")
+        ->type_name("UID");
+    addEngine(_playCommand, _play.engine);
+    _playCommand->add_flag("-v,--verbose", _play.verbose, "Show every line of the log");
+  }
+
+  void addRender() {
+    _renderCommand = _app.add_subcommand(
+        "render", "Write what a device would be given into WAV files, as fast as possible");
+    addInputs(_renderCommand, _render.inputs, "Files to render, one after the other");
+    _renderCommand->add_option("-o,--output", _render.output, "WAV file to write")
+        ->required()
+        ->type_name("OUT.wav");
+    addEngine(_renderCommand, _render.engine);
+    _renderCommand
+        ->add_option("--device-rates", _render.deviceRates,
+                     "Rates that the device offers, in Hz, separated by commas "
+                     "[all that the files need]")
+        ->delimiter(',')
+        ->check(rate())
+        ->type_name("LIST");
+    _renderCommand
+        ->add_option("--device-buffer-max", _render.deviceBufferMax,
+                     "Largest buffer of the device in frames")
+        ->check(CLI::Range(64, 1 << 20))
+        ->type_name("N");
+    _renderCommand
+        ->add_option("--events", _render.events,
+                     "Write each event with the device frame at which it fell")
+        ->type_name("FILE.jsonl");
+    _renderCommand->add_flag("-v,--verbose", _render.verbose, "Show every line of the log");
+  }
+
+  void addDevices() {
+    _devicesCommand = _app.add_subcommand("devices", "List output devices");
+    addAudio(_devicesCommand, _devices.audio);
+    _devicesCommand->add_flag("--json", _devices.json, "Print JSON");
+  }
+
+  void addInfo() {
+    _infoCommand = _app.add_subcommand("info", "Show what files hold");
+    addInputs(_infoCommand, _info.inputs, "Files to look at");
+    _infoCommand->add_flag("--json", _info.json, "Print JSON");
+  }
+
+  static void addInputs(CLI::App* command, std::vector<std::filesystem::path>& inputs,
+                        const char* description) {
+    command->add_option("FILE", inputs, description)->required()->type_name("...");
+  }
+
+  static void addAudio(CLI::App* command, AudioBackendChoice& audio) {
+    static const std::map<std::string, AudioBackendChoice> kNames = {
+        {"auto", AudioBackendChoice::automatic},
+        {"pipewire", AudioBackendChoice::pipewire},
+        {"alsa", AudioBackendChoice::alsa},
+        {"virtual", AudioBackendChoice::virtualOutput}};
+    addChoice(command, "--audio", audio, kNames, "Sound system: auto, pipewire, alsa or virtual");
+  }
+
+  void addEngine(CLI::App* command, EngineOptions& engine) {
+    static const std::map<std::string, SampleRateStrategy> kNames = {
+        {"native", SampleRateStrategy::native},
+        {"powerOf2", SampleRateStrategy::powerOf2},
+        {"max", SampleRateStrategy::max},
+        {"fixed", SampleRateStrategy::fixed}};
+    command->add_flag("--exclusive", engine.exclusive, "Keep other programs off the device");
+    command->add_flag("--integer", engine.integer, "Give the device integers instead of floats");
+    addChoice(command, "--strategy", engine.strategy, kNames,
+              "Output rate: native, powerOf2, max or fixed");
+    command->add_option("--multiplier", engine.multiplier, "Upsampling factor of powerOf2")
+        ->check(CLI::Range(2, 64))
+        ->type_name("N");
+    command->add_option("--fixed-rate", engine.fixedRate, "Rate of the strategy fixed")
+        ->check(rate())
+        ->type_name("HZ");
+    command->add_option("--start", engine.start, "Begin so far into the first file")
+        ->check(finite(0, 1e9, "SECONDS"))
+        ->type_name("SECONDS");
+    command->add_option("--volume", engine.volume, "Software volume, 0 to 1")
+        ->check(finite(0, 1, "0..1"))
+        ->type_name("0..1");
+  }
+
+  /// One of a closed set of names. CLI11's own transformers list raw enumeration values in their
+  /// messages, which tell a user nothing.
+  template <class Field, class Value>
+  static void addChoice(CLI::App* command, const char* option, Field& field,
+                        const std::map<std::string, Value>& names, const char* description) {
+    command
+        ->add_option_function<std::string>(
+            option, [&field, &names](const std::string& name) { field = names.at(name); },
+            description)
+        ->check(CLI::Validator(
+            [&names](std::string& name) -> std::string {
+              if (names.contains(name)) return {};
+              std::string known;
+              for (const auto& [each, value] : names) known += (known.empty() ? "" : ", ") + each;
+              return name + " is none of " + known;
+            },
+            ""))
+        ->type_name("NAME");
+  }
+
+  std::string helpCommand() const {
+    const auto used = _app.get_subcommands();
+    return used.empty() ? "velorin --help" : "velorin " + used.front()->get_name() + " --help";
+  }
+
+  static std::string oneLine(std::string text) {
+    for (char& c : text) {
+      if (c == '\n') c = ' ';
+    }
+    return text;
+  }
+
+  CLI::App _app;
+  CLI::App* _playCommand = nullptr;
+  CLI::App* _renderCommand = nullptr;
+  CLI::App* _devicesCommand = nullptr;
+  CLI::App* _infoCommand = nullptr;
+  PlayOptions _play;
+  RenderOptions _render;
+  DevicesOptions _devices;
+  InfoOptions _info;
+};
+
+}  // namespace
+
+Command parseCommandLine(int argc, const char* const* argv) {
+  Grammar grammar;
+  return grammar.parse(argc, argv);
+}
+
+}  // namespace velorin

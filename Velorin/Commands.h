@@ -1,0 +1,13 @@
+// The subcommands. Each runs on the main thread to its end and returns the exit code.
+#pragma once
+
+#include "Options.h"
+
+namespace velorin {
+
+int runPlay(const PlayOptions& options);
+int runRender(const RenderOptions& options);
+int runDevices(const DevicesOptions& options);
+int runInfo(const InfoOptions& options);
+
+}  // namespace velorin

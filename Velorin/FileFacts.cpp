@@ -1,0 +1,93 @@
+#include "FileFacts.h"
+
+#include <FLAC/metadata.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+#include <string_view>
+#include <system_error>
+
+#include "engine/decoders/DecoderFactory.h"
+#include "foundation/Text.h"
+
+namespace velorin {
+namespace fs = std::filesystem;
+namespace {
+
+struct DeleteBlock {
+  void operator()(FLAC__StreamMetadata* block) const { FLAC__metadata_object_delete(block); }
+};
+using Block = std::unique_ptr<FLAC__StreamMetadata, DeleteBlock>;
+
+/// The MD5 of the samples; an encoder that did not compute it leaves zeros.
+std::string flacMD5(const fs::path& path) {
+  FLAC__StreamMetadata info{};
+  if (!FLAC__metadata_get_streaminfo(path.c_str(), &info)) return {};
+  const auto& sum = info.data.stream_info.md5sum;
+  if (std::all_of(std::begin(sum), std::end(sum), [](auto byte) { return byte == 0; })) return {};
+  std::string text;
+  for (const auto byte : sum) text += fmt::format("{:02x}", byte);
+  return text;
+}
+
+void readFlacTags(const fs::path& path, FileFacts& facts) {
+  FLAC__StreamMetadata* raw = nullptr;
+  if (!FLAC__metadata_get_tags(path.c_str(), &raw)) return;
+  const Block tags(raw);
+  const auto& comments = tags->data.vorbis_comment;
+  for (std::uint32_t i = 0; i < comments.num_comments; ++i) {
+    const auto& entry = comments.comments[i];
+    const std::string_view comment(reinterpret_cast<const char*>(entry.entry), entry.length);
+    const std::size_t equals = comment.find('=');
+    if (equals == std::string_view::npos) continue;
+    const std::string name = text::lowercaseASCII(comment.substr(0, equals));
+    std::string* const field = name == "title"         ? &facts.title
+                               : name == "artist"      ? &facts.artist
+                               : name == "album"       ? &facts.album
+                               : name == "tracknumber" ? &facts.trackNumber
+                                                       : nullptr;
+    // The first of several stands.
+    if (field != nullptr && field->empty()) {
+      *field = text::toValidUTF8(text::trimWhitespaceAndNewlines(comment.substr(equals + 1)));
+    }
+  }
+}
+
+Result<FileFacts, FileError> read(const fs::path& path, bool probeEnd) {
+  auto opened = DecoderFactory::open(path);
+  if (!opened) return FileError{opened.error().text};
+  FileDecoder& decoder = *opened.value();
+  FileFacts facts;
+  facts.path = path;
+  facts.format = decoder.info().formatTag.value_or(decoder.info().name);
+  facts.sampleRate = static_cast<std::uint32_t>(decoder.sampleRate());
+  facts.bitsPerSample = decoder.bitsPerSample();
+  facts.channels = decoder.channels();
+  facts.totalFrames = static_cast<std::uint64_t>(std::max<std::int64_t>(0, decoder.totalFrames()));
+  std::error_code error;
+  const auto size = fs::file_size(path, error);
+  facts.fileSize = error ? 0 : size;
+  facts.md5 = flacMD5(path);
+  readFlacTags(path, facts);
+  if (probeEnd && facts.totalFrames > 0) {
+    const auto last = static_cast<std::int64_t>(facts.totalFrames) - 1;
+    PlanarBuffers one(facts.channels, 1, sizeof(float));
+    if (!decoder.seek(last) || decoder.read(one.list(), 1, /*asFloat=*/true).frames != 1) {
+      return FileError{"the file ends before its audio does; copy it again from its source"};
+    }
+  }
+  return facts;
+}
+
+}  // namespace
+
+Result<FileFacts, FileError> readFileFacts(const fs::path& path) {
+  return read(path, /*probeEnd=*/false);
+}
+
+Result<FileFacts, FileError> readAndProbeFile(const fs::path& path) {
+  return read(path, /*probeEnd=*/true);
+}
+
+}  // namespace velorin

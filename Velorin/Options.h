@@ -1,0 +1,76 @@
+// What the command line can say, after it was checked.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "platform/audio/AudioHardwareFactory.h"
+#include "records/PlaybackTypes.h"
+
+namespace velorin {
+
+/// How to play, for `play` and `render`. What is empty stays as the preferences have it.
+struct EngineOptions {
+  bool exclusive = false;
+  bool integer = false;
+  std::optional<SampleRateStrategy> strategy;
+  std::optional<int> multiplier;    ///< 2 to 64
+  std::optional<double> fixedRate;  ///< Hz
+  std::optional<double> start;      ///< seconds into the first file
+  std::optional<double> volume;     ///< linear, 0 to 1
+};
+
+struct PlayOptions {
+  std::vector<std::filesystem::path> inputs;
+  EngineOptions engine;
+  AudioBackendChoice audio = AudioBackendChoice::automatic;
+  std::string deviceUID;  ///< empty: the saved device, else the default
+  bool verbose = false;
+};
+
+struct RenderOptions {
+  std::vector<std::filesystem::path> inputs;
+  EngineOptions engine;
+  std::filesystem::path output;
+  std::filesystem::path events;       ///< empty: none
+  std::vector<double> deviceRates;    ///< Hz; empty: every rate that the files need
+  std::uint32_t deviceBufferMax = 0;  ///< frames; 0: as much as any rate needs
+  bool verbose = false;
+};
+
+struct DevicesOptions {
+  AudioBackendChoice audio = AudioBackendChoice::automatic;
+  bool json = false;
+};
+
+struct InfoOptions {
+  std::vector<std::filesystem::path> inputs;
+  bool json = false;
+};
+
+/// Text that was asked for: help, version.
+struct ShowText {
+  std::string text;
+};
+
+/// Why the command line makes no sense, and what to do; one line.
+struct WrongUsage {
+  std::string text;
+};
+
+using Command =
+    std::variant<PlayOptions, RenderOptions, DevicesOptions, InfoOptions, ShowText, WrongUsage>;
+
+/// Exit codes of the program.
+inline constexpr int kExitSuccess = 0;
+inline constexpr int kExitFailure = 1;
+inline constexpr int kExitWrongUsage = 2;
+
+/// Reads the arguments.
+Command parseCommandLine(int argc, const char* const* argv);
+
+}  // namespace velorin

@@ -1,0 +1,76 @@
+#include "SignalPathText.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "Terminal.h"
+#include "foundation/Text.h"
+
+namespace velorin {
+namespace {
+
+/// A title of more columns than this may be shortened in favour of the path.
+constexpr int kTitleColumns = 24;
+
+std::string deviceText(const PlaybackFacts& facts) {
+  std::string text = text::escapeForTerminal(facts.deviceName);
+  if (facts.output.exclusive) text += " (exclusive)";
+  return text;
+}
+
+std::string processingText(const PlaybackFacts& facts) {
+  std::string text;
+  if (facts.resampledTo > 0) text += rateText(facts.resampledTo) + " → ";
+  return text + (facts.isIntegerOutput ? "integer" : "float");
+}
+
+}  // namespace
+
+std::string rateText(double hertz) {
+  // At most three decimals, without zeros at the end.
+  return fmt::format("{:g} kHz", std::round(hertz) / 1000);
+}
+
+std::string formatText(const FileFacts& file) {
+  std::string text =
+      fmt::format("{} {} {}-bit", file.format, rateText(file.sampleRate), file.bitsPerSample);
+  if (file.channels == 1) text += " mono";
+  if (file.channels > 2) text += fmt::format(" {} ch", file.channels);
+  return text;
+}
+
+std::string timeText(double seconds) {
+  if (!(seconds > 0) || seconds > 1e9) seconds = 0;
+  const auto whole = static_cast<std::int64_t>(seconds);
+  if (whole < 3600) return fmt::format("{}:{:02}", whole / 60, whole % 60);
+  return fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60);
+}
+
+std::vector<std::string> pathTexts(const FileFacts& file, const PlaybackFacts& facts) {
+  const PathVerdict verdict = judge(facts);
+  const std::string word = verdict.bitPerfect ? "bit-perfect" : "not bit-perfect";
+  const std::string reason = verdict.reason.empty() ? "" : ": " + verdict.reason;
+  const std::string format = formatText(file);
+  const std::string source = fmt::format("{}/{}", rateText(file.sampleRate), file.bitsPerSample);
+  const std::string road =
+      fmt::format(" → {} → {} · {}", processingText(facts), deviceText(facts), word);
+  return {format + road + reason, format + road, source + road, source + " · " + word, word};
+}
+
+std::string composeStatus(const std::string& head, const std::string& title,
+                          const std::vector<std::string>& paths, int columns) {
+  const int headColumns = terminal::columnsTaken(head);
+  const int titleColumns = terminal::columnsTaken(title);
+  const int wanted = std::min(titleColumns, kTitleColumns);
+  for (const std::string& path : paths) {
+    const int left = columns - headColumns - 4 - terminal::columnsTaken(path);
+    if (left < wanted) continue;
+    return head + "  " + terminal::fitted(title, left) + "  " + path;
+  }
+  const int left = columns - headColumns - 2;
+  return left > 0 ? head + "  " + terminal::fitted(title, left) : terminal::fitted(head, columns);
+}
+
+}  // namespace velorin

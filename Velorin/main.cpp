@@ -1,0 +1,47 @@
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <variant>
+
+#include "Commands.h"
+#include "Console.h"
+#include "Terminal.h"
+#include "foundation/MainThread.h"
+
+namespace {
+
+using namespace velorin;
+
+int show(const ShowText& text) {
+  return std::fputs(text.text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0 ? kExitSuccess
+                                                                                : kExitFailure;
+}
+
+int refuse(const WrongUsage& usage) {
+  reportError(usage.text);
+  return kExitWrongUsage;
+}
+
+struct Run {
+  int operator()(const PlayOptions& options) const { return runPlay(options); }
+  int operator()(const RenderOptions& options) const { return runRender(options); }
+  int operator()(const DevicesOptions& options) const { return runDevices(options); }
+  int operator()(const InfoOptions& options) const { return runInfo(options); }
+  int operator()(const ShowText& text) const { return show(text); }
+  int operator()(const WrongUsage& usage) const { return refuse(usage); }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // A reader of our output that goes away shows as a failed write.
+  std::signal(SIGPIPE, SIG_IGN);
+  velorin::terminal::useUTF8();
+  velorin::MainThread::instance();
+  try {
+    return std::visit(Run{}, velorin::parseCommandLine(argc, argv));
+  } catch (const std::exception& error) {
+    velorin::reportError(std::string(error.what()) + ": please report this as a bug");
+    return velorin::kExitFailure;
+  }
+}
