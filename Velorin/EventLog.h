@@ -1,4 +1,5 @@
-// Writes the events of the bus as JSON lines, each with the device frame at which it fell.
+// Writes the events of the bus as JSON lines, each with the device frame at which it fell:
+// frames of programme, so that the numbers match the recording.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +17,7 @@ namespace velorin {
 /// thread only, where playback events are posted.
 class EventLog {
  public:
-  /// frame: frames that the device was given so far.
+  /// frame: frames of programme that the device was given so far.
   static Result<std::unique_ptr<EventLog>, OutputError> create(
       const std::filesystem::path& path, EventBus& bus, std::function<std::uint64_t()> frame);
   ~EventLog();

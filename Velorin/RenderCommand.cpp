@@ -30,6 +30,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::chrono::milliseconds kRedrawInterval{250};
+constexpr std::chrono::milliseconds kSilentPullInterval{2};
 /// At 768 kHz a buffer still holds more than the 40 ms that the engine asks for.
 constexpr std::uint32_t kBufferMax = 65536;
 constexpr std::uint32_t kBufferMin = 64;
@@ -82,8 +83,7 @@ class RenderSession : private TrackSequenceListener {
         _engineQueue("com.velorin.engine"),
         _sequence(_engine, _engineQueue, _bus, std::move(paths), *this) {
     _hardware.setRecorder(_device, _recorder);
-    _hardware.setPullGate(_device,
-                          [this](std::uint32_t frames) { return _engine.canRender(frames); });
+    _hardware.setPullGate(_device, [this](std::uint32_t frames) { return mayPull(frames); });
   }
 
   int run() {
@@ -94,10 +94,21 @@ class RenderSession : private TrackSequenceListener {
   }
 
  private:
+  /// The device's clock, on its thread: as fast as the engine delivers, from the moment on that
+  /// the track is announced, so that the announcement falls on the track's first frame. Once the
+  /// track is over the engine needs a moment to notice; meanwhile the device does not race through
+  /// silence.
+  bool mayPull(std::uint32_t frames) {
+    if (!_trackRuns || !_engine.canRender(frames)) return false;
+    const auto now = std::chrono::steady_clock::now();
+    if (_recorder->holdsSilence() && now < _lastPull + kSilentPullInterval) return false;
+    _lastPull = now;
+    return true;
+  }
+
   bool openEvents() {
     if (_options.events.empty()) return true;
-    auto made = EventLog::create(_options.events, _bus,
-                                 [this] { return _hardware.framesRendered(_device); });
+    auto made = EventLog::create(_options.events, _bus, [this] { return _recorder->frames(); });
     if (!made) {
       reportError(made.error().text);
       return false;
@@ -147,9 +158,11 @@ class RenderSession : private TrackSequenceListener {
 
   void trackStarted(std::size_t, const FileFacts&) override {
     _isResampled = _engine.facts().resampledTo > 0;
+    _trackRuns = true;
   }
 
   void trackEnded(std::size_t index, bool playedOut) override {
+    _trackRuns = false;
     const std::uint64_t frames =
         _recorder->frames() - std::exchange(_framesBefore, _recorder->frames());
     const std::uint64_t expected = expectedFrames(index);
@@ -230,6 +243,9 @@ class RenderSession : private TrackSequenceListener {
   TrackSequence _sequence;
   std::unique_ptr<EventLog> _events;
   RepeatingTimer _redraw;
+
+  std::atomic<bool> _trackRuns = false;
+  std::chrono::steady_clock::time_point _lastPull{};  ///< device thread
 
   std::uint64_t _framesBefore = 0;  ///< of the tracks that are over
   bool _isResampled = false;

@@ -84,6 +84,11 @@ bool WavRecorder::finish() {
   return !_hasFailed;
 }
 
+bool WavRecorder::holdsSilence() const {
+  const MutexLock lock(_mutex);
+  return _heldSilence > 0;
+}
+
 std::string WavRecorder::errorText() const {
   const MutexLock lock(_mutex);
   return _errorText;

@@ -37,6 +37,8 @@ class WavRecorder : public VirtualRecorder {
 
   /// Programme frames recorded so far. Any thread.
   std::uint64_t frames() const noexcept { return _frames.load(std::memory_order_acquire); }
+  /// True after a buffer that was not all programme. Any thread.
+  bool holdsSilence() const;
   /// Why failed() was called. Any thread.
   std::string errorText() const;
   /// Names of the files, in order.
