@@ -50,8 +50,8 @@ tsan: ## the threaded tests under the thread sanitizer
 bench: ## each figure beside its target, also in bench.json
 	@tools/install-deps.sh build bench
 	@tools/configure.sh bench
-	@cmake --build build/bench --target bench
-	@build/bench/bench
+	@cmake --build build/bench --target velorin_bench
+	@build/bench/velorin_bench --json bench.json
 
 analyse: ## format check and the clang build with thread-safety analysis
 	@tools/install-deps.sh build test lint

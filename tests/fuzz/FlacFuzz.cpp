@@ -1,4 +1,4 @@
-// libFuzzer entry: fuzz_flac CORPUS_FOLDER (fill the folder with fuzz_flac_seeds first).
+// libFuzzer entry: flac_fuzz CORPUS_FOLDER (flac_fuzz_seeds fills one).
 #include "fuzz/FlacDrive.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -1,4 +1,4 @@
-// Writes the seed corpus: fuzz_flac_seeds FOLDER
+// Writes the seed corpus: flac_fuzz_seeds FOLDER
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -7,7 +7,7 @@
 
 int main(int argc, char** argv) {
   if (argc != 2) {
-    std::fputs("usage: fuzz_flac_seeds FOLDER\n", stderr);
+    std::fputs("usage: flac_fuzz_seeds FOLDER\n", stderr);
     return 2;
   }
   const std::filesystem::path folder = argv[1];
