@@ -122,7 +122,12 @@ TEST_F(PreferencesTest, ObserversHearChangesOfTheirKey) {
   store->setInt("volume", 3);
   store->setInt("volume", 4);  // nobody listens any more
   EXPECT_EQ(seen, (std::vector<std::int64_t>{1, 2, -1, 3}));
-  observation = store->observe("volume", [] {});
+  // The first to hear of a change may end the observation of the second.
+  Preferences::Observation second;
+  observation = store->observe("volume", [&] { second.reset(); });
+  second = store->observe("volume", [&] { seen.push_back(-2); });
+  store->setInt("volume", 5);
+  EXPECT_EQ(seen.back(), 3);
   store.reset();
   observation.reset();  // may outlive the store
 }
