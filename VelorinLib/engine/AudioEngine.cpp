@@ -109,8 +109,11 @@ bool AudioEngine::isIntegerOutput() const {
 
 bool AudioEngine::canRender(std::uint32_t frames) const noexcept {
   const PlaybackSession* session = _impl->renderingSession.load(std::memory_order_acquire);
-  return session == nullptr || session->ring->framesHeld() >= frames ||
-         session->cells.eofReached.load(std::memory_order_acquire);
+  if (session == nullptr) return true;
+  const TransportCells& cells = session->cells;
+  if (cells.pendingSeekUsec.load(std::memory_order_acquire) >= 0) return false;
+  return session->ring->framesHeld() >= frames ||
+         cells.eofReached.load(std::memory_order_acquire);
 }
 
 float AudioEngine::volume() const {

@@ -75,7 +75,8 @@ class AudioEngine {
   int playGeneration() const;
 
   /// For a device without a clock of its own: true when the next `frames` frames can be rendered
-  /// without a gap, or when the stream has ended. Lock-free; any thread, also the render thread.
+  /// without a gap, or when the stream has ended. Lock-free. For the running device's own thread
+  /// (what it looks at lives until the device has stopped), or the engine queue.
   bool canRender(std::uint32_t frames) const noexcept;
 
   // --- Settings (engine queue). Those of format and rate take effect at the next play(). ---

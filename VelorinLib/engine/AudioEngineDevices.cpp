@@ -85,7 +85,7 @@ void AudioEngine::Impl::handleDeviceLost(int generation) {
   RecursiveMutexLock hold(lifecycleLock);
   if (playGeneration.load() != generation) return;
   const AudioDeviceID lost = devices.current();
-  const std::string lostName = hardware.deviceName(lost);
+  const std::string lostName = outputDeviceName;
   log::line("⚠️ Output device lost: {}", lostName);
 
   const auto where = interrupt();

@@ -94,6 +94,8 @@ struct AudioEngine::Impl {
   EngineSettings settings GUARDED_BY(lifecycleLock);
   OutputSession output GUARDED_BY(lifecycleLock);
   FillThread fillThread GUARDED_BY(lifecycleLock);
+  /// Of the device that plays: a lost one can no longer be asked.
+  std::string outputDeviceName GUARDED_BY(lifecycleLock);
 
   mutable Mutex sessionLock;
   std::shared_ptr<PlaybackSession> session GUARDED_BY(sessionLock);

@@ -252,6 +252,7 @@ bool AudioEngine::Impl::startAudioOutput(const Track& track, double start) {
   auto renderPath = std::make_unique<RenderPath>(stream, *controls, dspChain, spectrumCaptureRing);
   if (!output.begin(std::move(renderPath), playing->clientFormat.sampleRate)) return false;
 
+  outputDeviceName = hardware.deviceName(devices.current());
   sleepInhibitor.acquire();
   changeState(PlaybackState::playing);
   progressTimer.start();

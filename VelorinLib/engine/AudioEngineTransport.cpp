@@ -74,12 +74,13 @@ void AudioEngine::Impl::seek(double time) {
   double target = std::max(0.0, time);
   if (duration > 0) target = std::min(target, duration);
 
-  // The displayed position jumps at once; the fill thread does the rest.
+  // The displayed position jumps at once; the fill thread does the rest. The wish itself comes
+  // last: from then on these cells are the fill thread's.
   TransportCells& cells = playing->cells;
-  cells.pendingSeekUsec.store(std::llround(target * 1e6));
   cells.seekFrameOffset.store(static_cast<std::int64_t>(target * playing->fileFormat.sampleRate));
   cells.framesReadFromBuffer.store(0);
   cells.eofReached.store(false);
+  cells.pendingSeekUsec.store(std::llround(target * 1e6));
   playing->waker.signal();
 }
 

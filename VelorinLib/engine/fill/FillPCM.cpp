@@ -106,7 +106,7 @@ void FillPCM::sleep(milliseconds time) noexcept {
 
 bool FillPCM::handlePendingSeek() noexcept {
   TransportCells& cells = _session.cells;
-  const std::int64_t usec = cells.pendingSeekUsec.exchange(TransportCells::kNoSeek);
+  std::int64_t usec = cells.pendingSeekUsec.load(std::memory_order_acquire);
   if (usec < 0) return false;
 
   // In whole frames, so that a position asked for is met to the frame.
@@ -132,6 +132,9 @@ bool FillPCM::handlePendingSeek() noexcept {
     cells.framesAfterEnd.store(0);
     cells.eofReached.store(false);
   }
+  // Until here the seek stays pending, so that nobody takes the old frames for the new ones. One
+  // that was asked for meanwhile stays so.
+  cells.pendingSeekUsec.compare_exchange_strong(usec, TransportCells::kNoSeek);
 
   const std::int64_t wanted = _stage.framesWritten() + prefillFor(cells.ioBufferFrameSize.load());
   while (shouldRun() && _stage.framesWritten() < wanted &&

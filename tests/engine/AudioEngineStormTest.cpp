@@ -1,0 +1,103 @@
+// A listener with no patience: random transport and setting changes while music plays, with
+// another thread looking on. What must hold is checked after every step.
+#include <random>
+
+#include "engine/EngineHarness.h"
+#include "foundation/SerialQueue.h"
+
+namespace velorin {
+namespace {
+
+using test::EngineHarness;
+
+constexpr int kSteps = 400;
+
+TEST(AudioEngineStorm, NothingSticksLeaksOrLies) {
+  auto device = test::wideDevice(VirtualClock::paced);
+  device.bufferRange = {64, 2048};
+  EngineHarness h(device);
+  std::vector<Track> tracks = {
+      h.file("short.flac", {.sampleRate = 48000, .frames = 5000}),
+      h.file("long.flac", {.bits = 24, .sampleRate = 48000, .frames = 48000 * 4}),
+      h.file("mono.flac", {.channels = 1, .sampleRate = 48000, .frames = 48000}),
+      h.trackOf("missing.flac"),
+  };
+  Track cue = h.trackOf("long.flac");
+  cue.cueStartTime = 1.0;
+  cue.cueEndTime = 2.0;
+  tracks.push_back(cue);
+
+  std::atomic<bool> done{false};
+  std::atomic<bool> lied{false};
+  std::thread onlooker([&] {
+    while (!done) {
+      const double position = h.engine->currentPosition();
+      const PlaybackFacts facts = h.engine->facts();
+      if (position < 0 || position > 6 || std::isnan(position)) lied = true;
+      if (judge(facts).bitPerfect && !facts.deviceRateVerified) lied = true;
+      std::this_thread::yield();
+    }
+  });
+
+  SerialQueue queue("com.velorin.engine");
+  std::mt19937 random(20260101);
+  const auto pick = [&](int below) {
+    return static_cast<int>(random() % static_cast<unsigned>(below));
+  };
+  for (int step = 0; step < kSteps; ++step) {
+    const int action = pick(12);
+    const int choice = pick(1000);
+    queue.sync([&] {
+      AudioEngine& engine = *h.engine;
+      switch (action) {
+        case 0:
+        case 1:
+          engine.play(tracks[static_cast<std::size_t>(choice) % tracks.size()],
+                      choice % 3 == 0 ? std::optional(choice / 500.0) : std::nullopt);
+          break;
+        case 2:
+        case 3:
+        case 4:
+          engine.seek(choice / 200.0);
+          break;
+        case 5:
+          engine.pause();
+          break;
+        case 6:
+          engine.resume();
+          break;
+        case 7:
+          engine.togglePlayPause();
+          break;
+        case 8:
+          engine.setVolume(static_cast<float>(choice) / 1000.0f);
+          engine.setSpectrumCaptureEnabled(choice % 2 == 0);
+          break;
+        case 9:
+          engine.setIntegerMode(choice % 2 == 0);
+          break;
+        case 10:
+          engine.setExclusiveMode(choice % 2 == 0);
+          break;
+        default:
+          engine.stop();
+          break;
+      }
+    });
+    // A track may end by itself at any moment, so they may differ for one, but not for long.
+    ASSERT_TRUE(h.waitUntil([&] {
+      return h.hardware.isRunning(h.device) == (h.engine->state() == PlaybackState::playing);
+    })) << "step "
+        << step << ", action " << action;
+  }
+
+  h.engine->play(tracks[0]);
+  EXPECT_TRUE(h.waitUntil([&] { return h.engine->state() == PlaybackState::stopped; }))
+      << "after all that a short track still plays to its end";
+  done = true;
+  onlooker.join();
+  EXPECT_FALSE(lied);
+}
+
+}  // namespace
+}  // namespace velorin
