@@ -5,14 +5,15 @@
 
 namespace velorin {
 
-/// Holds a logind inhibitor lock (what "idle:sleep"-like, who "Velorin", why "Velorin audio
-/// playback", mode "block") between acquire() and release(). Any thread but the render thread;
-/// both return at once, the bus is asked in the background. Without a system bus or logind it
-/// says so once and does nothing.
+/// Holds a logind inhibitor lock (what "idle", who "Velorin", why "Velorin audio playback", mode
+/// "block") between acquire() and release(): the machine does not go to sleep by itself, while a
+/// user who asks for it or closes the lid is obeyed. Any thread but the render thread; both return
+/// at once, the bus is asked in the background. Without a system bus or logind it says so once and
+/// does nothing.
 class SleepInhibitor {
  public:
   SleepInhibitor();
-  /// Releases.
+  /// Releases. Waits for a bus that is being asked, at most 2 s.
   ~SleepInhibitor();
   SleepInhibitor(const SleepInhibitor&) = delete;
   SleepInhibitor& operator=(const SleepInhibitor&) = delete;
