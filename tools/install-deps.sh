@@ -6,7 +6,7 @@ set -eu
 
 apt_build="make cmake ninja-build g++ ccache pkg-config git ca-certificates
   libflac-dev libsoxr-dev libasound2-dev libpipewire-0.3-dev libsdbus-c++-dev libsystemd-dev
-  libboost1.81-dev libplist-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libcli11-dev"
+  libboost1.81-dev libplist-dev nlohmann-json3-dev libfmt-dev libcli11-dev"
 # Nothing beyond what the build brings: the desktop has its own sound server, and without one the
 # program plays into its paced null output.
 apt_run=""
