@@ -81,25 +81,26 @@ bool FillPCM::drainRing() noexcept {
         _session.ring->framesHeld() == 0 &&
         cells.framesAfterEnd.load(std::memory_order_acquire) >= cells.playbackLatencyFrames.load();
     if (heard) return true;
-    sleep(cells.rendering.load() ? kDrainNap : kPausedNap);
+    sleep(kDrainNap);
   }
   return false;
 }
 
 bool FillPCM::waitForSpace(std::uint32_t frames) noexcept {
-  TransportCells& cells = _session.cells;
   const std::int64_t missing = frames - _session.ring->freeSpace();
   if (missing <= 0) return true;
   // By the time the device has taken what is missing there is work again, not before.
   const auto until = milliseconds(static_cast<std::int64_t>(1000.0 * static_cast<double>(missing) /
                                                             _session.clientFormat.sampleRate));
-  sleep(cells.rendering.load() ? std::clamp(until, kShortestNap, kLongestNap) : kPausedNap);
+  sleep(std::clamp(until, kShortestNap, kLongestNap));
   return _session.ring->freeSpace() >= frames;
 }
 
-void FillPCM::sleep(milliseconds time) noexcept {
+void FillPCM::sleep(milliseconds whileRendering) noexcept {
+  // Read once: were the nap chosen by another reading than the one that is watched, a resume that
+  // falls between the two would be slept through.
   const bool wasRendering = _session.cells.rendering.load();
-  _session.waker.sleepFor(time, [&] {
+  _session.waker.sleepFor(wasRendering ? whileRendering : kPausedNap, [&] {
     return !shouldRun() || seekIsPending() || _session.cells.rendering.load() != wasRendering;
   });
 }

@@ -36,7 +36,7 @@ class FillPCM {
   void finishStream() noexcept;
   bool drainRing() noexcept;
   bool waitForSpace(std::uint32_t frames) noexcept;
-  void sleep(std::chrono::milliseconds time) noexcept;
+  void sleep(std::chrono::milliseconds whileRendering) noexcept;
   bool shouldRun() const noexcept;
   bool seekIsPending() const noexcept;
 

@@ -31,7 +31,8 @@ AudioRingBuffer::AudioRingBuffer(std::uint32_t channels, std::int64_t wantedCapa
   for (std::uint32_t i = 0; i < channels; ++i) {
     // calloc takes large blocks from the kernel already zeroed. Pages are pinned as the producer
     // first writes them; the consumer reads none that was not written.
-    auto* block = static_cast<std::byte*>(std::calloc(1, bytes));
+    auto* block =
+        static_cast<std::byte*>(std::calloc(static_cast<std::size_t>(_capacity), bytesPerFrame));
     if (block == nullptr) {
       for (std::byte* held : _buffers) std::free(held);
       throw std::bad_alloc();
@@ -64,7 +65,9 @@ std::int64_t AudioRingBuffer::framesHeld() const noexcept {
 std::uint32_t AudioRingBuffer::write(const AudioBufferList& list, std::uint32_t frames) noexcept {
   const std::int64_t head = _head.load(std::memory_order_acquire);
   const std::int64_t tail = _tail.load(std::memory_order_acquire);
-  const std::int64_t n = std::min<std::int64_t>(frames, _capacity - (head - tail));
+  // A flush that a read overtook leaves the head behind the tail: never more than the capacity.
+  const std::int64_t room = _capacity - std::max<std::int64_t>(0, head - tail);
+  const std::int64_t n = std::min<std::int64_t>(frames, room);
   if (n < 1) return 0;
 
   const std::int64_t first = std::min(n, _capacity - (head & _mask));
