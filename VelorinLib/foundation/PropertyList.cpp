@@ -141,10 +141,9 @@ PreferenceBytes bytesOf(plist_t node) {
 }
 
 std::string textOf(plist_t node) {
-  char* raw = nullptr;
-  plist_get_string_val(node, &raw);
-  const Malloced<char> owned(raw);
-  return raw == nullptr ? std::string() : std::string(raw);
+  std::uint64_t size = 0;
+  const char* raw = plist_get_string_ptr(node, &size);
+  return raw == nullptr ? std::string() : std::string(raw, size);
 }
 
 std::string dateOf(plist_t node) {
@@ -264,6 +263,8 @@ std::optional<std::string> format(const PreferenceValue& value) {
 
 std::optional<PreferenceValue> parse(std::string_view xml) {
   if (xml.size() > std::numeric_limits<std::uint32_t>::max() || isTooDeep(xml)) return std::nullopt;
+  // XML has no NUL, and libplist ends the program over one inside a key.
+  if (xml.find('\0') != std::string_view::npos) return std::nullopt;
   const PlainNumbers plain;
   plist_t raw = nullptr;
   plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &raw);

@@ -133,7 +133,8 @@ TEST(PropertyList, RefusesWhatIsNoPropertyList) {
   for (const std::string& bad : {""s, "<"s, "hello"s, "\0\0\0\0"s, "bplist00"s, document("<dict>"),
                                  document("<foo/>"), document(deep), document(closed),
                                  document("<!-- <array> --><dict><string>x</string></dict>"),
-                                 "<plist version=\"1.0\"><dict><key>a</key><string>cut o"s}) {
+                                 "<plist version=\"1.0\"><dict><key>a</key><string>cut o"s,
+                                 document("<dict><key>a\0b</key><true/></dict>"s)}) {
     EXPECT_EQ(propertyList::parse(bad), std::nullopt) << bad.substr(0, 80);
   }
   EXPECT_EQ(propertyList::format(nested(propertyList::kMaxDepth + 1)), std::nullopt);
