@@ -1,0 +1,98 @@
+#include "platform/audio/pipewire/PipeWireDevice.h"
+
+#include <spa/param/param.h>
+
+#include <cerrno>
+
+namespace velorin {
+
+const pw_node_events PipeWireDevice::kEvents = [] {
+  pw_node_events events{};
+  events.version = PW_VERSION_NODE_EVENTS;
+  events.info = [](void* self, const pw_node_info* info) {
+    if (info) static_cast<PipeWireDevice*>(self)->handleInfo(*info);
+  };
+  events.param = [](void* self, int, std::uint32_t id, std::uint32_t index, std::uint32_t,
+                    const spa_pod* param) {
+    static_cast<PipeWireDevice*>(self)->handleParam(id, index, param);
+  };
+  return events;
+}();
+
+PipeWireDevice::PipeWireDevice(AudioDeviceID id, pw_registry* registry, const PipeWireGlobal& node,
+                               std::function<void()> volumeChanged)
+    : _id(id),
+      _nodeId(node.id),
+      _uid(node.prop(PW_KEY_NODE_NAME)),
+      _volumeChanged(std::move(volumeChanged)),
+      _properties(node.props) {
+  _proxy = static_cast<pw_proxy*>(
+      pw_registry_bind(registry, _nodeId, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
+  if (!_proxy) return;
+  auto* bound = reinterpret_cast<pw_node*>(_proxy);
+  pw_node_add_listener(bound, &_listener, &kEvents, this);
+  // Subscribing also sends the present values.
+  std::uint32_t ids[] = {SPA_PARAM_EnumFormat, SPA_PARAM_Format, SPA_PARAM_Props};
+  pw_node_subscribe_params(bound, ids, 3);
+}
+
+PipeWireDevice::~PipeWireDevice() {
+  if (!_proxy) return;
+  spa_hook_remove(&_listener);
+  pw_proxy_destroy(_proxy);
+}
+
+std::string PipeWireDevice::name() const {
+  for (const char* key : {PW_KEY_NODE_DESCRIPTION, PW_KEY_NODE_NICK}) {
+    if (std::string text = _properties.text(key); !text.empty()) return text;
+  }
+  return _uid;
+}
+
+std::uint32_t PipeWireDevice::channels() const {
+  if (_format && _format->physical.channels > 0) return _format->physical.channels;
+  return _offer.channels;
+}
+
+std::optional<PipeWireFormat> PipeWireDevice::format() const {
+  // The server does not withdraw the parameter when it suspends a node.
+  const bool isOpen = _state == PW_NODE_STATE_RUNNING || _state == PW_NODE_STATE_IDLE;
+  return isOpen ? _format : std::nullopt;
+}
+
+AudioStatus PipeWireDevice::setChannelGains(std::vector<float> gains) {
+  PipeWirePodBuffer buffer;
+  if (!_proxy) return AudioStatus::failure(-ENODEV);
+  const int result = pw_node_set_param(reinterpret_cast<pw_node*>(_proxy), SPA_PARAM_Props, 0,
+                                       buildGains(buffer, gains));
+  if (result < 0) return AudioStatus::failure(result, "the server did not take the volume");
+  _gains.channels = std::move(gains);
+  return AudioStatus::success();
+}
+
+void PipeWireDevice::handleInfo(const pw_node_info& info) {
+  if (info.change_mask & PW_NODE_CHANGE_MASK_PROPS) _properties.assign(info.props);
+  if (info.change_mask & PW_NODE_CHANGE_MASK_STATE) _state = info.state;
+}
+
+void PipeWireDevice::handleParam(std::uint32_t id, std::uint32_t index, const spa_pod* param) {
+  switch (id) {
+    case SPA_PARAM_EnumFormat:
+      if (index == 0) _offer = {};
+      addFormatOffer(param, _offer);
+      break;
+    case SPA_PARAM_Format:
+      _format = parseFormat(param);
+      break;
+    case SPA_PARAM_Props: {
+      const PipeWireGains before = _gains;
+      updateGains(param, _gains);
+      if (_gains != before) _volumeChanged();
+      break;
+    }
+    default:
+      break;
+  }
+}
+
+}  // namespace velorin

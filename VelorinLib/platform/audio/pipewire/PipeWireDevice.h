@@ -1,0 +1,56 @@
+// One sink of the server: its properties, formats and volumes, kept up to date.
+#pragma once
+
+#include <pipewire/pipewire.h>
+
+#include <functional>
+
+#include "platform/audio/pipewire/PipeWireConnection.h"
+#include "platform/audio/pipewire/PipeWireParams.h"
+#include "platform/audio/pipewire/PipeWireProperties.h"
+
+namespace velorin {
+
+/// All operations with the loop's lock held.
+class PipeWireDevice {
+ public:
+  /// volumeChanged is called with the lock held after the gains changed from outside.
+  PipeWireDevice(AudioDeviceID id, pw_registry* registry, const PipeWireGlobal& node,
+                 std::function<void()> volumeChanged);
+  ~PipeWireDevice();
+  PipeWireDevice(const PipeWireDevice&) = delete;
+  PipeWireDevice& operator=(const PipeWireDevice&) = delete;
+
+  AudioDeviceID id() const noexcept { return _id; }
+  std::uint32_t nodeId() const noexcept { return _nodeId; }
+  const std::string& uid() const noexcept { return _uid; }
+  const PipeWireProperties& properties() const noexcept { return _properties; }
+  std::string name() const;
+
+  const PipeWireOffer& offer() const noexcept { return _offer; }
+  std::uint32_t channels() const;
+  /// What the sink runs at now; nullopt while it is suspended.
+  std::optional<PipeWireFormat> format() const;
+  const PipeWireGains& gains() const noexcept { return _gains; }
+  /// Sets channelVolumes; gains() has the new values at once.
+  AudioStatus setChannelGains(std::vector<float> gains);
+
+ private:
+  void handleInfo(const pw_node_info& info);
+  void handleParam(std::uint32_t id, std::uint32_t index, const spa_pod* param);
+  static const pw_node_events kEvents;
+
+  const AudioDeviceID _id;
+  const std::uint32_t _nodeId;
+  const std::string _uid;
+  const std::function<void()> _volumeChanged;
+  pw_proxy* _proxy = nullptr;
+  spa_hook _listener{};
+  PipeWireProperties _properties;
+  pw_node_state _state = PW_NODE_STATE_SUSPENDED;
+  PipeWireOffer _offer;
+  std::optional<PipeWireFormat> _format;
+  PipeWireGains _gains;
+};
+
+}  // namespace velorin

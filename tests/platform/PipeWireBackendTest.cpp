@@ -1,0 +1,493 @@
+// The PipeWire backend against a real server: every bit, every loss, every wait bounded.
+#include "platform/audio/pipewire/PipeWireAudioHardware.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+#include "foundation/Log.h"
+#include "foundation/Realtime.h"
+#include "foundation/SerialQueue.h"
+#include "support/PipeWireMonitorRecorder.h"
+#include "support/PipeWireSession.h"
+
+namespace velorin {
+namespace {
+
+using namespace std::chrono_literals;
+using test::MonitorFormat;
+using test::PipeWireMonitorRecorder;
+using test::PipeWireSession;
+using Clock = std::chrono::steady_clock;
+
+bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 10s) {
+  const auto deadline = Clock::now() + timeout;
+  while (!condition()) {
+    if (Clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(5ms);
+  }
+  return true;
+}
+
+// A 24-bit sample that depends on frame and channel alone and is never zero.
+std::int32_t sample24(std::uint64_t frame, std::uint32_t channel) {
+  std::uint64_t x = (frame + 1) * 0x9E3779B97F4A7C15u + channel * 0xD1B54A32D192ED03u;
+  x ^= x >> 29;
+  x *= 0xBF58476D1CE4E5B9u;
+  x ^= x >> 32;
+  const auto value = static_cast<std::int32_t>(static_cast<std::uint32_t>(x)) >> 8;
+  return value == 0 ? 1 : value;
+}
+
+std::int16_t sample16(std::uint64_t frame, std::uint32_t channel) {
+  const auto value = static_cast<std::int16_t>(sample24(frame, channel) >> 8);
+  return value == 0 ? std::int16_t{1} : value;
+}
+
+enum class Kind { float32, int16, int24in32 };
+
+StreamFormat formatOf(Kind kind, double rate, std::uint32_t channels = 2) {
+  StreamFormat format = StreamFormat::planarFloat(rate, channels);
+  if (kind == Kind::float32) return format;
+  format.formatFlags = kPCMSignedInteger | kPCMNonInterleaved;
+  if (kind == Kind::int16) {
+    format.formatFlags |= kPCMPacked;
+    format.bitsPerChannel = 16;
+    format.bytesPerFrame = format.bytesPerPacket = 2;
+  }
+  return format;
+}
+
+// Plays the pattern and notes how it was asked.
+struct Player {
+  explicit Player(Kind k = Kind::float32) : kind(k) {}
+
+  const Kind kind;
+  std::atomic<std::uint64_t> frames = 0;
+  std::atomic<std::uint64_t> calls = 0;
+  std::atomic<std::uint32_t> largest = 0;
+  std::atomic<bool> closed = false;
+  std::atomic<bool> calledWhenClosed = false;
+  std::atomic<bool> outsideOfScope = false;
+  std::atomic<int> lost = 0;
+  std::atomic<int> xruns = 0;
+
+  static std::uint32_t render(void* context, AudioBufferList& list, std::uint32_t frames) noexcept {
+    auto& self = *static_cast<Player*>(context);
+    if (self.closed) self.calledWhenClosed = true;
+    if (!realtime::active()) self.outsideOfScope = true;
+    const std::uint64_t first = self.frames;
+    for (std::uint32_t c = 0; c < list.bufferCount; ++c) {
+      for (std::uint32_t i = 0; i < frames; ++i) self.put(list, c, i, first + i);
+    }
+    self.frames = first + frames;
+    self.largest = std::max(self.largest.load(), frames);
+    ++self.calls;
+    return frames;
+  }
+
+  void put(AudioBufferList& list, std::uint32_t c, std::uint32_t i, std::uint64_t frame) const {
+    switch (kind) {
+      case Kind::float32:
+        list.channel<float>(c)[i] = static_cast<float>(sample24(frame, c)) / 8388608.0f;
+        break;
+      case Kind::int16:
+        list.channel<std::int16_t>(c)[i] = sample16(frame, c);
+        break;
+      case Kind::int24in32:
+        list.channel<std::int32_t>(c)[i] =
+            static_cast<std::int32_t>(static_cast<std::uint32_t>(sample24(frame, c)) << 8);
+        break;
+    }
+  }
+
+  std::unique_ptr<OutputUnit> unitOn(AudioHardware& hardware, AudioDeviceID device, double rate,
+                                     std::uint32_t channels = 2, std::uint32_t slice = 8192) {
+    AudioStatus status;
+    auto unit = hardware.createOutputUnit(status);
+    EXPECT_TRUE(unit->setDevice(device).ok());
+    EXPECT_TRUE(unit->setMaximumFramesPerSlice(slice).ok());
+    EXPECT_TRUE(unit->setInputFormat(formatOf(kind, rate, channels)).ok());
+    EXPECT_TRUE(unit->setRenderCallback(&render, this).ok());
+    unit->setEventHandler([this](OutputEvent event) {
+      if (event == OutputEvent::deviceLost) ++lost;
+      if (event == OutputEvent::xrun) ++xruns;
+    });
+    return unit;
+  }
+};
+
+// Frames of the recording that equal the pattern in order from its first frame, and where not.
+template <class Sample, class Expected>
+void expectPattern(const std::vector<std::byte>& bytes, std::uint32_t channels,
+                   std::uint64_t atLeast, Expected expected) {
+  std::vector<Sample> samples(bytes.size() / sizeof(Sample));
+  std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(Sample));
+  const std::size_t recorded = samples.size() / channels;
+  std::size_t start = 0;
+  while (start < recorded && samples[start * channels] == Sample{}) ++start;
+  std::uint64_t equal = 0;
+  for (std::size_t i = start; i < recorded; ++i, ++equal) {
+    bool same = true;
+    for (std::uint32_t c = 0; c < channels; ++c) {
+      same = same && samples[i * channels + c] == expected(equal, c);
+    }
+    if (!same) break;
+  }
+  EXPECT_GE(equal, atLeast) << "of " << recorded << " frames recorded, silence before " << start;
+}
+
+void expectPattern(Kind kind, const std::vector<std::byte>& bytes, std::uint32_t channels,
+                   std::uint64_t atLeast) {
+  switch (kind) {
+    case Kind::float32:
+      return expectPattern<float>(bytes, channels, atLeast, [](std::uint64_t f, std::uint32_t c) {
+        return static_cast<float>(sample24(f, c)) / 8388608.0f;
+      });
+    case Kind::int16:
+      return expectPattern<std::int16_t>(bytes, channels, atLeast, sample16);
+    case Kind::int24in32:
+      return expectPattern<std::int32_t>(
+          bytes, channels, atLeast, [](std::uint64_t f, std::uint32_t c) {
+            return static_cast<std::int32_t>(static_cast<std::uint32_t>(sample24(f, c)) << 8);
+          });
+  }
+}
+
+MonitorFormat monitorFormatOf(Kind kind) {
+  return kind == Kind::float32 ? MonitorFormat::float32
+         : kind == Kind::int16 ? MonitorFormat::int16
+                               : MonitorFormat::int32;
+}
+
+class PipeWireBackendTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    VELORIN_NEEDS_PIPEWIRE();
+    // The server's own list of rates has 48 kHz alone: what plays at others was forced.
+    session = std::make_unique<PipeWireSession>(std::vector<test::PipeWireSinkSpec>{
+        {"any"}, {"fixed44", 44100}, {"wide", 0, 6}, {"fixed96", 96000}});
+    ASSERT_TRUE(session->start()) << session->error();
+    AudioStatus status;
+    hardware = PipeWireAudioHardware::create(status);
+    ASSERT_TRUE(hardware) << status.description();
+  }
+
+  AudioDeviceID device(const char* name) { return hardware->deviceForUID(name); }
+
+  void playAndCompare(const char* sink, Kind kind, double rate, std::uint32_t channels = 2);
+
+  std::unique_ptr<PipeWireSession> session;
+  std::unique_ptr<PipeWireAudioHardware> hardware;
+};
+
+void PipeWireBackendTest::playAndCompare(const char* sink, Kind kind, double rate,
+                                         std::uint32_t channels) {
+  SCOPED_TRACE(testing::Message() << sink << " at " << rate << ", kind " << static_cast<int>(kind));
+  Player player(kind);
+  ASSERT_TRUE(hardware->setNominalSampleRate(device(sink), rate).ok());
+  PipeWireMonitorRecorder recorder;
+  ASSERT_TRUE(recorder.start(sink, static_cast<unsigned>(rate), channels, monitorFormatOf(kind)));
+  auto unit = player.unitOn(*hardware, device(sink), rate, channels);
+  AudioStatus status = unit->initialize();
+  ASSERT_TRUE(status.ok()) << status.description();
+  status = unit->start();
+  ASSERT_TRUE(status.ok()) << status.description();
+  const auto goal = static_cast<std::uint64_t>(rate / 2);
+  ASSERT_TRUE(eventually([&] { return player.frames >= goal; }));
+  const OutputReport report = unit->report();
+  const std::size_t recorded = recorder.size();
+  ASSERT_TRUE(eventually([&] { return recorder.size() > recorded + 100; }));
+  unit->stop();
+  unit.reset();
+  EXPECT_FALSE(player.outsideOfScope);
+  EXPECT_EQ(report.deviceRate, rate);
+  EXPECT_FALSE(report.converted);
+  EXPECT_TRUE(report.volumeUnity);
+  EXPECT_EQ(report.deviceBits, 24u);
+  // The last quantum or two may still be on their way when the recording ends.
+  expectPattern(kind, recorder.stop(), channels, goal - 3 * report.periodFrames);
+}
+
+TEST_F(PipeWireBackendTest, EveryFormatArrivesBitForBitAtEveryRate) {
+  for (const double rate : {44100., 48000., 96000., 192000.}) {
+    for (const Kind kind : {Kind::float32, Kind::int16, Kind::int24in32}) {
+      playAndCompare("any", kind, rate);
+    }
+  }
+  playAndCompare("fixed44", Kind::int24in32, 44100);
+  playAndCompare("wide", Kind::int16, 48000, 6);
+}
+
+TEST_F(PipeWireBackendTest, ListsSinksWithTheirRates) {
+  EXPECT_EQ(hardware->devices().size(), 4u);
+  const AudioDeviceID any = device("any");
+  ASSERT_NE(any, kNoDevice);
+  EXPECT_EQ(hardware->deviceName(any), "any sink");
+  EXPECT_EQ(hardware->transportType(any), TransportType::virtualDevice);
+  EXPECT_EQ(hardware->outputChannels(any), 2u);
+  EXPECT_EQ(hardware->outputChannels(device("wide")), 6u);
+  EXPECT_EQ(hardware->availableSampleRates(device("fixed44")),
+            (std::vector<RateRange>{{44100, 44100}}));
+  const auto rates = hardware->availableSampleRates(any);
+  EXPECT_EQ(rates.front(), (RateRange{8000, 8000}));
+  EXPECT_EQ(rates.back(), (RateRange{768000, 768000}));
+  EXPECT_EQ(hardware->setNominalSampleRate(device("fixed44"), 48000).code, -EINVAL);
+  EXPECT_EQ(hardware->nominalSampleRate(device("fixed44")), 44100);
+  EXPECT_EQ(hardware->bufferFrameSizeRange(any)->maximum, 8192u);
+  EXPECT_FALSE(hardware->alsaAddress(any));
+  EXPECT_EQ(hardware->deviceForUID("nothing"), kNoDevice);
+  EXPECT_EQ(hardware->deviceName(99), "");
+}
+
+TEST_F(PipeWireBackendTest, FollowsTheDefaultAndHotPlug) {
+  SerialQueue queue("com.velorin.test");
+  std::atomic<int> devices = 0;
+  std::atomic<int> defaults = 0;
+  const auto a = hardware->addListener(AudioProperty::devices, 0, 0, queue, [&] { ++devices; });
+  const auto b =
+      hardware->addListener(AudioProperty::defaultOutput, 0, 0, queue, [&] { ++defaults; });
+  ASSERT_TRUE(session->setDefaultSink("fixed96"));
+  EXPECT_TRUE(eventually([&] { return hardware->defaultOutputDevice() == device("fixed96"); }));
+  EXPECT_TRUE(eventually([&] { return defaults >= 1; }));
+
+  ASSERT_TRUE(session->createSink({"plugged", 88200}));
+  EXPECT_TRUE(eventually([&] { return device("plugged") != kNoDevice; }));
+  EXPECT_TRUE(eventually([&] { return devices >= 1; }));
+  const AudioDeviceID plugged = device("plugged");
+  EXPECT_EQ(hardware->availableSampleRates(plugged), (std::vector<RateRange>{{88200, 88200}}));
+  ASSERT_TRUE(session->removeSink("plugged"));
+  EXPECT_TRUE(eventually([&] { return !hardware->hasOutputStreams(plugged); }));
+  EXPECT_TRUE(eventually([&] { return devices >= 2; }));
+  ASSERT_TRUE(session->createSink({"plugged", 88200}));
+  EXPECT_TRUE(eventually([&] { return device("plugged") == plugged; })) << "the old id comes back";
+}
+
+TEST_F(PipeWireBackendTest, TheGraphRunsAtTheClientRateAndTheReportSaysSo) {
+  Player player;
+  const AudioDeviceID any = device("any");
+  ASSERT_TRUE(hardware->setNominalSampleRate(any, 88200).ok());
+  EXPECT_EQ(hardware->nominalSampleRate(any), 88200);
+  ASSERT_TRUE(hardware->setBufferFrameSize(any, 8192).ok());
+  const auto predicted = hardware->bufferFrameSize(any);
+  auto unit = player.unitOn(*hardware, any, 88200, 2, 1000);
+  ASSERT_TRUE(unit->initialize().ok());
+  ASSERT_TRUE(unit->start().ok());
+  ASSERT_TRUE(eventually([&] { return player.calls > 20; }));
+  const OutputReport report = unit->report();
+  EXPECT_EQ(report.deviceRate, 88200);
+  EXPECT_EQ(hardware->nominalSampleRate(any), 88200);
+  EXPECT_EQ(report.periodFrames, predicted) << "the prediction held";
+  EXPECT_EQ(hardware->bufferFrameSize(any), report.periodFrames);
+  EXPECT_EQ(player.largest, 1000u) << "a quantum above the slice is asked for in slices";
+  EXPECT_TRUE(report.mixed) << "others may play there, too";
+  EXPECT_FALSE(report.scheduling.empty());
+  unit.reset();
+
+  // A sink that cannot: the server converts, and the report does not hide it.
+  Player other;
+  unit = other.unitOn(*hardware, device("fixed44"), 96000);
+  ASSERT_TRUE(unit->initialize().ok());
+  ASSERT_TRUE(unit->start().ok());
+  ASSERT_TRUE(eventually([&] { return other.calls > 5; }));
+  EXPECT_TRUE(unit->report().converted);
+  EXPECT_EQ(hardware->nominalSampleRate(device("fixed44")), 44100);
+}
+
+TEST_F(PipeWireBackendTest, NoCallbackRunsAfterStop) {
+  Player player;
+  auto unit = player.unitOn(*hardware, device("any"), 48000);
+  ASSERT_TRUE(unit->initialize().ok());
+  for (int round = 0; round < 12; ++round) {
+    player.closed = false;
+    const std::uint64_t before = player.calls;
+    const AudioStatus status = unit->start();
+    ASSERT_TRUE(status.ok()) << status.description();
+    EXPECT_GT(player.calls, before) << "start() returns with the first callback";
+    ASSERT_TRUE(eventually([&] { return player.calls > before + 1; }));
+    unit->stop();
+    player.closed = true;
+    const std::uint64_t stopped = player.calls;
+    std::this_thread::sleep_for(round % 2 == 0 ? 0ms : 40ms);
+    ASSERT_EQ(player.calls, stopped);
+  }
+  EXPECT_FALSE(player.calledWhenClosed);
+}
+
+TEST_F(PipeWireBackendTest, ASinkThatGoesIsReportedOnce) {
+  Player player;
+  ASSERT_TRUE(session->createSink({"plugged", 48000}));
+  ASSERT_TRUE(eventually([&] { return device("plugged") != kNoDevice; }));
+  auto unit = player.unitOn(*hardware, device("plugged"), 48000);
+  ASSERT_TRUE(unit->initialize().ok());
+  ASSERT_TRUE(unit->start().ok());
+  ASSERT_TRUE(session->removeSink("plugged"));
+  ASSERT_TRUE(eventually([&] { return player.lost > 0; }));
+  player.closed = true;
+  EXPECT_EQ(unit->start().code, -ENODEV);
+  unit->stop();
+  unit->uninitialize();
+  EXPECT_EQ(unit->initialize().code, -ENODEV);
+  unit.reset();
+  EXPECT_EQ(player.lost, 1);
+  EXPECT_FALSE(player.calledWhenClosed) << "the stream did not move to another sink";
+}
+
+TEST_F(PipeWireBackendTest, ASerialDeathOfTheServerIsSurvived) {
+  SerialQueue queue("com.velorin.test");
+  std::atomic<int> devices = 0;
+  const auto listener =
+      hardware->addListener(AudioProperty::devices, 0, 0, queue, [&] { ++devices; });
+  const AudioDeviceID any = device("any");
+  for (int round = 0; round < 2; ++round) {
+    Player player;
+    auto unit = player.unitOn(*hardware, any, 48000);
+    ASSERT_TRUE(unit->initialize().ok());
+    ASSERT_TRUE(unit->start().ok());
+    const int before = devices;
+    session->killServer();
+    ASSERT_TRUE(eventually([&] { return player.lost == 1; }));
+    ASSERT_TRUE(eventually([&] { return hardware->devices().empty() && devices > before; }));
+    EXPECT_EQ(hardware->defaultOutputDevice(), kNoDevice);
+    const auto begin = Clock::now();
+    EXPECT_EQ(unit->start().code, -ENODEV);
+    unit->stop();
+    unit.reset();
+    EXPECT_FALSE(hardware->setVolume(any, 0, 1).ok());
+    EXPECT_LT(Clock::now() - begin, 2s);
+    EXPECT_EQ(player.lost, 1);
+
+    ASSERT_TRUE(session->restartServer()) << session->error();
+    ASSERT_TRUE(eventually([&] { return device("any") == any; }));
+    ASSERT_TRUE(eventually([&] { return hardware->defaultOutputDevice() != kNoDevice; }));
+    EXPECT_EQ(hardware->devices().size(), 4u);
+  }
+  playAndCompare("any", Kind::float32, 48000);
+}
+
+TEST_F(PipeWireBackendTest, AFrozenServerHoldsNobodyUp) {
+  Player player;
+  auto unit = player.unitOn(*hardware, device("any"), 48000);
+  ASSERT_TRUE(unit->initialize().ok());
+  ASSERT_TRUE(unit->start().ok());
+  session->freezeServer(true);
+  const auto begin = Clock::now();
+  unit->stop();
+  unit.reset();
+  AudioStatus status;
+  EXPECT_FALSE(PipeWireAudioHardware::create(status));
+  EXPECT_EQ(status.code, -ETIMEDOUT);
+  auto other = player.unitOn(*hardware, device("any"), 48000);
+  EXPECT_FALSE(other->initialize().ok());
+  other.reset();
+  hardware.reset();
+  EXPECT_LT(Clock::now() - begin, 6s);
+  session->freezeServer(false);
+}
+
+TEST_F(PipeWireBackendTest, ExclusiveMeansNobodyElse) {
+  const AudioDeviceID any = device("any");
+  EXPECT_EQ(hardware->hogOwner(any), -1);
+  ASSERT_TRUE(hardware->setHogOwner(any, ::getpid()).ok());
+  Player first;
+  auto unit = first.unitOn(*hardware, any, 48000);
+  ASSERT_TRUE(unit->initialize().ok());
+  ASSERT_TRUE(unit->start().ok());
+  EXPECT_TRUE(unit->report().exclusive);
+  EXPECT_FALSE(unit->report().mixed);
+  EXPECT_EQ(hardware->hogOwner(any), ::getpid());
+
+  AudioStatus status;
+  const auto second = PipeWireAudioHardware::create(status);
+  ASSERT_TRUE(second);
+  Player loser;
+  auto refused = loser.unitOn(*second, second->deviceForUID("any"), 48000);
+  status = refused->initialize();
+  EXPECT_EQ(status.code, -EBUSY) << status.description();
+  EXPECT_EQ(loser.calls, 0u);
+  EXPECT_EQ(loser.lost, 0);
+
+  unit.reset();
+  ASSERT_TRUE(hardware->setHogOwner(any, -1).ok());
+  EXPECT_TRUE(eventually([&] { return refused->initialize().ok(); }));
+  EXPECT_TRUE(refused->start().ok());
+}
+
+TEST_F(PipeWireBackendTest, VolumeGoesRoundAndShowsInTheReport) {
+  SerialQueue queue("com.velorin.test");
+  const AudioDeviceID any = device("any");
+  std::atomic<int> changes = 0;
+  const auto listener =
+      hardware->addListener(AudioProperty::volume, any, 0, queue, [&] { ++changes; });
+  ASSERT_TRUE(listener);
+  EXPECT_EQ(hardware->volume(any, 0), 1.0f);
+  Player player;
+  auto unit = player.unitOn(*hardware, any, 48000);
+  ASSERT_TRUE(unit->initialize().ok());
+  ASSERT_TRUE(unit->start().ok());
+  EXPECT_TRUE(unit->report().volumeUnity);
+
+  ASSERT_TRUE(hardware->setVolume(any, 1, 0.25f).ok());
+  ASSERT_TRUE(hardware->setVolume(any, 0, 0.5f).ok());
+  AudioStatus status;
+  const auto other = PipeWireAudioHardware::create(status);
+  const AudioDeviceID same = other->deviceForUID("any");
+  EXPECT_TRUE(eventually([&] { return std::abs(*other->volume(same, 0) - 0.5f) < 1e-4f; }));
+  EXPECT_NEAR(*other->volume(same, 1), 0.125f, 1e-4f) << "the balance is kept";
+  EXPECT_FALSE(unit->report().volumeUnity);
+
+  ASSERT_TRUE(other->setVolume(same, 1, 1).ok());
+  ASSERT_TRUE(other->setVolume(same, 2, 7).ok());
+  EXPECT_TRUE(eventually([&] { return changes >= 1 && hardware->volume(any, 0) == 1.0f; }));
+  EXPECT_TRUE(eventually([&] { return unit->report().volumeUnity; }));
+  EXPECT_EQ(hardware->setVolume(any, 3, 1).code, -ENOTSUP);
+  EXPECT_FALSE(hardware->hasVolume(any, 3));
+}
+
+TEST_F(PipeWireBackendTest, AnAggregatePlaysOnAllItsDevices) {
+  AudioDeviceID both = kNoDevice;
+  EXPECT_EQ(hardware->createAggregate({"Both", "agg", {"any", "none"}}, both).code, -ENODEV);
+  const AudioStatus status =
+      hardware->createAggregate({"Both", "velorin.agg", {"any", "wide"}}, both);
+  ASSERT_TRUE(status.ok()) << status.description();
+  EXPECT_EQ(hardware->transportType(both), TransportType::aggregate);
+  EXPECT_EQ(hardware->deviceName(both), "Both");
+  PipeWireMonitorRecorder first;
+  PipeWireMonitorRecorder second;
+  ASSERT_TRUE(first.start("any", 48000, 2, MonitorFormat::float32));
+  ASSERT_TRUE(second.start("wide", 48000, 2, MonitorFormat::float32));
+  Player player;
+  auto unit = player.unitOn(*hardware, both, 48000);
+  ASSERT_TRUE(unit->initialize().ok());
+  ASSERT_TRUE(unit->start().ok());
+  ASSERT_TRUE(eventually([&] { return player.frames > 24000; }));
+  unit->stop();
+  unit.reset();
+  for (PipeWireMonitorRecorder* recorder : {&first, &second}) {
+    const auto bytes = recorder->stop();
+    EXPECT_TRUE(std::ranges::any_of(bytes, [](std::byte b) { return b != std::byte{}; }));
+  }
+  EXPECT_TRUE(hardware->destroyAggregate(both).ok());
+  EXPECT_TRUE(eventually([&] { return device("velorin.agg") == kNoDevice; }));
+}
+
+TEST(PipeWireWithoutServer, IsNullWithAReason) {
+  test::TemporaryFolder empty;
+  const char* before = std::getenv("XDG_RUNTIME_DIR");
+  const std::string saved = before ? before : "";
+  ::setenv("XDG_RUNTIME_DIR", empty.path().c_str(), 1);
+  AudioStatus status;
+  EXPECT_FALSE(PipeWireAudioHardware::create(status));
+  EXPECT_FALSE(status.ok());
+  EXPECT_FALSE(status.text.empty());
+  before ? ::setenv("XDG_RUNTIME_DIR", saved.c_str(), 1) : ::unsetenv("XDG_RUNTIME_DIR");
+}
+
+}  // namespace
+}  // namespace velorin
