@@ -11,7 +11,8 @@
 #pragma clang attribute push(__attribute__((target("avx512f,avx512bw,avx512vl"))), \
                              apply_to = function)
 #else
-// The undefined pass-through operands of g++ 12's own intrinsics trip this warning (GCC bug 105593).
+// The undefined pass-through operands of g++ 12's own intrinsics trip this warning (GCC bug
+// 105593).
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #pragma GCC push_options
 #pragma GCC target("avx512f,avx512bw,avx512vl")
