@@ -39,7 +39,7 @@ const StreamFormat kInt24 = stream(32, kPCMSignedInteger);
 const StreamFormat kInt32 = stream(32, kPCMSignedInteger | kPCMPacked);
 
 AlsaAudioHardware::System withoutCards() {
-  return {[] { return std::vector<AlsaAddress>(); }, "/nonexistent/snd", true};
+  return {[] { return std::vector<AlsaPcmAddress>(); }, "/nonexistent/snd", true};
 }
 
 class Events {
@@ -438,8 +438,8 @@ TEST(AlsaBackend, CardsComeAndGoAndKeepTheirIds) {
                                             "formats [ S32_LE ] rates [ 48000 ] channels [ 2 ]");
   const test::TemporaryFolder dev;
   std::mutex mutex;
-  std::vector<AlsaAddress> cards;
-  const auto plug = [&](std::vector<AlsaAddress> now) {
+  std::vector<AlsaPcmAddress> cards;
+  const auto plug = [&](std::vector<AlsaPcmAddress> now) {
     {
       std::lock_guard lock(mutex);
       cards = std::move(now);
@@ -448,7 +448,7 @@ TEST(AlsaBackend, CardsComeAndGoAndKeepTheirIds) {
     std::filesystem::remove(dev / "snd" / "controlC0");
   };
   const auto address = [](int card) {
-    return AlsaAddress{"card", "alsa:hw:D90,0", "D90", "Topping", TransportType::usb, card, 0};
+    return AlsaPcmAddress{"card", "alsa:hw:D90,0", "D90", "Topping", TransportType::usb, card, 0};
   };
   AlsaAudioHardware hardware({[&] {
                                 std::lock_guard lock(mutex);

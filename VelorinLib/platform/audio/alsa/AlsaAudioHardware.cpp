@@ -45,7 +45,7 @@ const AlsaAudioHardware::Entry* AlsaAudioHardware::findByAddress(std::string_vie
   const auto wanted = parseHardwareName(pcm);
   for (const Entry& entry : _entries) {
     if (!entry.isPresent) continue;
-    const AlsaAddress address = entry.device->address();
+    const AlsaPcmAddress address = entry.device->address();
     if (address.pcm == pcm || entry.uid.substr(kPrefix.size()) == pcm) return &entry;
     if (!wanted || !address.isHardware() || wanted->device != address.device) continue;
     const auto byID = parseHardwareName(std::string_view(entry.uid).substr(kPrefix.size()));
@@ -57,18 +57,18 @@ const AlsaAudioHardware::Entry* AlsaAudioHardware::findByAddress(std::string_vie
 }
 
 void AlsaAudioHardware::rescan() {
-  const std::vector<AlsaAddress> found = _system.hardware();
+  const std::vector<AlsaPcmAddress> found = _system.hardware();
   bool hasChanged = false;
   {
     MutexLock lock(_mutex);
     for (Entry& entry : _entries) {
       const bool isNamed = !entry.device->address().isHardware();
-      const bool isFound = std::ranges::find(found, entry.uid, &AlsaAddress::uid) != found.end();
+      const bool isFound = std::ranges::find(found, entry.uid, &AlsaPcmAddress::uid) != found.end();
       if (!entry.isPresent || isNamed || isFound) continue;
       entry.isPresent = false;
       hasChanged = true;
     }
-    for (const AlsaAddress& address : found) {
+    for (const AlsaPcmAddress& address : found) {
       const auto known = std::ranges::find(_entries, address.uid, &Entry::uid);
       if (known == _entries.end()) {
         const auto id = static_cast<AudioDeviceID>(_entries.size() + 1);
@@ -96,7 +96,7 @@ void AlsaAudioHardware::rescan() {
 }
 
 AudioDeviceID AlsaAudioHardware::openByName(const std::string& pcm) {
-  AlsaAddress address;
+  AlsaPcmAddress address;
   address.pcm = pcm;
   address.uid = fmt::format("{}{}", kPrefix, pcm);
   address.name = pcm == "default" ? "Default (ALSA)" : fmt::format("{} (ALSA)", pcm);
@@ -140,6 +140,13 @@ AudioDeviceID AlsaAudioHardware::deviceForUID(std::string_view uid) {
   {
     MutexLock lock(_mutex);
     if (const Entry* known = findByAddress(pcm)) return known->device->id();
+  }
+  if (parseHardwareName(pcm)) {
+    // A card's own PCM is never made by name: it has just come and was not told yet, or is not.
+    rescan();
+    MutexLock lock(_mutex);
+    const Entry* found = findByAddress(pcm);
+    return found ? found->device->id() : kNoDevice;
   }
   const AudioDeviceID made = openByName(pcm);
   if (made != kNoDevice) _listeners.notify(AudioProperty::devices);

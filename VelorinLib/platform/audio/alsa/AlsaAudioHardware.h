@@ -24,7 +24,7 @@ class AlsaAudioHardware : public AudioHardware {
   /// Where cards come from and which folder tells that they changed (tests set both), and whether
   /// ALSA's "default" is a device here: not beside a sound server, which it usually leads to.
   struct System {
-    std::function<std::vector<AlsaAddress>()> hardware = &alsaHardware;
+    std::function<std::vector<AlsaPcmAddress>()> hardware = &alsaHardware;
     std::string nodeFolder = "/dev/snd";
     bool offersDefault = true;
   };

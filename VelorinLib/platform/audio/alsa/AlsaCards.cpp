@@ -45,7 +45,7 @@ std::string displayName(const std::string& card, const std::string& pcm) {
   return fmt::format("{}: {}", card, pcm);
 }
 
-void addPlaybackDevices(snd_ctl_t* control, int card, std::vector<AlsaAddress>& out) {
+void addPlaybackDevices(snd_ctl_t* control, int card, std::vector<AlsaPcmAddress>& out) {
   snd_ctl_card_info_t* cardInfo;
   snd_ctl_card_info_alloca(&cardInfo);
   if (snd_ctl_card_info(control, cardInfo) < 0) return;
@@ -111,8 +111,8 @@ bool hasOpen(const fs::path& process, const std::string& node) {
 
 }  // namespace
 
-std::vector<AlsaAddress> alsaHardware() {
-  std::vector<AlsaAddress> all;
+std::vector<AlsaPcmAddress> alsaHardware() {
+  std::vector<AlsaPcmAddress> all;
   for (int card = -1; snd_card_next(&card) >= 0 && card >= 0;) {
     snd_ctl_t* raw = nullptr;
     if (snd_ctl_open(&raw, fmt::format("hw:{}", card).c_str(), SND_CTL_NONBLOCK) < 0) continue;

@@ -15,7 +15,7 @@
 namespace velorin {
 
 /// A playback PCM that can be opened by name.
-struct AlsaAddress {
+struct AlsaPcmAddress {
   std::string pcm;  ///< what snd_pcm_open() takes: "hw:0,0", "default", a name of the user's
   std::string uid;  ///< "alsa:hw:PCH,0": by card id, which survives a change of card order
   std::string name;
@@ -24,11 +24,11 @@ struct AlsaAddress {
   int card = -1;  ///< -1 for a PCM that is not a card's own
   int device = -1;
   bool isHardware() const noexcept { return card >= 0; }
-  bool operator==(const AlsaAddress&) const = default;
+  bool operator==(const AlsaPcmAddress&) const = default;
 };
 
 /// Every playback PCM of every card, by card and device number. Empty without cards.
-std::vector<AlsaAddress> alsaHardware();
+std::vector<AlsaPcmAddress> alsaHardware();
 
 /// How a card is attached, from its driver ("USB-Audio", "HDA-Intel" …), the PCM's name ("HDMI 0")
 /// and the kernel's bus ("usb", "pci", "firewire", "platform"; empty when unknown).

@@ -32,19 +32,19 @@ std::uint32_t periodLimit(double rate) noexcept {
   return frames;
 }
 
-AlsaDevice::AlsaDevice(AudioDeviceID id, AlsaAddress address)
+AlsaDevice::AlsaDevice(AudioDeviceID id, AlsaPcmAddress address)
     : _id(id), _address(std::move(address)), _wishedPeriod(kDefaultPeriod) {}
 
 AlsaDevice::~AlsaDevice() {
   giveBackHog();
 }
 
-AlsaAddress AlsaDevice::address() const {
+AlsaPcmAddress AlsaDevice::address() const {
   MutexLock lock(_mutex);
   return _address;
 }
 
-void AlsaDevice::setAddress(AlsaAddress address) {
+void AlsaDevice::setAddress(AlsaPcmAddress address) {
   MutexLock lock(_mutex);
   _address = std::move(address);
   _capabilities.reset();
@@ -87,7 +87,7 @@ std::unique_ptr<AlsaPcm> AlsaDevice::open(AudioStatus& status) {
 }
 
 std::string AlsaDevice::holderText() {
-  const AlsaAddress where = address();
+  const AlsaPcmAddress where = address();
   if (!where.isHardware()) return {};
   const pid_t holder = alsaHolder(where.card, where.device);
   return holder == 0 ? std::string() : fmt::format(", held by {}", processDescription(holder));
@@ -180,7 +180,7 @@ bool AlsaDevice::hasHog() const {
 }
 
 pid_t AlsaDevice::hogOwner() const {
-  AlsaAddress where;
+  AlsaPcmAddress where;
   {
     MutexLock lock(_mutex);
     if (hasHog()) return getpid();
@@ -209,7 +209,7 @@ AudioStatus AlsaDevice::setHogOwner(pid_t owner) {
 }
 
 AudioStatus AlsaDevice::takeHog() {
-  const AlsaAddress where = address();
+  const AlsaPcmAddress where = address();
   std::unique_ptr<DeviceReservation> reservation;
   if (where.isHardware()) {
     DeviceReservation::Options options;

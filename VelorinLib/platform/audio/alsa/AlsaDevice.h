@@ -20,16 +20,16 @@ class AlsaStream;
 
 class AlsaDevice {
  public:
-  AlsaDevice(AudioDeviceID id, AlsaAddress address);
+  AlsaDevice(AudioDeviceID id, AlsaPcmAddress address);
   ~AlsaDevice();
   AlsaDevice(const AlsaDevice&) = delete;
   AlsaDevice& operator=(const AlsaDevice&) = delete;
 
   AudioDeviceID id() const noexcept { return _id; }
-  AlsaAddress address() const;
+  AlsaPcmAddress address() const;
   /// The same card may come back under another number, and with other firmware: what was learned
   /// of it is asked anew.
-  void setAddress(AlsaAddress address);
+  void setAddress(AlsaPcmAddress address);
 
   /// Asked of the device once and remembered. While another program holds a device that was never
   /// asked: its error (-EBUSY), and `result` stays empty.
@@ -75,7 +75,7 @@ class AlsaDevice {
 
   const AudioDeviceID _id;
   mutable Mutex _mutex;
-  AlsaAddress _address GUARDED_BY(_mutex);
+  AlsaPcmAddress _address GUARDED_BY(_mutex);
   std::optional<AlsaCapabilities> _capabilities GUARDED_BY(_mutex);
   double _wishedRate GUARDED_BY(_mutex) = 0;
   std::uint32_t _wishedPeriod GUARDED_BY(_mutex);
