@@ -13,6 +13,8 @@ namespace velorin {
 namespace {
 
 constexpr std::chrono::milliseconds kServerTimeout{2000};
+// What no signal announces is looked for this often.
+constexpr std::chrono::milliseconds kLinkPoll{2};
 constexpr std::chrono::milliseconds kFirstCallbackPoll{1};
 constexpr std::uint32_t kDefaultMaximumFrames = 4096;
 // The graph is made of 32-bit floats, whose significand has 24 bits.
@@ -117,10 +119,13 @@ AudioStatus PipeWireOutputUnit::connect(const PipeWireDevice& device) {
       std::make_unique<PipeWireStream>(_system->loop(), *_renderer, [this] { streamChanged(); });
   const int result = _stream->connect(_system->connection().core(), _setup);
   if (result < 0) return AudioStatus::failure(result, "the server takes no stream");
-  _system->loop().waitUntil(PipeWireLoop::Clock::now() + kServerTimeout,
-                            [this] { return hasSettled(); });
-  if (_stream && _stream->state() == PW_STREAM_STATE_PAUSED) return AudioStatus::success();
-  return streamFailure("the session manager does not connect the stream");
+  // The session manager decides after the stream was made whether it may have the sink.
+  const bool isReady = _system->loop().waitUntil(
+      PipeWireLoop::Clock::now() + kServerTimeout,
+      [this] { return hasFailed() || (_stream->state() == PW_STREAM_STATE_PAUSED && isLinked()); },
+      kLinkPoll);
+  if (isReady && !hasFailed()) return AudioStatus::success();
+  return failure("the session manager does not connect the stream");
 }
 
 PipeWireStreamSetup PipeWireOutputUnit::setupFor(const PipeWireDevice& device) const {
@@ -140,26 +145,32 @@ PipeWireStreamSetup PipeWireOutputUnit::setupFor(const PipeWireDevice& device) c
   return setup;
 }
 
-bool PipeWireOutputUnit::hasSettled() const {
-  if (_lost || !_stream) return true;
-  const pw_stream_state state = _stream->state();
-  return state == PW_STREAM_STATE_PAUSED || state == PW_STREAM_STATE_STREAMING ||
-         state == PW_STREAM_STATE_ERROR;
+bool PipeWireOutputUnit::isLinked() const {
+  const auto players = _system->graph().playersOn(_sinkNodeId);
+  return _stream && std::ranges::any_of(players, [this](const PipeWirePlayer& player) {
+           return player.nodeId == _stream->nodeId();
+         });
 }
 
-AudioStatus PipeWireOutputUnit::streamFailure(const char* otherwise) const {
+bool PipeWireOutputUnit::hasFailed() const {
+  if (_lost || !_stream) return true;
+  const pw_stream_state state = _stream->state();
+  return state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED;
+}
+
+AudioStatus PipeWireOutputUnit::failure(const char* ifNone) const {
   if (_lost || !_stream) return AudioStatus::failure(-ENODEV, "the device is gone");
-  if (_stream->state() != PW_STREAM_STATE_ERROR) {
-    return AudioStatus::failure(-ETIMEDOUT, otherwise);
-  }
-  const std::string& reason = _stream->error();
+  if (!hasFailed()) return AudioStatus::failure(-ETIMEDOUT, ifNone);
+  // The session manager's own words do not say that somebody holds the sink.
   for (const PipeWirePlayer& player : _system->graph().playersOn(_sinkNodeId)) {
     if (player.exclusive || _setup.exclusive) {
-      return AudioStatus::failure(-EBUSY, fmt::format("{} (process {}) holds the device: {}",
-                                                      player.program, player.pid, reason));
+      return AudioStatus::failure(
+          -EBUSY, fmt::format("the device is held by {} (process {})", player.program, player.pid));
     }
   }
-  return AudioStatus::failure(-EIO, reason);
+  const std::string& reason = _stream->error();
+  return AudioStatus::failure(_setup.exclusive ? -EBUSY : -EIO,
+                              reason.empty() ? "the server has refused the stream" : reason);
 }
 
 void PipeWireOutputUnit::uninitialize() {
@@ -190,14 +201,8 @@ AudioStatus PipeWireOutputUnit::start() {
     _stream->setActive(true);
     const bool runs = _system->loop().waitUntil(
         PipeWireLoop::Clock::now() + kServerTimeout,
-        [this] {
-          return _lost || _stream->state() == PW_STREAM_STATE_ERROR ||
-                 _renderer->cycle().callbacks > 0;
-        },
-        kFirstCallbackPoll);
-    if (!runs || _lost || _renderer->cycle().callbacks == 0) {
-      status = streamFailure("the device does not start");
-    }
+        [this] { return hasFailed() || _renderer->cycle().callbacks > 0; }, kFirstCallbackPoll);
+    if (!runs || hasFailed()) status = failure("the device does not start");
   }
   if (!status.ok()) stop();
   return status;
@@ -224,12 +229,10 @@ void PipeWireOutputUnit::streamChanged() {
   const PipeWireRenderer::Changes changes = _renderer->takeChanges();
   if (changes.xrun) post(OutputEvent::xrun);
   if (changes.format) post(OutputEvent::formatChanged);
-  const pw_stream_state state = _stream->state();
-  const bool hasFailed = state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED;
-  if (!hasFailed || !_settled || _lost) return;  // before that, initialize() deals with it
+  if (!hasFailed() || !_settled || _lost) return;  // before that, initialize() deals with it
   // A stream must not be destroyed from inside of its own callback. The events stand for this
   // initialization: another one has others.
-  _system->loop().defer([this, system = _system.get(), weak = std::weak_ptr<EventSink>(_events)] {
+  _system->loop().defer([this, weak = std::weak_ptr<EventSink>(_events)] {
     const auto events = weak.lock();
     if (events && _events == events) sinkLost();
   });

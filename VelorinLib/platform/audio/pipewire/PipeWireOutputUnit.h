@@ -36,9 +36,10 @@ class PipeWireOutputUnit : public OutputUnit, private PipeWireSinkUser {
   AudioStatus checkSetup() const;
   PipeWireStreamSetup setupFor(const PipeWireDevice& device) const;
   AudioStatus connect(const PipeWireDevice& device);
-  /// The stream has settled: it can be started, or it never will.
-  bool hasSettled() const;
-  AudioStatus streamFailure(const char* otherwise) const;
+  bool isLinked() const;
+  bool hasFailed() const;
+  /// Why the stream does not go: the device went, the server's reason, or none within the time.
+  AudioStatus failure(const char* ifNone) const;
   void streamChanged();
   void post(OutputEvent event);
 

@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/audio/OutputUnit.h"
 #include "platform/audio/CallbackGate.h"
+#include "platform/audio/OutputUnit.h"
 
 namespace velorin {
 
