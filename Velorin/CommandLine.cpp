@@ -121,7 +121,7 @@ class Grammar {
         {"auto", AudioBackendChoice::automatic},
         {"pipewire", AudioBackendChoice::pipewire},
         {"alsa", AudioBackendChoice::alsa},
-        {"virtual", AudioBackendChoice::virtualOutput}};
+        {"virtual", AudioBackendChoice::virtualNull}};
     addChoice(command, "--audio", audio, kNames, "Sound system: auto, pipewire, alsa or virtual");
   }
 

@@ -118,7 +118,7 @@ class PlaySession : private TrackSequenceListener {
 
   int summarise() {
     if (_played == 0) {
-      if (!_outputFailed && !_wasAsked) {
+      if (!_outputFailed && !_wasAsked && _files.size() > 1) {
         _console.printError("velorin: nothing could be played: see the lines above");
       }
       return _wasAsked && !_outputFailed ? kExitSuccess : kExitFailure;

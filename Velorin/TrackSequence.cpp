@@ -47,6 +47,7 @@ struct TrackSequence::Impl : std::enable_shared_from_this<Impl> {
   bool forward = true;                   ///< where to go from a file that cannot be played
   Phase phase = Phase::waiting;          ///< of the active request
   FileFacts file;                        ///< of the active request
+  std::string reasonIfUnavailable;       ///< of the active request
   std::optional<std::size_t> heard;      ///< the track that the listener was told of
   std::vector<EventBus::Subscription> subscriptions;
 
@@ -98,16 +99,19 @@ struct TrackSequence::Impl : std::enable_shared_from_this<Impl> {
     FileFacts known;
     known.path = path;
     if (facts) known = facts.value();
-    onMain([number, known](Impl& self) { self.opened(number, known); });
+    const std::string doubt =
+        facts ? "the file cannot be opened any more; was it removed?" : facts.error().text;
+    onMain([number, known, doubt](Impl& self) { self.opened(number, known, doubt); });
     engine.play(trackOf(known), startTime);
     onMain([number](Impl& self) { self.returned(number); });
   }
 
-  void opened(std::uint64_t number, const FileFacts& facts) {
+  void opened(std::uint64_t number, const FileFacts& facts, const std::string& doubt) {
     endHeard(false);
     active = number;
     phase = Phase::opened;
     file = facts;
+    reasonIfUnavailable = doubt;
   }
 
   void trackDidChange() {
@@ -126,7 +130,7 @@ struct TrackSequence::Impl : std::enable_shared_from_this<Impl> {
   void returned(std::uint64_t number) {
     if (!isCurrent(number) || active != number) return;
     if (phase == Phase::failed) {
-      fail("the file cannot be opened; is its volume mounted?");
+      fail(reasonIfUnavailable);
     } else if (phase == Phase::opened) {
       listener.sequenceEnded(/*outputFailed=*/true);
     }

@@ -17,6 +17,7 @@ constexpr std::uint16_t kTagPCM = 1;
 constexpr std::uint16_t kTagFloat = 3;
 constexpr std::uint16_t kTagExtensible = 0xFFFE;
 constexpr std::uint32_t kDs64Bytes = 28;
+constexpr std::uint64_t kLargestRiff = 0xFFFFFFFF;
 
 /// Speakers of a FLAC file's channels (RFC 9639, section 9.1.3) as a WAVEFORMATEXTENSIBLE mask.
 std::uint32_t speakerMask(std::uint32_t channels) {
@@ -92,14 +93,13 @@ WavSpec WavSpec::of(const StreamFormat& format) {
           static_cast<std::uint32_t>(std::lround(format.sampleRate))};
 }
 
-std::vector<std::byte> wavHeader(const WavSpec& spec, std::uint64_t frames,
-                                 std::uint64_t riffLimit) {
+std::vector<std::byte> wavHeader(const WavSpec& spec, std::uint64_t frames) {
   const std::uint64_t dataBytes = frames * spec.bytesPerFrame();
   const std::vector<std::byte> format = formatChunk(spec);
   const bool hasFact = spec.sample == WavSpec::Sample::float32;
   const std::uint64_t headerBytes = 12 + 8 + kDs64Bytes + format.size() + (hasFact ? 12 : 0) + 8;
   const std::uint64_t riffBytes = headerBytes - 8 + dataBytes;
-  const bool large = riffBytes > riffLimit;
+  const bool large = riffBytes > kLargestRiff;
   const auto size32 = [large](std::uint64_t size) {
     return large ? 0xFFFFFFFFu : static_cast<std::uint32_t>(size);
   };

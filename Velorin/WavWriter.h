@@ -33,9 +33,7 @@ struct WavSpec {
 };
 
 /// The bytes before the samples, for so many frames. Their number depends on the spec alone.
-/// riffLimit: largest size that a RIFF file may state; above it the header is one of RF64.
-std::vector<std::byte> wavHeader(const WavSpec& spec, std::uint64_t frames,
-                                 std::uint64_t riffLimit = 0xFFFFFFFFu);
+std::vector<std::byte> wavHeader(const WavSpec& spec, std::uint64_t frames);
 
 /// One file. The header is right from commit() on; before that the file does not bear its name.
 /// One thread at a time.

@@ -34,8 +34,10 @@ struct Run {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A reader of our output that goes away shows as a failed write.
+  // A reader of our output that goes away, and a file that reaches its size limit, show as failed
+  // writes.
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
   velorin::terminal::useUTF8();
   velorin::MainThread::instance();
   try {
