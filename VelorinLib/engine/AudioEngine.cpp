@@ -112,8 +112,7 @@ bool AudioEngine::canRender(std::uint32_t frames) const noexcept {
   if (session == nullptr) return true;
   const TransportCells& cells = session->cells;
   if (cells.pendingSeekUsec.load(std::memory_order_acquire) >= 0) return false;
-  return session->ring->framesHeld() >= frames ||
-         cells.eofReached.load(std::memory_order_acquire);
+  return session->ring->framesHeld() >= frames || cells.eofReached.load(std::memory_order_acquire);
 }
 
 float AudioEngine::volume() const {

@@ -121,16 +121,19 @@ void AudioEngine::Impl::goOnWhenDeviceReturns(const Resumption& where, int gener
   });
 }
 
+void AudioEngine::Impl::refreshReport() {
+  OutputReport report = output.report();
+  MutexLock hold(reportLock);
+  lastReport = std::move(report);
+  lastRateVerified = output.deviceRateVerified();
+}
+
 PlaybackFacts AudioEngine::Impl::facts() {
   PlaybackFacts facts;
   // A transport operation may hold the lock for long; the last report will do then.
   if (lifecycleLock.try_lock()) {
-    const OutputReport report = output.report();
-    const bool verified = output.deviceRateVerified();
+    refreshReport();
     lifecycleLock.unlock();
-    MutexLock hold(reportLock);
-    lastReport = report;
-    lastRateVerified = verified;
   }
   {
     MutexLock hold(reportLock);

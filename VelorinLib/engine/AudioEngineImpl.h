@@ -69,6 +69,8 @@ struct AudioEngine::Impl {
       EXCLUDES(lifecycleLock);
 
   PlaybackFacts facts() EXCLUDES(lifecycleLock);
+  /// Reads back what the output does, for facts().
+  void refreshReport() REQUIRES(lifecycleLock);
 
   std::shared_ptr<PlaybackSession> currentSession() const EXCLUDES(sessionLock) {
     MutexLock hold(sessionLock);

@@ -253,6 +253,7 @@ bool AudioEngine::Impl::startAudioOutput(const Track& track, double start) {
   if (!output.begin(std::move(renderPath), playing->clientFormat.sampleRate)) return false;
 
   outputDeviceName = hardware.deviceName(devices.current());
+  refreshReport();
   sleepInhibitor.acquire();
   changeState(PlaybackState::playing);
   progressTimer.start();

@@ -29,6 +29,7 @@ void AudioEngine::Impl::stop() {
     playing->cells.pendingSeekUsec.store(TransportCells::kNoSeek);
   }
   output.end();
+  refreshReport();
   renderingSession.store(nullptr);
   sleepInhibitor.release();
   fillThread.stop(/*quick=*/true);

@@ -81,7 +81,7 @@ struct OutputReport {
   std::uint32_t periodFrames = 0;
   std::uint32_t bufferFrames = 0;
   bool exclusive = false;       ///< nobody else can reach the device now
-  bool mixed = false;           ///< other programs' sound may be mixed in
+  bool mixed = false;  ///< other programs' sound is mixed in now, or that cannot be ruled out
   bool converted = false;       ///< rate, channels or bits change on the way
   bool volumeUnity = true;      ///< the server applies no gain
   bool realtimeThread = false;  ///< the render thread has a real-time class
