@@ -77,11 +77,17 @@ struct Player {
   std::atomic<bool> outsideOfScope = false;
   std::atomic<int> lost = 0;
   std::atomic<int> xruns = 0;
+  std::atomic<int> formatChanges = 0;
+  std::atomic<int> stallMilliseconds = 0;  ///< the next callback takes so long
 
   static std::uint32_t render(void* context, AudioBufferList& list, std::uint32_t frames) noexcept {
     auto& self = *static_cast<Player*>(context);
     if (self.closed) self.calledWhenClosed = true;
     if (!realtime::active()) self.outsideOfScope = true;
+    if (const int stall = self.stallMilliseconds.exchange(0); stall > 0) {
+      const timespec time{0, stall * 1'000'000L};
+      ::nanosleep(&time, nullptr);
+    }
     const std::uint64_t first = self.frames;
     for (std::uint32_t c = 0; c < list.bufferCount; ++c) {
       for (std::uint32_t i = 0; i < frames; ++i) self.put(list, c, i, first + i);
@@ -118,6 +124,7 @@ struct Player {
     unit->setEventHandler([this](OutputEvent event) {
       if (event == OutputEvent::deviceLost) ++lost;
       if (event == OutputEvent::xrun) ++xruns;
+      if (event == OutputEvent::formatChanged) ++formatChanges;
     });
     return unit;
   }
@@ -286,7 +293,7 @@ TEST_F(PipeWireBackendTest, TheGraphRunsAtTheClientRateAndTheReportSaysSo) {
   EXPECT_EQ(report.periodFrames, predicted) << "the prediction held";
   EXPECT_EQ(hardware->bufferFrameSize(any), report.periodFrames);
   EXPECT_EQ(player.largest, 1000u) << "a quantum above the slice is asked for in slices";
-  EXPECT_TRUE(report.mixed) << "others may play there, too";
+  EXPECT_FALSE(report.mixed) << "nobody else plays there";
   EXPECT_FALSE(report.scheduling.empty());
   unit.reset();
 
@@ -298,6 +305,22 @@ TEST_F(PipeWireBackendTest, TheGraphRunsAtTheClientRateAndTheReportSaysSo) {
   ASSERT_TRUE(eventually([&] { return other.calls > 5; }));
   EXPECT_TRUE(unit->report().converted);
   EXPECT_EQ(hardware->nominalSampleRate(device("fixed44")), 44100);
+}
+
+TEST_F(PipeWireBackendTest, MissedCyclesAndChangesFromOutsideAreTold) {
+  Player player;
+  auto unit = player.unitOn(*hardware, device("any"), 48000);
+  ASSERT_TRUE(unit->initialize().ok());
+  ASSERT_TRUE(unit->start().ok());
+  ASSERT_TRUE(eventually([&] { return player.calls > 5; }));
+  player.stallMilliseconds = 200;
+  EXPECT_TRUE(eventually([&] { return player.xruns > 0; }));
+  EXPECT_GT(unit->report().xruns, 0u);
+  ASSERT_NE(unit->report().periodFrames, 256u);
+  test::runProgram({"pw-metadata", "-n", "settings", "0", "clock.force-quantum", "256"});
+  EXPECT_TRUE(eventually([&] { return player.formatChanges > 0; }));
+  EXPECT_TRUE(eventually([&] { return unit->report().periodFrames == 256; }));
+  EXPECT_EQ(hardware->bufferFrameSize(device("any")), 256u);
 }
 
 TEST_F(PipeWireBackendTest, NoCallbackRunsAfterStop) {
@@ -339,7 +362,7 @@ TEST_F(PipeWireBackendTest, ASinkThatGoesIsReportedOnce) {
   EXPECT_FALSE(player.calledWhenClosed) << "the stream did not move to another sink";
 }
 
-TEST_F(PipeWireBackendTest, ASerialDeathOfTheServerIsSurvived) {
+TEST_F(PipeWireBackendTest, TheServerMayDieAndComeBack) {
   SerialQueue queue("com.velorin.test");
   std::atomic<int> devices = 0;
   const auto listener =
@@ -475,6 +498,11 @@ TEST_F(PipeWireBackendTest, AnAggregatePlaysOnAllItsDevices) {
   }
   EXPECT_TRUE(hardware->destroyAggregate(both).ok());
   EXPECT_TRUE(eventually([&] { return device("velorin.agg") == kNoDevice; }));
+
+  ASSERT_TRUE(hardware->createAggregate({"Both", "again", {"any", "wide"}}, both).ok());
+  session->killServer();
+  EXPECT_TRUE(eventually([&] { return !hardware->hasOutputStreams(both); }));
+  EXPECT_EQ(hardware->destroyAggregate(both).code, -ENODEV);
 }
 
 TEST(PipeWireWithoutServer, IsNullWithAReason) {

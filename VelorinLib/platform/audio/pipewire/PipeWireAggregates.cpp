@@ -9,6 +9,7 @@ namespace velorin {
 namespace {
 
 constexpr std::chrono::milliseconds kTimeout{2000};
+constexpr std::chrono::milliseconds kPoll{10};
 
 // The text as a quoted string of the server's JSON.
 std::string quoted(std::string_view text) {
@@ -38,12 +39,43 @@ std::string moduleArguments(const AudioHardware::AggregateDescription& descripti
 
 }  // namespace
 
+// A loaded module. It ends by itself when its connection to the server does.
+class PipeWireAggregates::Module {
+ public:
+  explicit Module(pw_impl_module* module) : _module(module) {
+    static const pw_impl_module_events kEvents = [] {
+      pw_impl_module_events events{};
+      events.version = PW_VERSION_IMPL_MODULE_EVENTS;
+      events.destroy = [](void* self) { static_cast<Module*>(self)->ended(); };
+      return events;
+    }();
+    pw_impl_module_add_listener(_module, &_listener, &kEvents, this);
+  }
+  ~Module() {
+    pw_impl_module* module = _module;
+    if (!module) return;
+    ended();
+    pw_impl_module_destroy(module);
+  }
+  Module(const Module&) = delete;
+  Module& operator=(const Module&) = delete;
+
+ private:
+  void ended() {
+    spa_hook_remove(&_listener);
+    _module = nullptr;
+  }
+
+  pw_impl_module* _module;
+  spa_hook _listener{};
+};
+
 PipeWireAggregates::PipeWireAggregates(std::shared_ptr<PipeWireSystem> system)
     : _system(std::move(system)) {}
 
 PipeWireAggregates::~PipeWireAggregates() {
   PipeWireLock lock(_system->loop());
-  for (const auto& [uid, module] : _modules) pw_impl_module_destroy(module);
+  _modules.clear();
 }
 
 AudioStatus PipeWireAggregates::create(const AudioHardware::AggregateDescription& description,
@@ -63,14 +95,13 @@ AudioStatus PipeWireAggregates::create(const AudioHardware::AggregateDescription
   if (!module) {
     return AudioStatus::failure(-ENOTSUP, "PipeWire's combine-stream module is not available");
   }
-  _modules[description.uid] = module;
+  _modules[description.uid] = std::make_unique<Module>(module);
+  _system->setAggregate(description.uid, true);
   const bool appeared = _system->loop().waitUntil(
       PipeWireLoop::Clock::now() + kTimeout,
-      [&] { return _system->deviceNamed(description.uid) != nullptr; },
-      std::chrono::milliseconds(10));
+      [&] { return _system->deviceNamed(description.uid) != nullptr; }, kPoll);
   if (!appeared) {
-    pw_impl_module_destroy(module);
-    _modules.erase(description.uid);
+    forget(description.uid);
     return AudioStatus::failure(-ETIMEDOUT, "the combined device did not appear");
   }
   created = _system->deviceNamed(description.uid)->id();
@@ -80,19 +111,19 @@ AudioStatus PipeWireAggregates::create(const AudioHardware::AggregateDescription
 AudioStatus PipeWireAggregates::destroy(AudioDeviceID device) {
   PipeWireLock lock(_system->loop());
   const PipeWireDevice* found = _system->device(device);
-  const auto module = found ? _modules.find(found->uid()) : _modules.end();
-  if (module == _modules.end()) return AudioStatus::failure(-ENODEV, "not an aggregate of ours");
-  const std::string uid = module->first;
-  pw_impl_module_destroy(module->second);
-  _modules.erase(module);
+  if (!found || !_modules.contains(found->uid())) {
+    return AudioStatus::failure(-ENODEV, "not an aggregate of ours");
+  }
+  const std::string uid = found->uid();
+  forget(uid);
   _system->loop().waitUntil(
-      PipeWireLoop::Clock::now() + kTimeout, [&] { return !_system->deviceNamed(uid); },
-      std::chrono::milliseconds(10));
+      PipeWireLoop::Clock::now() + kTimeout, [&] { return !_system->deviceNamed(uid); }, kPoll);
   return AudioStatus::success();
 }
 
-bool PipeWireAggregates::contains(const std::string& uid) const {
-  return _modules.contains(uid);
+void PipeWireAggregates::forget(const std::string& uid) {
+  _modules.erase(uid);
+  _system->setAggregate(uid, false);
 }
 
 }  // namespace velorin

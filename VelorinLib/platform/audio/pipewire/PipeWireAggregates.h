@@ -7,8 +7,6 @@
 
 #include "platform/audio/pipewire/PipeWireSystem.h"
 
-struct pw_impl_module;
-
 namespace velorin {
 
 /// Any thread; takes the loop's lock itself.
@@ -23,12 +21,15 @@ class PipeWireAggregates {
   /// Makes the sink and waits up to 2 s until it is announced.
   AudioStatus create(const AudioHardware::AggregateDescription& description,
                      AudioDeviceID& created);
+  /// -ENODEV for a device that is not one of these, or whose server has ended meanwhile.
   AudioStatus destroy(AudioDeviceID device);
-  bool contains(const std::string& uid) const;
 
  private:
+  class Module;
+  void forget(const std::string& uid);
+
   const std::shared_ptr<PipeWireSystem> _system;
-  std::map<std::string, pw_impl_module*> _modules;  ///< by UID; with the loop's lock held
+  std::map<std::string, std::unique_ptr<Module>> _modules;  ///< by UID; with the loop's lock held
 };
 
 }  // namespace velorin

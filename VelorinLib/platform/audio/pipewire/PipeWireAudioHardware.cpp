@@ -111,7 +111,7 @@ TransportType PipeWireAudioHardware::transportType(AudioDeviceID device) const {
   PipeWireLock lock(_system->loop());
   const PipeWireDevice* found = _system->device(device);
   if (!found) return TransportType::unknown;
-  if (_aggregates->contains(found->uid())) return TransportType::aggregate;
+  if (_system->isAggregate(found->uid())) return TransportType::aggregate;
   const PipeWireCard* card = _system->cardOf(*found);
   return transportOf(found->properties(), card ? &card->properties() : nullptr);
 }
@@ -202,8 +202,10 @@ AudioStatus PipeWireAudioHardware::setBufferFrameSize(AudioDeviceID device, std:
   return AudioStatus::success();
 }
 
-std::uint32_t PipeWireAudioHardware::latency(AudioDeviceID) const {
-  return 0;
+std::uint32_t PipeWireAudioHardware::latency(AudioDeviceID device) const {
+  PipeWireLock lock(_system->loop());
+  const PipeWireDevice* found = _system->device(device);
+  return found ? found->latency(rateOf(*_system, *found)) : 0;
 }
 
 std::uint32_t PipeWireAudioHardware::safetyOffset(AudioDeviceID) const {
@@ -267,7 +269,7 @@ AudioStatus PipeWireAudioHardware::setVolume(AudioDeviceID device, std::uint32_t
     const float loudest = *std::ranges::max_element(gains);
     for (float& each : gains) each = loudest > 0 ? each / loudest * gain : gain;
   }
-  return found->setChannelGains(std::move(gains));
+  return found->setChannelGains(std::move(gains), _system->cardOf(*found));
 }
 
 AudioStatus PipeWireAudioHardware::createAggregate(const AggregateDescription& description,

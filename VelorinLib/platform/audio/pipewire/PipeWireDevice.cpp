@@ -32,8 +32,9 @@ PipeWireDevice::PipeWireDevice(AudioDeviceID id, pw_registry* registry, const Pi
   auto* bound = reinterpret_cast<pw_node*>(_proxy);
   pw_node_add_listener(bound, &_listener, &kEvents, this);
   // Subscribing also sends the present values.
-  std::uint32_t ids[] = {SPA_PARAM_EnumFormat, SPA_PARAM_Format, SPA_PARAM_Props};
-  pw_node_subscribe_params(bound, ids, 3);
+  std::uint32_t ids[] = {SPA_PARAM_EnumFormat, SPA_PARAM_Format, SPA_PARAM_Props,
+                         SPA_PARAM_Latency};
+  pw_node_subscribe_params(bound, ids, 4);
 }
 
 PipeWireDevice::~PipeWireDevice() {
@@ -60,14 +61,35 @@ std::optional<PipeWireFormat> PipeWireDevice::format() const {
   return isOpen ? _format : std::nullopt;
 }
 
-AudioStatus PipeWireDevice::setChannelGains(std::vector<float> gains) {
-  PipeWirePodBuffer buffer;
+const PipeWireRoute* PipeWireDevice::routeIn(const PipeWireCard* card) const {
+  const auto device = _properties.number("card.profile.device");
+  return card && device ? card->routeOf(*device) : nullptr;
+}
+
+bool PipeWireDevice::hasHardwareVolume(const PipeWireCard* card) const {
+  const PipeWireRoute* route = routeIn(card);
+  return route && route->hasHardwareVolume;
+}
+
+AudioStatus PipeWireDevice::setChannelGains(std::vector<float> gains, PipeWireCard* card) {
   if (!_proxy) return AudioStatus::failure(-ENODEV);
-  const int result = pw_node_set_param(reinterpret_cast<pw_node*>(_proxy), SPA_PARAM_Props, 0,
-                                       buildGains(buffer, gains));
+  // A sink with a mixer of its own gets its volumes from its card, and would soon forget others.
+  int result = 0;
+  if (const PipeWireRoute* route = routeIn(card)) {
+    result = card->setRouteGains(*route, gains);
+  } else {
+    PipeWirePodBuffer buffer;
+    result = pw_node_set_param(reinterpret_cast<pw_node*>(_proxy), SPA_PARAM_Props, 0,
+                               buildGains(buffer, gains));
+  }
   if (result < 0) return AudioStatus::failure(result, "the server did not take the volume");
   _gains.channels = std::move(gains);
   return AudioStatus::success();
+}
+
+std::uint32_t PipeWireDevice::latency(double rate) const {
+  const auto* param = reinterpret_cast<const spa_pod*>(_latency.data());
+  return _latency.empty() ? 0 : parseInputLatency(param, rate).value_or(0);
 }
 
 void PipeWireDevice::handleInfo(const pw_node_info& info) {
@@ -90,6 +112,12 @@ void PipeWireDevice::handleParam(std::uint32_t id, std::uint32_t index, const sp
       if (_gains != before) _volumeChanged();
       break;
     }
+    case SPA_PARAM_Latency:
+      if (parseInputLatency(param, 1)) {
+        const auto* bytes = reinterpret_cast<const std::byte*>(param);
+        _latency.assign(bytes, bytes + SPA_POD_SIZE(param));
+      }
+      break;
     default:
       break;
   }

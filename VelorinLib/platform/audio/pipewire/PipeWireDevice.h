@@ -5,6 +5,7 @@
 
 #include <functional>
 
+#include "platform/audio/pipewire/PipeWireCard.h"
 #include "platform/audio/pipewire/PipeWireConnection.h"
 #include "platform/audio/pipewire/PipeWireParams.h"
 #include "platform/audio/pipewire/PipeWireProperties.h"
@@ -32,10 +33,16 @@ class PipeWireDevice {
   /// What the sink runs at now; nullopt while it is suspended.
   std::optional<PipeWireFormat> format() const;
   const PipeWireGains& gains() const noexcept { return _gains; }
-  /// Sets channelVolumes; gains() has the new values at once.
-  AudioStatus setChannelGains(std::vector<float> gains);
+  /// Sets channelVolumes of the sink, or of the way out of its card when it has one; gains() has
+  /// the new values at once.
+  AudioStatus setChannelGains(std::vector<float> gains, PipeWireCard* card);
+  /// The card's own mixer does channelVolumes.
+  bool hasHardwareVolume(const PipeWireCard* card) const;
+  /// Frames at that rate that the sink delays, beyond the quantum.
+  std::uint32_t latency(double rate) const;
 
  private:
+  const PipeWireRoute* routeIn(const PipeWireCard* card) const;
   void handleInfo(const pw_node_info& info);
   void handleParam(std::uint32_t id, std::uint32_t index, const spa_pod* param);
   static const pw_node_events kEvents;
@@ -51,6 +58,7 @@ class PipeWireDevice {
   PipeWireOffer _offer;
   std::optional<PipeWireFormat> _format;
   PipeWireGains _gains;
+  std::vector<std::byte> _latency;  ///< the parameter, for its parts count at a rate
 };
 
 }  // namespace velorin

@@ -278,12 +278,15 @@ OutputReport PipeWireOutputUnit::report() const {
   const bool otherRate = std::abs(report.deviceRate - _format.sampleRate) > 0.5 ||
                          std::abs(cycle.rate - _format.sampleRate) > 0.5;
   const bool fewerBits = _format.isInteger() && significantBits(_format) > report.deviceBits;
-  report.converted = otherRate || fewerBits || _setup.remix;
-  report.volumeUnity = device->gains().isUnity() && _stream->gains().isUnity();
+  // Behind a combining sink every device has a clock of its own, to which samples are fitted.
+  const bool isCombined = _system->isAggregate(device->uid());
+  report.converted = otherRate || fewerBits || _setup.remix || isCombined;
+  const bool byHardware = device->hasHardwareVolume(_system->cardOf(*device));
+  report.volumeUnity = device->gains().isUnity(byHardware) && _stream->gains().isUnity();
   const auto players = _system->graph().playersOn(device->nodeId());
   const bool hasOthers = std::ranges::any_of(
       players, [this](const auto& player) { return player.nodeId != _stream->nodeId(); });
-  report.mixed = hasOthers || !report.exclusive;
+  report.mixed = hasOthers;
   return report;
 }
 

@@ -4,7 +4,10 @@
 #include <spa/param/audio/format-utils.h>
 #include <spa/param/audio/type-info.h>
 #include <spa/param/format-utils.h>
+#include <spa/param/latency-utils.h>
+#include <spa/param/profile.h>
 #include <spa/param/props.h>
+#include <spa/param/route.h>
 #include <spa/pod/builder.h>
 #include <spa/pod/iter.h>
 
@@ -119,6 +122,15 @@ std::vector<float> floats(const spa_pod* pod) {
   return values;
 }
 
+const spa_pod* addGains(spa_pod_builder& builder, std::span<const float> channels) {
+  spa_pod_frame frame{};
+  spa_pod_builder_push_object(&builder, &frame, SPA_TYPE_OBJECT_Props, SPA_PARAM_Props);
+  spa_pod_builder_prop(&builder, SPA_PROP_channelVolumes, 0);
+  spa_pod_builder_array(&builder, sizeof(float), SPA_TYPE_Float,
+                        static_cast<std::uint32_t>(channels.size()), channels.data());
+  return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
+}
+
 bool allUnity(const std::vector<float>& gains) {
   return std::ranges::all_of(gains, [](float gain) { return gain == 1.0f; });
 }
@@ -129,8 +141,9 @@ bool PipeWireOffer::offers(double rate) const noexcept {
   return std::ranges::any_of(rates, [&](double offered) { return std::abs(offered - rate) < 1; });
 }
 
-bool PipeWireGains::isUnity() const noexcept {
-  return !muted && master == 1.0f && allUnity(channels) && allUnity(soft);
+bool PipeWireGains::isUnity(bool byHardware) const noexcept {
+  if (muted || softMuted || master != 1.0f || !allUnity(soft)) return false;
+  return byHardware || allUnity(channels);
 }
 
 void addFormatOffer(const spa_pod* param, PipeWireOffer& offer) {
@@ -169,8 +182,6 @@ void updateGains(const spa_pod* param, PipeWireGains& gains) {
   if (!param || !spa_pod_is_object(param)) return;
   const auto* object = reinterpret_cast<const spa_pod_object*>(param);
   const spa_pod_prop* prop = nullptr;
-  bool muted = false;
-  bool softMuted = false;
   SPA_POD_OBJECT_FOREACH(object, prop) {
     switch (prop->key) {
       case SPA_PROP_channelVolumes:
@@ -183,16 +194,15 @@ void updateGains(const spa_pod* param, PipeWireGains& gains) {
         spa_pod_get_float(&prop->value, &gains.master);
         break;
       case SPA_PROP_mute:
-        spa_pod_get_bool(&prop->value, &muted);
+        spa_pod_get_bool(&prop->value, &gains.muted);
         break;
       case SPA_PROP_softMute:
-        spa_pod_get_bool(&prop->value, &softMuted);
+        spa_pod_get_bool(&prop->value, &gains.softMuted);
         break;
       default:
         break;
     }
   }
-  gains.muted = muted || softMuted;
 }
 
 const spa_pod* buildStreamFormat(PipeWirePodBuffer& buffer, const StreamFormat& format,
@@ -212,12 +222,54 @@ const spa_pod* buildStreamFormat(PipeWirePodBuffer& buffer, const StreamFormat& 
 const spa_pod* buildGains(PipeWirePodBuffer& buffer, std::span<const float> channels) {
   spa_pod_builder builder{};
   spa_pod_builder_init(&builder, buffer.data(), static_cast<std::uint32_t>(buffer.size()));
+  return addGains(builder, channels);
+}
+
+const spa_pod* buildRouteGains(PipeWirePodBuffer& buffer, const PipeWireRoute& route,
+                               std::span<const float> channels) {
+  spa_pod_builder builder{};
+  spa_pod_builder_init(&builder, buffer.data(), static_cast<std::uint32_t>(buffer.size()));
   spa_pod_frame frame{};
-  spa_pod_builder_push_object(&builder, &frame, SPA_TYPE_OBJECT_Props, SPA_PARAM_Props);
-  spa_pod_builder_prop(&builder, SPA_PROP_channelVolumes, 0);
-  spa_pod_builder_array(&builder, sizeof(float), SPA_TYPE_Float,
-                        static_cast<std::uint32_t>(channels.size()), channels.data());
+  spa_pod_builder_push_object(&builder, &frame, SPA_TYPE_OBJECT_ParamRoute, SPA_PARAM_Route);
+  spa_pod_builder_prop(&builder, SPA_PARAM_ROUTE_index, 0);
+  spa_pod_builder_int(&builder, route.index);
+  spa_pod_builder_prop(&builder, SPA_PARAM_ROUTE_device, 0);
+  spa_pod_builder_int(&builder, route.device);
+  spa_pod_builder_prop(&builder, SPA_PARAM_ROUTE_props, 0);
+  addGains(builder, channels);
+  spa_pod_builder_prop(&builder, SPA_PARAM_ROUTE_save, 0);
+  spa_pod_builder_bool(&builder, true);
   return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
+}
+
+std::optional<std::uint32_t> parseInputLatency(const spa_pod* param, double rate) {
+  spa_latency_info info{};
+  if (!param || spa_latency_parse(param, &info) < 0) return std::nullopt;
+  if (info.direction != SPA_DIRECTION_INPUT) return std::nullopt;
+  const double frames = info.max_rate + static_cast<double>(info.max_ns) * rate / 1e9;
+  return static_cast<std::uint32_t>(std::clamp(frames, 0.0, 10.0 * std::max(rate, 0.0)));
+}
+
+std::optional<PipeWireRoute> parseRoute(const spa_pod* param) {
+  if (!param || !spa_pod_is_object_type(param, SPA_TYPE_OBJECT_ParamRoute)) return std::nullopt;
+  PipeWireRoute route;
+  const auto number = [&](std::uint32_t key, auto& value) {
+    const spa_pod_prop* prop = spa_pod_find_prop(param, nullptr, key);
+    return prop && spa_pod_get_int(&prop->value, &value) >= 0;
+  };
+  if (!number(SPA_PARAM_ROUTE_index, route.index)) return std::nullopt;
+  if (!number(SPA_PARAM_ROUTE_device, route.device)) return std::nullopt;
+  std::uint32_t direction = SPA_DIRECTION_INPUT;
+  if (const auto* prop = spa_pod_find_prop(param, nullptr, SPA_PARAM_ROUTE_direction)) {
+    spa_pod_get_id(&prop->value, &direction);
+  }
+  route.isOutput = direction == SPA_DIRECTION_OUTPUT;
+  // The card flags volumes that its own mixer does.
+  if (const auto* prop = spa_pod_find_prop(param, nullptr, SPA_PARAM_ROUTE_props)) {
+    const auto* volumes = spa_pod_find_prop(&prop->value, nullptr, SPA_PROP_channelVolumes);
+    route.hasHardwareVolume = volumes && (volumes->flags & SPA_POD_PROP_FLAG_HARDWARE) != 0;
+  }
+  return route;
 }
 
 std::vector<std::uint32_t> usualPositions(std::uint32_t channels) {

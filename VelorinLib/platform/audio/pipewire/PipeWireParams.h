@@ -38,13 +38,23 @@ struct PipeWireFormat {
 /// The gains of a node: linear factors, 1 is unity.
 struct PipeWireGains {
   std::vector<float> channels;  ///< channelVolumes; empty when the node has none
-  std::vector<float> soft;      ///< softVolumes
+  std::vector<float> soft;      ///< softVolumes: what of them the server does itself
   float master = 1;
   bool muted = false;
+  bool softMuted = false;
 
-  /// Nothing is scaled or silenced.
-  bool isUnity() const noexcept;
+  /// The server scales and silences nothing. byHardware: channelVolumes are those of the card's
+  /// own mixer, the server only does the rest.
+  bool isUnity(bool byHardware = false) const noexcept;
   bool operator==(const PipeWireGains&) const = default;
+};
+
+/// One way out of a card ("Headphones", "Line Out"), with the card's own volume control.
+struct PipeWireRoute {
+  std::int32_t index = -1;
+  std::int32_t device = -1;  ///< card.profile.device of the sinks it belongs to
+  bool isOutput = false;
+  bool hasHardwareVolume = false;
 };
 
 /// Adds one EnumFormat parameter.
@@ -52,6 +62,11 @@ void addFormatOffer(const spa_pod* param, PipeWireOffer& offer);
 std::optional<PipeWireFormat> parseFormat(const spa_pod* param);
 /// Properties that the parameter does not hold keep their values in `gains`.
 void updateGains(const spa_pod* param, PipeWireGains& gains);
+
+/// Frames at that rate that a port delays, the quantum itself not counted; nullopt for a parameter
+/// of the other direction.
+std::optional<std::uint32_t> parseInputLatency(const spa_pod* param, double rate);
+std::optional<PipeWireRoute> parseRoute(const spa_pod* param);
 
 /// Memory for a parameter that is being built.
 using PipeWirePodBuffer = std::array<std::byte, 4096>;
@@ -61,6 +76,10 @@ const spa_pod* buildStreamFormat(PipeWirePodBuffer& buffer, const StreamFormat& 
                                  std::span<const std::uint32_t> positions);
 /// Props that set channelVolumes.
 const spa_pod* buildGains(PipeWirePodBuffer& buffer, std::span<const float> channels);
+
+/// Route that sets the channelVolumes of a card's way out, for the session manager to remember.
+const spa_pod* buildRouteGains(PipeWirePodBuffer& buffer, const PipeWireRoute& route,
+                               std::span<const float> channels);
 
 /// The usual speaker positions of so many channels; beyond 8 they are numbered.
 std::vector<std::uint32_t> usualPositions(std::uint32_t channels);

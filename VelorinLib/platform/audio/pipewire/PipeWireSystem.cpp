@@ -68,11 +68,19 @@ PipeWireDevice* PipeWireSystem::deviceNamed(std::string_view uid) const {
   return id == _idsByUID.end() ? nullptr : device(id->second);
 }
 
-const PipeWireCard* PipeWireSystem::cardOf(const PipeWireDevice& device) const {
+PipeWireCard* PipeWireSystem::cardOf(const PipeWireDevice& device) const {
   const auto id = device.properties().number(PW_KEY_DEVICE_ID);
   if (!id) return nullptr;
   const auto card = _cards.find(static_cast<std::uint32_t>(*id));
   return card == _cards.end() ? nullptr : card->second.get();
+}
+
+void PipeWireSystem::setAggregate(const std::string& uid, bool isOne) {
+  if (isOne) {
+    _aggregates.insert(uid);
+  } else {
+    _aggregates.erase(uid);
+  }
 }
 
 void PipeWireSystem::addUser(PipeWireSinkUser* user) {

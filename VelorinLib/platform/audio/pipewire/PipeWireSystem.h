@@ -4,6 +4,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "foundation/SerialQueue.h"
@@ -59,8 +60,12 @@ class PipeWireSystem : private PipeWireGlobals {
   PipeWireDevice* device(AudioDeviceID id) const;
   PipeWireDevice* deviceNamed(std::string_view uid) const;
   /// The card the sink belongs to, null when there is none.
-  const PipeWireCard* cardOf(const PipeWireDevice& device) const;
+  PipeWireCard* cardOf(const PipeWireDevice& device) const;
   PipeWireWishes& wishes(AudioDeviceID id) { return _wishes[id]; }
+
+  /// Marks the UIDs of combining sinks that this process made.
+  void setAggregate(const std::string& uid, bool isOne);
+  bool isAggregate(std::string_view uid) const { return _aggregates.contains(uid); }
 
   void addUser(PipeWireSinkUser* user);
   void removeUser(PipeWireSinkUser* user);
@@ -90,6 +95,7 @@ class PipeWireSystem : private PipeWireGlobals {
   std::map<std::uint32_t, std::unique_ptr<PipeWireCard>> _cards;
   std::map<std::string, AudioDeviceID, std::less<>> _idsByUID;
   std::map<AudioDeviceID, PipeWireWishes> _wishes;
+  std::set<std::string, std::less<>> _aggregates;
   std::vector<PipeWireSinkUser*> _users;
   SerialQueue _events{"com.velorin.pipewire.events"};
 };
