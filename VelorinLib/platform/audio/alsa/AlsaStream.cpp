@@ -308,11 +308,11 @@ AudioStatus AlsaStream::start() {
   Worker& worker = *_worker;
   {
     MutexLock lock(worker.mutex);
+    if (worker.lost.load()) return AudioStatus::failure(-ENODEV, "the device is gone");
     if (worker.thread.joinable()) return AudioStatus::success();
     if (!worker.finished.wait(0ms)) {
       return AudioStatus::failure(-EBUSY, "the device still holds the last start");
     }
-    if (!worker.pcm) return AudioStatus::failure(-ENODEV, "the device is gone");
     worker.stopping.store(false);
     worker.xruns.store(0);
     worker.droppedPriority.store(false);

@@ -1,11 +1,14 @@
 #include "platform/audio/alsa/DeviceReservation.h"
 
 #include <fmt/format.h>
+#include <pthread.h>
 #include <sdbus-c++/sdbus-c++.h>
 
 #include <atomic>
 #include <chrono>
+#include <thread>
 
+#include "foundation/Log.h"
 #include "platform/audio/alsa/AlsaCards.h"
 
 namespace velorin {
@@ -60,12 +63,28 @@ struct DeviceReservation::Impl {
   }
 
   ~Impl() {
-    if (isServing) connection->leaveEventLoop();
+    if (!server.joinable()) return;
+    connection->leaveEventLoop();
+    server.join();
     try {
-      if (isServing) releaseName();
+      releaseName();
     } catch (const sdbus::Error&) {
       // The bus is gone, and the name with it.
     }
+  }
+
+  // Not the library's own thread for this: an error in there, such as the end of the bus, would
+  // end the program. Without a bus nobody can ask for the card any more, so it stays ours.
+  void serve() {
+    server = std::thread([this] {
+      try {
+        connection->enterEventLoop();
+      } catch (const sdbus::Error& error) {
+        log::line("ℹ️ Session bus gone: {} is held without agreement ({})", options.deviceName,
+                  error.getMessage());
+      }
+    });
+    pthread_setname_np(server.native_handle(), "alsa.reserve");
   }
 
   bool requestName(std::uint32_t flags) {
@@ -144,10 +163,10 @@ struct DeviceReservation::Impl {
   const std::string name;
   const std::string path;
   std::atomic<bool> held{false};
-  bool isServing = false;
   std::unique_ptr<sdbus::IConnection> connection;
   std::unique_ptr<sdbus::IProxy> bus;
   std::unique_ptr<sdbus::IObject> object;
+  std::thread server;
 };
 
 DeviceReservation::Outcome DeviceReservation::acquire(
@@ -172,8 +191,7 @@ DeviceReservation::Outcome DeviceReservation::acquire(
     return Outcome::refused;
   }
   impl->held.store(true);
-  impl->isServing = true;
-  impl->connection->enterEventLoopAsync();
+  impl->serve();
   reservation.reset(new DeviceReservation(std::move(impl)));
   return Outcome::acquired;
 }
