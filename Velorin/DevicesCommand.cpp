@@ -87,15 +87,21 @@ int runDevices(const DevicesOptions& options) {
   if (!made.notice.empty()) reportError(made.notice);
   if (!made.hardware) return kExitFailure;
   std::vector<JsonObject> objects;
+  bool any = false;
   for (const AudioDeviceID device : made.hardware->devices()) {
     if (!made.hardware->hasOutputStreams(device)) continue;
+    any = true;
     if (options.json) {
       objects.push_back(json(*made.hardware, device));
     } else {
       print(*made.hardware, device);
     }
   }
-  if (options.json) fmt::print("{}\n", JsonObject::list(objects));
+  if (options.json) {
+    fmt::print("{}\n", JsonObject::list(objects));
+  } else if (!any) {
+    fmt::print("no output devices\n");
+  }
   if (std::fflush(stdout) != 0) {
     reportError("the output cannot be written: make room or choose another place");
     return kExitFailure;
