@@ -47,7 +47,7 @@ tsan: ## the threaded tests under the thread sanitizer
 	@cmake --build build/tsan --target threaded_tests
 	@ctest --preset tsan -L threads
 
-bench: ## each figure beside its target, also in bench.json
+bench: ## each figure beside its target, also in bench.json (FILTER=text for some)
 	@tools/install-deps.sh build bench
 	@tools/configure.sh bench
 	@cmake --build build/bench --target velorin_bench

@@ -203,6 +203,9 @@ class PlaySession : private TrackSequenceListener {
   }
 
   void changeVolume(float by) {
+    if (_engine.isIntegerOutput()) {
+      return _console.print("integer output is not scaled: set the volume on the device");
+    }
     onEngine([this, by] {
       // Whole steps, so that going down and up again ends at full volume exactly.
       const float steps = std::round(_engine.volume() / kVolumeStep) + std::copysign(1.0f, by);

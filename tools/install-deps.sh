@@ -12,7 +12,7 @@ apt_build="make cmake ninja-build g++ ccache pkg-config git ca-certificates
 apt_run=""
 apt_test="libgtest-dev flac pipewire pipewire-bin wireplumber pipewire-alsa alsa-utils
   dbus dbus-bin python3 python3-dbusmock"
-apt_bench="libbenchmark-dev"
+apt_bench=""
 apt_lint="clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev"
 
 npm_build=""
