@@ -65,8 +65,7 @@ struct AudioEngine::Impl {
   };
   std::optional<Resumption> interrupt() REQUIRES(lifecycleLock);
   void goOn(const Resumption& where) REQUIRES(lifecycleLock);
-  void goOnWhenDeviceReturns(const Resumption& where, int generation, int attemptsLeft)
-      EXCLUDES(lifecycleLock);
+  void goOnWhenDeviceReturns(const Resumption& where, int generation, int attemptsLeft);
 
   PlaybackFacts facts() EXCLUDES(lifecycleLock);
   /// Reads back what the output does, for facts().
