@@ -76,7 +76,8 @@ std::vector<PipeWirePlayer> PipeWireGraph::playersOn(std::uint32_t sinkNodeId) c
   std::vector<PipeWirePlayer> players;
   for (const auto& [id, link] : _links) {
     const bool isKnown = std::ranges::any_of(
-        players, [&](const PipeWirePlayer& player) { return player.nodeId == link.from; });
+        players,
+        [from = link.from](const PipeWirePlayer& player) { return player.nodeId == from; });
     if (link.to != sinkNodeId || isKnown) continue;
     PipeWirePlayer player;
     player.nodeId = link.from;

@@ -35,7 +35,7 @@ class PipeWireOutputUnit : public OutputUnit, private PipeWireSinkUser {
 
   AudioStatus checkSetup() const;
   PipeWireStreamSetup setupFor(const PipeWireDevice& device) const;
-  AudioStatus connect(const PipeWireDevice& device);
+  AudioStatus connect(const PipeWireDevice& device) REQUIRES(_system->loop());
   bool isLinked() const;
   bool hasFailed() const;
   /// Why the stream does not go: the device went, the server's reason, or none within the time.

@@ -104,8 +104,7 @@ void addRates(PipeWireOffer& offer, const Choice& rates) {
     }
   }
   std::ranges::sort(offer.rates);
-  const auto rest = std::ranges::unique(offer.rates);
-  offer.rates.erase(rest.begin(), rest.end());
+  offer.rates.erase(std::unique(offer.rates.begin(), offer.rates.end()), offer.rates.end());
 }
 
 std::uint32_t largest(const Choice& choice) {

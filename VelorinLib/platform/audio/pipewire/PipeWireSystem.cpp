@@ -49,8 +49,7 @@ std::vector<AudioDeviceID> PipeWireSystem::devices() const {
     if (sink.announced) ids.push_back(sink.device->id());
   }
   std::ranges::sort(ids);
-  const auto rest = std::ranges::unique(ids);
-  ids.erase(rest.begin(), rest.end());
+  ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
   return ids;
 }
 
