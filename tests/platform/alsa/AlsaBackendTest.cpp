@@ -113,6 +113,27 @@ TEST(AlsaBackend, MonoOnAnEightChannelInterfaceAndLongPeriodsInSlices) {
   }
 }
 
+TEST(AlsaBackend, EveryWayOfHandingOverFramesIsServed) {
+  for (const char* access :
+       {"RW_INTERLEAVED", "MMAP_INTERLEAVED", "RW_NONINTERLEAVED", "MMAP_NONINTERLEAVED"}) {
+    SCOPED_TRACE(access);
+    const std::string pcm = fmt::format("access_{}", access);
+    AlsaConfiguration::instance().addScripted(
+        pcm, fmt::format("formats [ S24_3LE ] rates [ 48000 ] channels [ 2 ] access {} clock 1 "
+                         "period 500 buffer 1700",
+                         access));
+    Playing playing(kInt24);
+    const AudioStatus status = playing.play(pcm);
+    ASSERT_TRUE(status.ok()) << status.description();
+    ASSERT_TRUE(playing.renders(12'000));
+    playing.unit->stop();
+    const std::vector<std::byte> bytes = AlsaConfiguration::instance().tapped(pcm);
+    ASSERT_GE(bytes.size(), 8'000u * 6);
+    EXPECT_TRUE(expectedBytes(kInt24, PCMWord::int24Packed, bytes.size()) == bytes);
+    EXPECT_EQ(playing.events.xruns() + playing.events.lost(), 0);
+  }
+}
+
 // --- Refusals ---
 
 TEST(AlsaBackend, WhatADeviceDoesNotOfferIsRefusedWithAReason) {

@@ -1,6 +1,8 @@
 // A private ALSA configuration of scripted devices, and a renderer whose every sample is known.
 #pragma once
 
+#include <fmt/format.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -33,14 +35,14 @@ class AlsaConfiguration {
 
   /// A device of the plug-in ScriptedPcm.cpp with these settings, and a tap.
   void addScripted(const std::string& pcm, const std::string& settings) {
-    add(pcm, "type scripted tap \"" + tap(pcm).string() + "\" " + settings);
+    add(pcm, fmt::format("type scripted tap \"{}\" {}", tap(pcm).string(), settings));
   }
   /// The tap of an earlier device of that name is removed.
   void add(const std::string& pcm, const std::string& definition) {
     std::filesystem::remove(tap(pcm));
-    _text += "pcm." + pcm + " { " + definition + " }\n";
+    _text += fmt::format("pcm.{} {{ {} }}\n", pcm, definition);
     // A new name each time: the library looks at the time of the file in whole seconds.
-    const auto file = _folder / ("alsa" + std::to_string(++_version) + ".conf");
+    const auto file = _folder / fmt::format("alsa{}.conf", ++_version);
     std::ofstream(file) << _text;
     setenv("ALSA_CONFIG_PATH", file.c_str(), 1);
   }
@@ -56,7 +58,7 @@ class AlsaConfiguration {
 
  private:
   AlsaConfiguration() {
-    _text = std::string("pcm_type.scripted { lib \"") + VELORIN_SCRIPTED_PCM + "\" }\n";
+    _text = fmt::format("pcm_type.scripted {{ lib \"{}\" }}\n", VELORIN_SCRIPTED_PCM);
     add("unused", "type null");
   }
   TemporaryFolder _folder;

@@ -3,6 +3,7 @@
 //
 //   tap "FILE"            bytes as written
 //   formats [ S16_LE … ]  rates [ 44100 … ]  channels [ 2 … ]  and nothing else
+//   access NAME           RW_INTERLEAVED (default), MMAP_NONINTERLEAVED …
 //   period N  buffer N    frames, as largest sizes
 //   busy "FILE"           opening fails with EBUSY while that file exists
 //   clock 1               plays by the clock; else it takes everything at once
@@ -33,6 +34,7 @@ struct Script {
   std::vector<unsigned> formats;
   std::vector<unsigned> rates;
   std::vector<unsigned> channels;
+  unsigned access = SND_PCM_ACCESS_RW_INTERLEAVED;
   long period = 4096;
   long buffer = 16384;
   long clock = 0;
@@ -113,10 +115,17 @@ snd_pcm_sframes_t transfer(snd_pcm_ioplug_t* io, const snd_pcm_channel_area_t* a
                            snd_pcm_uframes_t offset, snd_pcm_uframes_t size) {
   Device& device = deviceOf(io);
   if (const int error = fail(device); error != 0) return error;
-  const std::size_t frameBytes =
-      static_cast<std::size_t>(snd_pcm_format_physical_width(io->format)) / 8 * io->channels;
-  const auto* base = static_cast<const char*>(areas[0].addr) + areas[0].first / 8;
-  const ssize_t bytes = write(device.tap, base + offset * frameBytes, size * frameBytes);
+  // Interleaved into the tap, whatever the layout of the areas.
+  const auto wordBytes = static_cast<std::size_t>(snd_pcm_format_physical_width(io->format)) / 8;
+  std::vector<char> frames;
+  for (snd_pcm_uframes_t i = offset; i < offset + size; ++i) {
+    for (unsigned c = 0; c < io->channels; ++c) {
+      const auto* word =
+          static_cast<const char*>(areas[c].addr) + (areas[c].first + i * areas[c].step) / 8;
+      frames.insert(frames.end(), word, word + wordBytes);
+    }
+  }
+  const ssize_t bytes = write(device.tap, frames.data(), frames.size());
   if (bytes < 0) return -errno;
   device.taken += size;
   device.written += size;
@@ -163,6 +172,13 @@ std::vector<unsigned> numbers(snd_config_t* list, bool areFormats) {
   return all;
 }
 
+unsigned accessNamed(const std::string& name) {
+  for (unsigned access = 0; access <= SND_PCM_ACCESS_LAST; ++access) {
+    if (name == snd_pcm_access_name(static_cast<snd_pcm_access_t>(access))) return access;
+  }
+  return SND_PCM_ACCESS_RW_INTERLEAVED;
+}
+
 Script read(snd_config_t* config) {
   Script script;
   snd_config_iterator_t i, next;
@@ -179,6 +195,7 @@ Script read(snd_config_t* config) {
     if (key == "formats") script.formats = numbers(node, true);
     if (key == "rates") script.rates = numbers(node, false);
     if (key == "channels") script.channels = numbers(node, false);
+    if (key == "access") script.access = accessNamed(text);
     if (key == "period") snd_config_get_integer(node, &script.period);
     if (key == "buffer") snd_config_get_integer(node, &script.buffer);
     if (key == "clock") snd_config_get_integer(node, &script.clock);
@@ -224,7 +241,7 @@ SND_PCM_PLUGIN_DEFINE_FUNC(scripted) {
     closeDevice(&device->io);
     return code;
   }
-  offer(*device, SND_PCM_IOPLUG_HW_ACCESS, {SND_PCM_ACCESS_RW_INTERLEAVED});
+  offer(*device, SND_PCM_IOPLUG_HW_ACCESS, {device->script.access});
   offer(*device, SND_PCM_IOPLUG_HW_FORMAT, device->script.formats);
   offer(*device, SND_PCM_IOPLUG_HW_RATE, device->script.rates);
   offer(*device, SND_PCM_IOPLUG_HW_CHANNELS, device->script.channels);

@@ -57,6 +57,7 @@ const AlsaAudioHardware::Entry* AlsaAudioHardware::findByAddress(std::string_vie
 }
 
 void AlsaAudioHardware::rescan() {
+  MutexLock one(_scanning);  // an older answer must not be taken in after a newer one
   const std::vector<AlsaPcmAddress> found = _system.hardware();
   bool hasChanged = false;
   {

@@ -79,6 +79,7 @@ class AlsaAudioHardware : public AudioHardware {
 
   System _system;
   ListenerList _listeners;
+  Mutex _scanning;  ///< one rescan() at a time; taken before _mutex
   mutable Mutex _mutex;
   std::vector<Entry> _entries GUARDED_BY(_mutex);  ///< index + 1 is the id
   AudioDeviceID _default GUARDED_BY(_mutex) = kNoDevice;

@@ -161,6 +161,7 @@ pid_t alsaHolder(int card, int device) {
     pid_t process = 0;
     return parseNumber(field(thread, "Tgid"), process) ? process : owner;
   }
+  if (!text.empty()) return 0;  // "closed"
   const std::string node = fmt::format("/dev/snd/pcmC{}D{}p", card, device);
   std::error_code error;
   for (const auto& entry : fs::directory_iterator("/proc", error)) {
