@@ -214,6 +214,7 @@ void PipeWireBackendTest::playAndCompare(const char* sink, Kind kind, double rat
   unit->stop();
   unit.reset();
   EXPECT_FALSE(player.outsideOfScope);
+  EXPECT_EQ(report.xruns, 0u);
   EXPECT_EQ(report.deviceRate, rate);
   EXPECT_FALSE(report.converted);
   EXPECT_TRUE(report.volumeUnity);

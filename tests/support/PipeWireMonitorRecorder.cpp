@@ -14,7 +14,10 @@ namespace velorin::test {
 
 struct PipeWireMonitorRecorder::Impl {
   pw_thread_loop* loop = nullptr;
+  pw_context* context = nullptr;
+  pw_core* core = nullptr;
   pw_stream* stream = nullptr;
+  spa_hook listener{};
   std::vector<std::byte> bytes;  // written by the data thread up to `used`
   std::atomic<std::size_t> used = 0;
 
@@ -37,10 +40,14 @@ struct PipeWireMonitorRecorder::Impl {
     if (!loop) return;
     pw_thread_loop_lock(loop);
     if (stream) pw_stream_destroy(stream);
+    if (core) pw_core_disconnect(core);
     pw_thread_loop_unlock(loop);
     pw_thread_loop_stop(loop);
+    if (context) pw_context_destroy(context);
     pw_thread_loop_destroy(loop);
     stream = nullptr;
+    core = nullptr;
+    context = nullptr;
     loop = nullptr;
   }
 };
@@ -60,14 +67,14 @@ bool PipeWireMonitorRecorder::start(const std::string& sink, unsigned rate, unsi
   const unsigned sampleSize = format == MonitorFormat::int16 ? 2 : 4;
   impl.bytes.assign(std::size_t{seconds} * rate * channels * sampleSize, std::byte{});
   impl.used = 0;
+  impl.listener = {};
   impl.loop = pw_thread_loop_new("recorder", nullptr);
   pw_thread_loop_start(impl.loop);
   pw_thread_loop_lock(impl.loop);
 
   pw_properties* properties = pw_properties_new(
       PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, "Capture", PW_KEY_NODE_NAME, "recorder",
-      PW_KEY_CONFIG_NAME, "client-rt.conf", PW_KEY_STREAM_CAPTURE_SINK, "true",
-      PW_KEY_STREAM_DONT_REMIX, "true", nullptr);
+      PW_KEY_STREAM_CAPTURE_SINK, "true", PW_KEY_STREAM_DONT_REMIX, "true", nullptr);
   pw_properties_set(properties, PW_KEY_TARGET_OBJECT, sink.c_str());
   pw_properties_setf(properties, PW_KEY_NODE_RATE, "1/%u", rate);
   pw_properties_setf(properties, PW_KEY_NODE_FORCE_RATE, "%u", rate);
@@ -77,8 +84,17 @@ bool PipeWireMonitorRecorder::start(const std::string& sink, unsigned rate, unsi
     events.process = [](void* self) { static_cast<Impl*>(self)->process(); };
     return events;
   }();
-  impl.stream = pw_stream_new_simple(pw_thread_loop_get_loop(impl.loop), "recorder", properties,
-                                     &kEvents, &impl);
+  // A real-time data thread, as the player's: a recorder that is late would lose samples itself.
+  impl.context =
+      pw_context_new(pw_thread_loop_get_loop(impl.loop),
+                     pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr), 0);
+  if (impl.context) impl.core = pw_context_connect(impl.context, nullptr, 0);
+  if (impl.core) {
+    impl.stream = pw_stream_new(impl.core, "recorder", properties);
+  } else {
+    pw_properties_free(properties);
+  }
+  if (impl.stream) pw_stream_add_listener(impl.stream, &impl.listener, &kEvents, &impl);
   spa_audio_info_raw info{};
   info.format = format == MonitorFormat::int16   ? SPA_AUDIO_FORMAT_S16
                 : format == MonitorFormat::int32 ? SPA_AUDIO_FORMAT_S32
