@@ -84,9 +84,10 @@ struct Player {
     auto& self = *static_cast<Player*>(context);
     if (self.closed) self.calledWhenClosed = true;
     if (!realtime::active()) self.outsideOfScope = true;
-    if (const int stall = self.stallMilliseconds.exchange(0); stall > 0) {
-      const timespec time{0, stall * 1'000'000L};
-      ::nanosleep(&time, nullptr);
+    // Busy, not asleep: the guard of the render thread would not have that.
+    const auto busyUntil =
+        Clock::now() + std::chrono::milliseconds(self.stallMilliseconds.exchange(0));
+    while (Clock::now() < busyUntil) {
     }
     const std::uint64_t first = self.frames;
     for (std::uint32_t c = 0; c < list.bufferCount; ++c) {
@@ -342,6 +343,23 @@ TEST_F(PipeWireBackendTest, NoCallbackRunsAfterStop) {
     ASSERT_EQ(player.calls, stopped);
   }
   EXPECT_FALSE(player.calledWhenClosed);
+}
+
+TEST_F(PipeWireBackendTest, ASuspendedSinkIsResumed) {
+  Player player;
+  auto unit = player.unitOn(*hardware, device("any"), 48000);
+  ASSERT_TRUE(unit->initialize().ok());
+  ASSERT_TRUE(unit->start().ok());
+  unit->stop();
+  const std::string node = std::to_string(session->nodeId("any").value());
+  test::runProgram({"pw-cli", "send-command", node, "Suspend", "{}"});
+  ASSERT_TRUE(eventually([&] {
+    return test::runProgram({"pw-cli", "info", node}).find("suspended") != std::string::npos;
+  }));
+  const std::uint64_t before = player.frames;
+  EXPECT_TRUE(unit->start().ok());
+  EXPECT_GT(player.frames, before);
+  EXPECT_EQ(player.lost, 0);
 }
 
 TEST_F(PipeWireBackendTest, ASinkThatGoesIsReportedOnce) {
