@@ -30,11 +30,17 @@ std::unique_ptr<AudioHardware> nullOutput() {
 }
 
 AudioHardwareChoice whatThereIs() {
+  AudioHardwareChoice choice;
   AudioStatus status;
-  if (auto server = PipeWireAudioHardware::create(status)) return {combine(std::move(server)), {}};
-  auto alsa = std::make_unique<AlsaAudioHardware>();
-  if (!alsa->devices().empty()) return {std::move(alsa), {}};
-  return {nullOutput(), "No sound device found: playing to the null output"};
+  if (auto server = PipeWireAudioHardware::create(status)) {
+    choice.hardware = combine(std::move(server));
+    return choice;
+  }
+  choice.hardware = std::make_unique<AlsaAudioHardware>();
+  if (!choice.hardware->devices().empty()) return choice;
+  choice.hardware = nullOutput();
+  choice.notice = "No sound device found: playing to the null output";
+  return choice;
 }
 
 }  // namespace

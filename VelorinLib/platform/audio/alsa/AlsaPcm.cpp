@@ -63,11 +63,10 @@ class LibraryErrors {
 class HardwareParams {
  public:
   HardwareParams() { snd_pcm_hw_params_malloc(&_params); }
-  HardwareParams(const HardwareParams& other) : HardwareParams() {
-    snd_pcm_hw_params_copy(_params, other._params);
-  }
   ~HardwareParams() { snd_pcm_hw_params_free(_params); }
+  HardwareParams(const HardwareParams&) = delete;
   HardwareParams& operator=(const HardwareParams&) = delete;
+  void copyFrom(const HardwareParams& other) { snd_pcm_hw_params_copy(_params, other._params); }
   operator snd_pcm_hw_params_t*() const noexcept { return _params; }
 
  private:
@@ -82,7 +81,8 @@ AudioStatus failed(const std::string& name, const char* what, int code) {
 std::uint32_t significantBitsOf(snd_pcm_t* pcm, const HardwareParams& space, PCMWord word) {
   const snd_pcm_format_t format = alsaFormatOf(word);
   const auto nominal = static_cast<std::uint32_t>(snd_pcm_format_width(format));
-  HardwareParams settled(space);
+  HardwareParams settled;
+  settled.copyFrom(space);
   if (snd_pcm_hw_params_set_format(pcm, settled, format) < 0) return nominal;
   const int bits = snd_pcm_hw_params_get_sbits(settled);
   return bits > 0 ? std::min(static_cast<std::uint32_t>(bits), nominal) : nominal;
@@ -173,14 +173,15 @@ AudioStatus AlsaPcm::setHardware(const AlsaSetup& setup, AlsaGrant& grant) {
   if (code < 0) return failed(_name, fmt::format("{} Hz", setup.rate).c_str(), code);
 
   // A wish that does not combine (a fixed buffer, say) must not keep the device from playing.
-  const HardwareParams exact(params);
+  HardwareParams exact;
+  exact.copyFrom(params);
   snd_pcm_uframes_t period = setup.periodFrames;
   snd_pcm_uframes_t buffer = setup.bufferFrames;
   snd_pcm_hw_params_set_period_size_near(_pcm, params, &period, nullptr);
   snd_pcm_hw_params_set_buffer_size_near(_pcm, params, &buffer);
   code = snd_pcm_hw_params(_pcm, params);
   if (code < 0 && code != -ENODEV) {
-    snd_pcm_hw_params_copy(params, exact);
+    params.copyFrom(exact);
     code = snd_pcm_hw_params(_pcm, params);
   }
   if (code < 0) return failed(_name, "parameters refused", code);
