@@ -28,6 +28,8 @@ struct AudioEngine::Impl {
 
   // --- Transport (AudioEngineTransport.cpp) ---
   void stop() REQUIRES(lifecycleLock);
+  /// Lets go of the unit, the fill thread and the file, in this order.
+  void releaseStream() REQUIRES(lifecycleLock);
   void pause() REQUIRES(lifecycleLock);
   void resume() REQUIRES(lifecycleLock);
   void seek(double time);
@@ -39,6 +41,8 @@ struct AudioEngine::Impl {
   // --- Starting a track (AudioEnginePlay.cpp) ---
   void play(const Track& track, std::optional<double> startTime) REQUIRES(lifecycleLock);
   void playPCM(const Track& track, std::optional<double> startTime) REQUIRES(lifecycleLock);
+  enum class Started { playing, noFile, noOutput };
+  Started startStream(const Track& track, double start, bool exclusively) REQUIRES(lifecycleLock);
   std::unique_ptr<FileDecoder> openDecoder(const Track& track) REQUIRES(lifecycleLock);
   bool jumpWithinCueFile(const Track& track, std::optional<double> startTime)
       REQUIRES(lifecycleLock);

@@ -100,14 +100,18 @@ void AudioEngine::Impl::play(const Track& track, std::optional<double> startTime
 }
 
 void AudioEngine::Impl::playPCM(const Track& track, std::optional<double> startTime) {
-  auto decoder = openDecoder(track);
-  if (!decoder) return;
+  const double start = std::max(0.0, startTime.value_or(0));
   try {
-    setSession(makeSession(track, std::move(decoder)));
-    const double start = std::max(0.0, startTime.value_or(0));
-    startFilling(track, start);
-    prefill(*currentSession());
-    if (!startAudioOutput(track, start)) {
+    Started started = startStream(track, start, settings.exclusiveMode);
+    if (started == Started::noOutput && devices.isHogMode()) {
+      // What the card cannot do by itself (more channels than it has, say) the server may.
+      log::line("⚠️ The device does not play this exclusively: going on in shared mode");
+      releaseStream();
+      devices.disableHogMode();
+      started = startStream(track, start, /*exclusively=*/false);
+    }
+    if (started == Started::noFile) return;
+    if (started == Started::noOutput) {
       log::line("❌ Failed to start audio output");
       stop();
       return;
@@ -120,6 +124,18 @@ void AudioEngine::Impl::playPCM(const Track& track, std::optional<double> startT
   const auto playing = currentSession();
   log::line("▶️ Playing: {} [{:.0f}Hz / {}bit]{}", titleOf(track),
             playing->fileFormat.sampleRate, playing->sourceBitDepth, cueRangeText(track));
+}
+
+AudioEngine::Impl::Started AudioEngine::Impl::startStream(const Track& track, double start,
+                                                          bool exclusively) {
+  auto decoder = openDecoder(track);
+  if (!decoder) return Started::noFile;
+  // Before the rates are decided: an exclusively held device offers others than the shared one.
+  if (exclusively && devices.ensureValidOutputDevice()) devices.enableHogMode();
+  setSession(makeSession(track, std::move(decoder)));
+  startFilling(track, start);
+  prefill(*currentSession());
+  return startAudioOutput(track, start) ? Started::playing : Started::noOutput;
 }
 
 std::unique_ptr<FileDecoder> AudioEngine::Impl::openDecoder(const Track& track) {
@@ -144,8 +160,6 @@ std::shared_ptr<PlaybackSession> AudioEngine::Impl::makeSession(
   made->decoderInfo = decoder->info();
   made->decoder = std::move(decoder);
 
-  // An exclusively held device offers other rates than the shared one.
-  if (settings.exclusiveMode && devices.ensureValidOutputDevice()) devices.enableHogMode();
   const RatePlan plan = planRates(settings.rates, devices.rateOffer(), fileRate);
   for (const std::string& line : plan.linesBefore) log::line("{}", line);
   if (plan.deviceRate > 0) devices.setDeviceSampleRate(plan.deviceRate);

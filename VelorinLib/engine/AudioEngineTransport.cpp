@@ -28,17 +28,21 @@ void AudioEngine::Impl::stop() {
   if (const auto playing = currentSession()) {
     playing->cells.pendingSeekUsec.store(TransportCells::kNoSeek);
   }
-  output.end();
-  refreshReport();
-  renderingSession.store(nullptr);
+  releaseStream();
   sleepInhibitor.release();
-  fillThread.stop(/*quick=*/true);
-  setSession(nullptr);
   if (!settings.exclusiveMode) devices.disableHogMode();
 
   const bool wasStopped = nowPlaying.state() == PlaybackState::stopped;
   nowPlaying.clear();
   if (!wasStopped) bus.postOnMain(PlaybackStateDidChange{PlaybackState::stopped});
+}
+
+void AudioEngine::Impl::releaseStream() {
+  output.end();
+  refreshReport();
+  renderingSession.store(nullptr);
+  fillThread.stop(/*quick=*/true);
+  setSession(nullptr);
 }
 
 void AudioEngine::Impl::pause() {

@@ -374,6 +374,19 @@ TEST(AudioEngine, ExclusiveAccessFollowsTheSetting) {
   EXPECT_EQ(h.engine->state(), PlaybackState::playing) << "the music goes on";
 }
 
+TEST(AudioEngine, WhatCannotPlayExclusivelyPlaysShared) {
+  EngineHarness h(wideDevice(VirtualClock::manual));
+  const Track track = h.file("a.flac", {.frames = 44100});
+  h.engine->setExclusiveMode(true);
+  h.hardware.failNext(VirtualOperation::initialize, AudioStatus::failure(-EINVAL));
+  h.engine->play(track);
+  EXPECT_EQ(h.engine->state(), PlaybackState::playing);
+  EXPECT_EQ(h.hardware.hogOwner(h.device), -1);
+  EXPECT_TRUE(h.log.contains("going on in shared mode"));
+  h.engine->play(track);
+  EXPECT_NE(h.hardware.hogOwner(h.device), -1) << "the next track gets its chance";
+}
+
 TEST(AudioEngine, SaysWhetherTheDeviceFollowedTheRate) {
   struct Case {
     double sticksAt;
