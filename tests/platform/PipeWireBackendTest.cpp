@@ -2,6 +2,7 @@
 #include "platform/audio/pipewire/PipeWireAudioHardware.h"
 
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -75,6 +76,8 @@ struct Player {
   std::atomic<bool> closed = false;
   std::atomic<bool> calledWhenClosed = false;
   std::atomic<bool> outsideOfScope = false;
+  std::atomic<bool> onMainLoop = false;
+  std::atomic<bool> inside = false;
   std::atomic<int> lost = 0;
   std::atomic<int> xruns = 0;
   std::atomic<int> formatChanges = 0;
@@ -83,7 +86,11 @@ struct Player {
   static std::uint32_t render(void* context, AudioBufferList& list, std::uint32_t frames) noexcept {
     auto& self = *static_cast<Player*>(context);
     if (self.closed) self.calledWhenClosed = true;
+    self.inside = true;
     if (!realtime::active()) self.outsideOfScope = true;
+    char thread[16] = {};
+    ::prctl(PR_GET_NAME, thread);
+    if (std::string_view(thread) == "velorin-pw") self.onMainLoop = true;
     // Busy, not asleep: the guard of the render thread would not have that.
     const auto busyUntil =
         Clock::now() + std::chrono::milliseconds(self.stallMilliseconds.exchange(0));
@@ -96,6 +103,7 @@ struct Player {
     self.frames = first + frames;
     self.largest = std::max(self.largest.load(), frames);
     ++self.calls;
+    self.inside = false;
     return frames;
   }
 
@@ -215,6 +223,7 @@ void PipeWireBackendTest::playAndCompare(const char* sink, Kind kind, double rat
   unit->stop();
   unit.reset();
   EXPECT_FALSE(player.outsideOfScope);
+  EXPECT_FALSE(player.onMainLoop);
   EXPECT_EQ(report.xruns, 0u);
   EXPECT_EQ(report.deviceRate, rate);
   EXPECT_FALSE(report.converted);
@@ -343,6 +352,13 @@ TEST_F(PipeWireBackendTest, NoCallbackRunsAfterStop) {
     ASSERT_EQ(player.calls, stopped);
   }
   EXPECT_FALSE(player.calledWhenClosed);
+
+  player.closed = false;
+  ASSERT_TRUE(unit->start().ok());
+  player.stallMilliseconds = 100;
+  ASSERT_TRUE(eventually([&] { return player.stallMilliseconds == 0; }));
+  unit->stop();
+  EXPECT_FALSE(player.inside) << "stop() waits for the callback that is under way";
 }
 
 TEST_F(PipeWireBackendTest, ASuspendedSinkIsResumed) {
