@@ -42,8 +42,9 @@ class OutputUnit {
   virtual std::optional<StreamFormat> deviceFormat() const = 0;
 
   /// What the callback delivers: planar, float or signed integer. Refused (-EINVAL) when the
-  /// device cannot take it without losing bits of an integer format, or not at all. Before
-  /// initialize().
+  /// device cannot take it without losing bits of an integer format, or not at all. A sound
+  /// server, which carries 24 bits of whatever it is given, also takes 32 and tells the loss in
+  /// report(). Before initialize().
   virtual AudioStatus setInputFormat(const StreamFormat& format) = 0;
 
   /// Before initialize().
