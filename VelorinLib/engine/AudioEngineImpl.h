@@ -32,6 +32,8 @@ struct AudioEngine::Impl {
   void releaseStream() REQUIRES(lifecycleLock);
   void pause() REQUIRES(lifecycleLock);
   void resume() REQUIRES(lifecycleLock);
+  /// Goes back by frames that the device dropped unheard when it was paused.
+  void takeBack(std::uint64_t clientFrames) REQUIRES(lifecycleLock);
   void seek(double time);
   double currentPosition() const;
   void stopAndAdvance(int generation) EXCLUDES(lifecycleLock);

@@ -47,11 +47,32 @@ void AudioEngine::Impl::releaseStream() {
 
 void AudioEngine::Impl::pause() {
   if (!output.isOpen() || nowPlaying.state() != PlaybackState::playing) return;
-  output.pause();
+  const std::uint64_t dropped = output.pause();
   setRendering(false);
+  if (dropped > 0) takeBack(dropped);
   sleepInhibitor.release();
   changeState(PlaybackState::paused);
   progressTimer.stop();
+}
+
+void AudioEngine::Impl::takeBack(std::uint64_t clientFrames) {
+  const auto playing = currentSession();
+  if (!playing) return;
+  TransportCells& cells = playing->cells;
+  const double fileRate = playing->fileFormat.sampleRate;
+  const std::int64_t heard = std::max<std::int64_t>(
+      0, cells.framesReadFromBuffer.load() - static_cast<std::int64_t>(clientFrames));
+  const std::int64_t frame =
+      cells.seekFrameOffset.load() +
+      std::llround(static_cast<double>(heard) * fileRate / playing->clientFormat.sampleRate);
+
+  cells.seekFrameOffset.store(frame);
+  cells.framesReadFromBuffer.store(0);
+  cells.eofReached.store(false);
+  // Rounded up, so that the fill thread, which rounds down, comes to this very frame.
+  cells.pendingSeekUsec.store(
+      static_cast<std::int64_t>(std::ceil(static_cast<double>(frame) * 1e6 / fileRate)));
+  playing->waker.signal();
 }
 
 void AudioEngine::Impl::resume() {

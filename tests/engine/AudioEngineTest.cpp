@@ -374,6 +374,45 @@ TEST(AudioEngine, ExclusiveAccessFollowsTheSetting) {
   EXPECT_EQ(h.engine->state(), PlaybackState::playing) << "the music goes on";
 }
 
+TEST(AudioEngine, APauseLosesNothingThatTheDeviceDropped) {
+  for (double target : {0.0, 96000.0}) {
+    SCOPED_TRACE(target);
+    auto device = wideDevice(VirtualClock::manual);
+    device.framesDroppedOnStop = 3000;
+    EngineHarness h(device);
+    if (target > 0) {
+      h.engine->setSampleRateStrategy(SampleRateStrategy::fixed);
+      h.engine->setFixedSampleRate(target);
+    }
+    h.engine->play(h.file("a.flac", {.sampleRate = 48000, .frames = 48000 * 2}));
+    for (int i = 0; i < 5; ++i) h.pull(2000);
+    h.engine->pause();
+    const double heard = 7000 / (target > 0 ? target : 48000.0);
+    EXPECT_NEAR(h.engine->currentPosition(), heard, 1e-4);
+    h.engine->resume();
+    ASSERT_TRUE(h.waitUntil([&] { return h.engine->canRender(1000); }));
+    std::vector<float> next;
+    h.hardware.pull(h.device, 1000, [&](const AudioBufferList& list, std::uint32_t n, auto) {
+      next.assign(list.channel<float>(0), list.channel<float>(0) + n);
+    });
+    if (target > 0) continue;
+    auto expected = asFloat(h.lastSamples[0], 16, 7000);
+    expected.resize(1000);
+    EXPECT_TRUE(next == expected) << "to the frame";
+  }
+}
+
+TEST(AudioEngine, ResamplesItselfWhereNobodyElseConverts) {
+  auto device = wideDevice(VirtualClock::unpaced);
+  device.rates = {{48000, 48000}, {96000, 96000}};
+  device.nominalRate = 48000;
+  device.convertsRates = false;
+  EngineHarness h(device);
+  h.playToEnd(h.file("a.flac", {.frames = 44100}));
+  EXPECT_EQ(h.recorder->format().sampleRate, 48000);
+  EXPECT_NEAR(static_cast<double>(h.recorder->floats()[0].size()), 48000, 1);
+}
+
 TEST(AudioEngine, WhatCannotPlayExclusivelyPlaysShared) {
   EngineHarness h(wideDevice(VirtualClock::manual));
   const Track track = h.file("a.flac", {.frames = 44100});

@@ -122,6 +122,10 @@ std::uint32_t OutputDevices::bufferFrameSizeMax() const {
   return range ? range->maximum : kBufferFramesWhenUnknown;
 }
 
+RateOffer OutputDevices::rateOffer() const {
+  return {supportedSampleRates(), bufferFrameSizeMax(), _hardware.convertsSampleRates(current())};
+}
+
 bool OutputDevices::setDeviceSampleRate(double rate) {
   if (!ensureValidOutputDevice()) {
     log::line("⚠️ No valid output device available for sample-rate switch");

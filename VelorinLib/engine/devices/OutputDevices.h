@@ -44,7 +44,7 @@ class OutputDevices {
   double nominalSampleRate() const;
   /// 4096 when the device does not tell.
   std::uint32_t bufferFrameSizeMax() const;
-  RateOffer rateOffer() const { return {supportedSampleRates(), bufferFrameSizeMax()}; }
+  RateOffer rateOffer() const;
   /// Blocks for 0.2 s when the rate has to change. False when the device is not at the rate then.
   bool setDeviceSampleRate(double rate);
 

@@ -142,8 +142,10 @@ void OutputSession::verifyRate(double clientRate) {
   }
 }
 
-void OutputSession::pause() {
-  if (_unit) _unit->stop();
+std::uint64_t OutputSession::pause() {
+  if (!_unit) return 0;
+  _unit->stop();
+  return _unit->framesDropped();
 }
 
 AudioStatus OutputSession::resume() {

@@ -44,7 +44,8 @@ class OutputSession {
   bool begin(std::unique_ptr<RenderPath> renderPath, double clientRate);
 
   bool isOpen() const noexcept { return _unit != nullptr; }
-  void pause();
+  /// Returns how many of the frames rendered last were dropped unheard.
+  std::uint64_t pause();
   AudioStatus resume();
   /// Stops and releases the unit: no render call runs after this.
   void end();

@@ -48,6 +48,32 @@ std::optional<double> deviceRateFor(const RateOffer& offer, double desired, bool
   return std::nullopt;
 }
 
+std::string resamplingLine(double from, double to) {
+  return fmt::format("🔄 {}: {:.0f}Hz → {:.0f}Hz (×{:.1f})",
+                     to > from ? "Upsampling" : "Downsampling", from, to, to / from);
+}
+
+/// The lowest offered rate that keeps the whole band of the source, else the highest.
+double rateToResampleTo(const std::vector<double>& offered, double sourceRate) {
+  double best = 0;
+  for (double rate : offered) {
+    const bool keepsBand = rate >= sourceRate;
+    const bool bestKeepsBand = best >= sourceRate;
+    if (keepsBand != bestKeepsBand ? keepsBand : (keepsBand ? rate < best : rate > best)) {
+      best = rate;
+    }
+  }
+  return best;
+}
+
+/// Nobody behind us converts: where the device does not run at the stream's rate, we resample.
+void resampleForDevice(RatePlan& plan, const RateOffer& offer, double sourceRate) {
+  if (plan.deviceRate == 0) plan.deviceRate = rateToResampleTo(offer.rates, sourceRate);
+  if (!differs(plan.deviceRate, plan.clientRate(sourceRate))) return;
+  plan.targetRate = differs(plan.deviceRate, sourceRate) ? plan.deviceRate : 0;
+  if (plan.targetRate > 0) plan.linesAfter.push_back(resamplingLine(sourceRate, plan.targetRate));
+}
+
 }  // namespace
 
 bool RateOffer::has(double rate) const {
@@ -80,9 +106,7 @@ RatePlan planRates(const RateSettings& settings, const RateOffer& offer, double 
   const double target = strategyRate(settings, offer.rates, sourceRate);
   if (differs(target, sourceRate)) {
     plan.targetRate = target;
-    plan.linesBefore.push_back(fmt::format("🔄 {}: {:.0f}Hz → {:.0f}Hz (×{:.1f})",
-                                           target > sourceRate ? "Upsampling" : "Downsampling",
-                                           sourceRate, target, target / sourceRate));
+    plan.linesBefore.push_back(resamplingLine(sourceRate, target));
   }
 
   const double desired = plan.clientRate(sourceRate);
@@ -90,9 +114,14 @@ RatePlan planRates(const RateSettings& settings, const RateOffer& offer, double 
       !settings.forceHighRate && (settings.strategy == SampleRateStrategy::native ||
                                   settings.strategy == SampleRateStrategy::powerOf2);
   const std::optional<double> granted = deviceRateFor(offer, desired, checkBuffer);
+  const bool weConvert = !offer.deviceConverts && !offer.rates.empty();
   if (!granted) {
-    plan.linesBefore.emplace_back(
-        "ℹ️ Will play with HAL sample rate conversion (not bit-perfect)");
+    if (weConvert) {
+      resampleForDevice(plan, offer, sourceRate);
+    } else {
+      plan.linesBefore.emplace_back(
+          "ℹ️ Will play with HAL sample rate conversion (not bit-perfect)");
+    }
     return plan;
   }
 
@@ -113,6 +142,7 @@ RatePlan planRates(const RateSettings& settings, const RateOffer& offer, double 
                                             plan.deviceRate / sourceRate));
     }
   }
+  if (weConvert) resampleForDevice(plan, offer, sourceRate);
   return plan;
 }
 

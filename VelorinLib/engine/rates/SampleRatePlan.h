@@ -24,6 +24,8 @@ struct RateSettings {
 struct RateOffer {
   std::vector<double> rates;                ///< Hz, in the device's order
   std::uint32_t bufferFrameSizeMax = 4096;  ///< frames
+  /// A stream of another rate is converted on the way; without that we resample ourselves.
+  bool deviceConverts = true;
 
   bool has(double rate) const;
 };

@@ -59,6 +59,9 @@ class AudioHardware {
   /// Hz the device runs at, or would run at when started now; 0 when unknown.
   virtual double nominalSampleRate(AudioDeviceID device) const = 0;
   virtual AudioStatus setNominalSampleRate(AudioDeviceID device, double rate) = 0;
+  /// True when a unit takes a stream of another rate than the device's and the rate is converted
+  /// on the way, as a sound server does.
+  virtual bool convertsSampleRates(AudioDeviceID device) const = 0;
 
   virtual std::vector<PhysicalFormat> physicalFormats(AudioDeviceID device) const = 0;
   virtual std::optional<PhysicalFormat> currentPhysicalFormat(AudioDeviceID device) const = 0;

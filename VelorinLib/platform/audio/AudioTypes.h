@@ -80,10 +80,10 @@ struct OutputReport {
   std::uint32_t deviceBits = 0;  ///< bits of a sample that reach the device unchanged
   std::uint32_t periodFrames = 0;
   std::uint32_t bufferFrames = 0;
-  bool exclusive = false;       ///< nobody else can reach the device now
-  bool mixed = false;  ///< other programs' sound is mixed in now, or that cannot be ruled out
-  bool converted = false;       ///< rate, channels or bits change on the way
-  bool volumeUnity = true;      ///< the server applies no gain
+  bool exclusive = false;   ///< nobody else can reach the device now
+  bool mixed = false;       ///< other programs' sound is mixed in now, or that cannot be ruled out
+  bool converted = false;   ///< rate, channels or bits change on the way
+  bool volumeUnity = true;  ///< the server applies no gain
   bool realtimeThread = false;  ///< the render thread has a real-time class
   std::string scheduling;       ///< "SCHED_FIFO 60 by RealtimeKit", "nice -11", "normal" …
   std::uint64_t xruns = 0;      ///< since start

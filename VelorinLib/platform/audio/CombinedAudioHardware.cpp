@@ -266,6 +266,11 @@ std::uint32_t CombinedAudioHardware::safetyOffset(AudioDeviceID device) const {
   return to.hardware ? to.hardware->safetyOffset(to.id) : 0;
 }
 
+bool CombinedAudioHardware::convertsSampleRates(AudioDeviceID device) const {
+  const Route to = route(device);
+  return to.hardware && to.hardware->convertsSampleRates(to.id);
+}
+
 bool CombinedAudioHardware::hasVolume(AudioDeviceID device, std::uint32_t element) const {
   const Route to = route(device);
   return to.hardware && to.hardware->hasVolume(to.id, element);

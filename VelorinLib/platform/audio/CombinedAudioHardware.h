@@ -40,6 +40,7 @@ class CombinedAudioHardware : public AudioHardware {
   std::vector<RateRange> availableSampleRates(AudioDeviceID device) const override;
   double nominalSampleRate(AudioDeviceID device) const override;
   AudioStatus setNominalSampleRate(AudioDeviceID device, double rate) override;
+  bool convertsSampleRates(AudioDeviceID device) const override;
   std::vector<PhysicalFormat> physicalFormats(AudioDeviceID device) const override;
   std::optional<PhysicalFormat> currentPhysicalFormat(AudioDeviceID device) const override;
   std::uint32_t outputChannels(AudioDeviceID device) const override;

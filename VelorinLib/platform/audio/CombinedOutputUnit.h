@@ -20,6 +20,7 @@ class CombinedOutputUnit : public OutputUnit {
   void uninitialize() override;
   AudioStatus start() override;
   void stop() override;
+  std::uint64_t framesDropped() const override { return _unit ? _unit->framesDropped() : 0; }
   OutputReport report() const override;
 
  private:

@@ -65,6 +65,10 @@ class OutputUnit {
   /// holds is dropped.
   virtual void stop() = 0;
 
+  /// After stop(): how many of the last frames rendered were dropped unheard, as nearly as the
+  /// device can tell; 0 when it plays out what it holds, or cannot tell.
+  virtual std::uint64_t framesDropped() const { return 0; }
+
   /// What is really going on. Any time after initialize().
   virtual OutputReport report() const = 0;
 };

@@ -46,6 +46,8 @@ class AlsaAudioHardware : public AudioHardware {
   std::vector<RateRange> availableSampleRates(AudioDeviceID device) const override;
   double nominalSampleRate(AudioDeviceID device) const override;
   AudioStatus setNominalSampleRate(AudioDeviceID device, double rate) override;
+  /// False: a stream plays at its own rate or not at all.
+  bool convertsSampleRates(AudioDeviceID) const override { return false; }
   std::vector<PhysicalFormat> physicalFormats(AudioDeviceID device) const override;
   std::optional<PhysicalFormat> currentPhysicalFormat(AudioDeviceID device) const override;
   std::uint32_t outputChannels(AudioDeviceID device) const override;

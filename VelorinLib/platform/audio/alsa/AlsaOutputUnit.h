@@ -29,6 +29,7 @@ class AlsaOutputUnit : public OutputUnit {
   void uninitialize() override;
   AudioStatus start() override;
   void stop() override;
+  std::uint64_t framesDropped() const override { return _stream ? _stream->framesDropped() : 0; }
   OutputReport report() const override;
 
  private:

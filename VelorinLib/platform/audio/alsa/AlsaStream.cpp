@@ -74,6 +74,7 @@ struct AlsaStream::Worker {
   bool resume();
   int pollDevice(std::chrono::milliseconds time);
   void lose(int error);
+  void countDropped();
   void guardAgainstUnpaced();
   bool ends() const noexcept { return stopping.load() || interrupted.load(); }
 
@@ -95,6 +96,7 @@ struct AlsaStream::Worker {
   std::atomic<bool> lost{false};
   std::atomic<int> failure{0};
   std::atomic<std::uint64_t> xruns{0};
+  std::atomic<std::uint64_t> framesDropped{0};
   std::atomic<bool> droppedPriority{false};
 
   mutable Mutex mutex;
@@ -109,6 +111,7 @@ struct AlsaStream::Worker {
   int idleWakes = 0;
   std::uint64_t framesSinceRecovery = 0;
   std::uint64_t framesWritten = 0;
+  std::uint64_t unwritten = 0;  ///< of the last slice
   bool mayBeUnpaced = true;
   Clock::time_point startedAt;
   Clock::time_point lastProgress;
@@ -122,6 +125,7 @@ void AlsaStream::Worker::run() {
     priority = raised;
   }
   transfer();
+  countDropped();
   snd_pcm_drop(pcm->get());
   if (interrupted.load() && !stopping.load()) lose(-ENODEV);
   // Of no use any more, and another program may be waiting for it.
@@ -133,7 +137,7 @@ void AlsaStream::Worker::transfer() {
   if (const int code = snd_pcm_prepare(pcm->get()); code < 0) return lose(code);
   isStarted = false;
   recoveries = 0;
-  framesSinceRecovery = framesWritten = 0;
+  framesSinceRecovery = framesWritten = unwritten = 0;
   startedAt = lastProgress = Clock::now();
   while (waitForRoom()) {
     render();
@@ -147,6 +151,13 @@ void AlsaStream::Worker::render() {
   planes.setFrames(slice);
   source.callback(source.context, planes.list(), slice);
   packForDevice(source.format, planes.list(), silence.data(), layout, slice, packed.data());
+}
+
+// What the device still holds, and what of the last slice it never got.
+void AlsaStream::Worker::countDropped() {
+  snd_pcm_sframes_t delay = 0;
+  const bool isKnown = snd_pcm_delay(pcm->get(), &delay) == 0 && delay > 0;
+  framesDropped.store(unwritten + (isKnown ? static_cast<std::uint64_t>(delay) : 0));
 }
 
 // True when a slice fits; false when the thread is to end.
@@ -170,10 +181,12 @@ bool AlsaStream::Worker::waitForRoom() {
 }
 
 bool AlsaStream::Worker::writeSlice() {
+  unwritten = slice;
   for (std::size_t done = 0; done < slice;) {
     const snd_pcm_sframes_t taken = pcm->write(packed.data(), layout, slice, done);
     if (taken > 0) {
       done += static_cast<std::size_t>(taken);
+      unwritten = slice - done;
       framesWritten += static_cast<std::uint64_t>(taken);
       framesSinceRecovery += static_cast<std::uint64_t>(taken);
       lastProgress = Clock::now();
@@ -361,6 +374,10 @@ void AlsaStream::interrupt() {
 
 std::uint64_t AlsaStream::xruns() const noexcept {
   return _worker->xruns.load();
+}
+
+std::uint64_t AlsaStream::framesDropped() const noexcept {
+  return _worker->framesDropped.load();
 }
 
 bool AlsaStream::isRealtime() const {

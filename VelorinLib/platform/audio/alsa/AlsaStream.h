@@ -52,6 +52,8 @@ class AlsaStream {
   /// Since start(). Any thread.
   std::uint64_t xruns() const noexcept;
   bool isRealtime() const;
+  /// After stop(): frames that were rendered and not played.
+  std::uint64_t framesDropped() const noexcept;
   /// See ThreadPriority; empty before the first start().
   std::string scheduling() const;
 

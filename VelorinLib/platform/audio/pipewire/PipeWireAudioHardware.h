@@ -47,6 +47,7 @@ class PipeWireAudioHardware : public AudioHardware {
   double nominalSampleRate(AudioDeviceID device) const override;
   /// Taken up by the next unit that is initialized on the device; nothing else is disturbed.
   AudioStatus setNominalSampleRate(AudioDeviceID device, double rate) override;
+  bool convertsSampleRates(AudioDeviceID) const override { return true; }
 
   std::vector<PhysicalFormat> physicalFormats(AudioDeviceID device) const override;
   std::optional<PhysicalFormat> currentPhysicalFormat(AudioDeviceID device) const override;

@@ -220,6 +220,11 @@ double VirtualAudioHardware::nominalSampleRate(AudioDeviceID device) const {
   return found ? found->nominalRate() : 0;
 }
 
+bool VirtualAudioHardware::convertsSampleRates(AudioDeviceID device) const {
+  const DevicePtr found = _impl->find(device);
+  return found && found->fixed().convertsRates;
+}
+
 AudioStatus VirtualAudioHardware::setNominalSampleRate(AudioDeviceID device, double rate) {
   AudioStatus status = _impl->script->call(VirtualOperation::setNominalSampleRate);
   if (!status.ok()) return status;

@@ -68,6 +68,10 @@ struct VirtualDeviceDescription {
   std::uint32_t channels = 2;
   std::vector<PhysicalFormat> physicalFormats = {{16, false, 2}, {24, false, 2}, {32, false, 2}};
   bool acceptsInteger = true;  ///< false: integer input formats are refused, float is taken
+  /// false: a unit whose format is not at the nominal rate does not initialize.
+  bool convertsRates = true;
+  /// What a stopped unit says it dropped, at most what it rendered since its start.
+  std::uint32_t framesDroppedOnStop = 0;
   bool hasStreams = true;
   pid_t hogOwner = -1;
   std::optional<float> volume = std::nullopt;
@@ -128,6 +132,7 @@ class VirtualAudioHardware : public AudioHardware {
   std::vector<RateRange> availableSampleRates(AudioDeviceID device) const override;
   double nominalSampleRate(AudioDeviceID device) const override;
   AudioStatus setNominalSampleRate(AudioDeviceID device, double rate) override;
+  bool convertsSampleRates(AudioDeviceID device) const override;
   std::vector<PhysicalFormat> physicalFormats(AudioDeviceID device) const override;
   std::optional<PhysicalFormat> currentPhysicalFormat(AudioDeviceID device) const override;
   std::uint32_t outputChannels(AudioDeviceID device) const override;

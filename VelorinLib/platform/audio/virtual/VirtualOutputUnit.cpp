@@ -90,6 +90,10 @@ AudioStatus VirtualOutputUnit::initialize() {
   if (_find(_setup.device->id()) != _setup.device) {
     return AudioStatus::failure(-ENODEV, "the device is gone");
   }
+  if (!_setup.device->fixed().convertsRates &&
+      std::abs(_setup.device->nominalRate() - _setup.format.sampleRate) > 0.5) {
+    return AudioStatus::failure(-EINVAL, "the device converts no rates");
+  }
   const pid_t owner = _setup.device->hogOwner();
   if (owner != -1 && owner != ::getpid()) {
     return AudioStatus::failure(-EBUSY, fmt::format("held by process {}", owner));

@@ -37,6 +37,7 @@ bool VirtualStream::start() {
     if (_lost) return false;
     if (_running) return true;
     _running = true;
+    _framesSinceStart = 0;
   }
   switch (_setup.device->fixed().clock) {
     case VirtualClock::manual:
@@ -136,6 +137,7 @@ void VirtualStream::renderSlice(std::uint32_t frames, const CopyTo& copyTo) {
   if (_recorder) _recorder->record(list, frames, programme);
   if (copyTo) copyTo(list, frames, programme);
   _setup.device->addFramesRendered(frames);
+  _framesSinceStart += frames;
 }
 
 void VirtualStream::raise(OutputEvent event) {

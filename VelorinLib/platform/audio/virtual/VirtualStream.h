@@ -50,6 +50,11 @@ class VirtualStream {
   /// Buffers that came late by more than their own length and were not made up for.
   std::uint64_t xruns() const noexcept { return _xruns; }
 
+  /// After stop(): as the device's description says, at most what was rendered since start().
+  std::uint64_t framesDropped() const noexcept {
+    return std::min<std::uint64_t>(_framesSinceStart, _setup.device->fixed().framesDroppedOnStop);
+  }
+
  private:
   void runPaced();
   void runUnpaced();
@@ -63,6 +68,7 @@ class VirtualStream {
   const std::shared_ptr<VirtualRecorder> _recorder;
   std::thread _clock;
   std::atomic<std::uint64_t> _xruns = 0;
+  std::atomic<std::uint64_t> _framesSinceStart = 0;
 
   // Held around every callback, so that stop() is a barrier. Taken before _stateMutex.
   Mutex _renderMutex;
