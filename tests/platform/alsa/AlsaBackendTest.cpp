@@ -260,6 +260,8 @@ TEST(AlsaBackend, APacedDeviceStopsWithoutALateCallbackAndStartsAgain) {
   EXPECT_FALSE(report.scheduling.empty());
   for (int i = 0; i < 3; ++i) {
     playing.unit->stop();
+    EXPECT_GT(playing.unit->framesDropped(), 0u) << "a paced device holds a buffer";
+    EXPECT_LE(playing.unit->framesDropped(), report.bufferFrames + report.periodFrames);
     const std::uint32_t calls = playing.renderer.calls;
     const std::uint64_t frames = playing.renderer.frames;
     ASSERT_TRUE(playing.unit->start().ok());
