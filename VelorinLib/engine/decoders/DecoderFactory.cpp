@@ -65,11 +65,12 @@ bool DecoderFactory::isSupportedExtension(std::string_view extension) noexcept {
 }
 
 DecoderFactory::Opened DecoderFactory::open(const std::filesystem::path& path) {
+  // That it is missing, or a folder, says more than that its name has no extension.
+  auto file = FileHandle::open(path);
+  if (!file) return DecoderError{.text = file.error()};
   const std::string dotted = path.extension().native();
   const Format* const format = formatFor(withoutDot(dotted));
   if (format == nullptr) return unsupported(withoutDot(dotted));
-  auto file = FileHandle::open(path);
-  if (!file) return DecoderError{.text = file.error()};
   return format->make(std::move(file).value());
 }
 
