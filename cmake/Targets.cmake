@@ -19,10 +19,11 @@ function(velorin_floor name)
   target_link_libraries(velorin_${name} PUBLIC ${ARG_FLOORS} PRIVATE ${ARG_LIBRARIES})
 endfunction()
 
-# velorin_test(<name> SOURCES … LIBRARIES … [TIMEOUT s] [LABELS …]) makes one gtest program and
+# velorin_test(<name> SOURCES … LIBRARIES … [TIMEOUT s] [LABELS …] [SERIAL]) makes one gtest program and
 # registers it as one ctest test: a test program is a subject, its table of cases is inside.
+# SERIAL: it runs a sound server against the clock and wants the machine for itself.
 function(velorin_test name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "SERIAL" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   velorin_configure(${name})
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
@@ -39,5 +40,6 @@ function(velorin_test name)
     set(ARG_TIMEOUT 120)
   endif()
   set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}"
+    RUN_SERIAL ${ARG_SERIAL}
     ENVIRONMENT "ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1;UBSAN_OPTIONS=print_stacktrace=1;TSAN_OPTIONS=halt_on_error=1:suppressions=${CMAKE_SOURCE_DIR}/tests/support/tsan.supp")
 endfunction()

@@ -117,6 +117,9 @@ double AudioEngine::Impl::currentPosition() const {
   if (fileRate <= 0) return 0;
 
   const TransportCells& cells = playing->cells;
+  // While the fill thread is still at an earlier seek, the wish is the position.
+  const std::int64_t wished = cells.pendingSeekUsec.load(std::memory_order_acquire);
+  if (wished >= 0) return static_cast<double>(wished) / 1e6;
   const auto played = static_cast<double>(
       std::max<std::int64_t>(0, cells.framesReadFromBuffer.load(std::memory_order_acquire) -
                                     cells.playbackLatencyFrames.load()));

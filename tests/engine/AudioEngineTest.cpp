@@ -126,6 +126,12 @@ TEST(AudioEngine, PositionIsWhatTheListenerHears) {
   expected.resize(4410);
   EXPECT_EQ(heard, expected) << "the seek is met to the frame";
 
+  // One seek on the heels of another starts from where that one went.
+  for (int i = 0; i < 200; ++i) {
+    h.engine->seek(1.0);
+    h.engine->seek(h.engine->currentPosition() + 0.5);
+    ASSERT_NEAR(h.engine->currentPosition(), 1.5, 1e-4);
+  }
   h.engine->seek(99);
   EXPECT_NEAR(h.engine->currentPosition(), 4.0, 1e-4) << "past the end is the last frame";
 }

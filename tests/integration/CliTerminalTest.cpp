@@ -30,12 +30,13 @@ class CliTerminal : public testing::Test {
 TEST_F(CliTerminal, KeysWork) {
   TerminalRun program(playFolder(), kWide);
   ASSERT_TRUE(program.waitFor("1/3  1 first")) << program.screen();
-  ASSERT_TRUE(program.waitFor("▶ 0:00 / 1:00")) << program.screen();
-  program.type("\x1b[C");
-  EXPECT_TRUE(program.waitFor("▶ 0:05 / 1:00")) << program.screen();
-  program.type("\x1b[C\x1b[C");
-  EXPECT_TRUE(program.waitFor("▶ 0:15 / 1:00")) << program.screen();
+  ASSERT_TRUE(program.waitFor("▶ 0:0")) << program.screen();
+  // Paused, so that positions do not depend on how busy the machine is.
   program.type(" ");
+  EXPECT_TRUE(program.waitFor("❚❚ 0:0")) << program.screen();
+  program.type("\x1b[D\x1b[D\x1b[C");
+  EXPECT_TRUE(program.waitFor("❚❚ 0:05 / 1:00")) << program.screen();
+  program.type("\x1b[C\x1b[C");
   EXPECT_TRUE(program.waitFor("❚❚ 0:15")) << program.screen();
   program.type("\x1b[D");
   EXPECT_TRUE(program.waitFor("❚❚ 0:10")) << program.screen();
@@ -43,7 +44,7 @@ TEST_F(CliTerminal, KeysWork) {
   EXPECT_TRUE(program.waitFor("95 %")) << program.screen();
   EXPECT_TRUE(program.waitFor("not bit-perfect")) << program.screen();
   program.type("\x1b[A ");
-  EXPECT_TRUE(program.waitFor("▶ 0:10 / 1:00  1 first")) << program.screen();
+  EXPECT_TRUE(program.waitFor("▶ 0:1")) << program.screen();
   program.type("n");
   EXPECT_TRUE(program.waitFor("2/3  2 second")) << program.screen();
   program.type("n");

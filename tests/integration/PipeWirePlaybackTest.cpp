@@ -99,13 +99,50 @@ std::vector<std::int32_t> interleaved(const test::FlacFixture& fixture, unsigned
   return samples;
 }
 
+struct Case {
+  unsigned rate, bits;
+  bool integer;
+  MonitorFormat monitor;
+};
+
+/// Plays a track to its end and compares what the sink got. False when the server could not keep
+/// up and said so: there is nothing to compare then.
+bool playAndCompare(const Case& c) {
+  Player player("any");
+  EXPECT_TRUE(player.hardware);
+  const Track track =
+      player.write("a.flac", {.bits = c.bits, .sampleRate = c.rate, .frames = c.rate});
+  player.engine->setIntegerMode(c.integer);
+  test::PipeWireMonitorRecorder recorder;
+  EXPECT_TRUE(recorder.start("any", c.rate, 2, c.monitor));
+  player.engine->play(track);
+  EXPECT_EQ(player.engine->state(), PlaybackState::playing);
+  EXPECT_TRUE(player.engine->facts().deviceRateVerified);
+  std::uint64_t xruns = 0;
+  EXPECT_TRUE(player.until([&] {
+    xruns = std::max(xruns, player.engine->facts().output.xruns);
+    return player.hasEnded;
+  }));
+  if (xruns > 0) return false;
+
+  const auto heard = recorded(recorder.stop(), c.monitor);
+  const auto expected = interleaved(player.fixture, c.bits);
+  // The whole track, in one piece, up to the very last frame.
+  const auto found =
+      std::search(heard.begin(), heard.end(), expected.begin(), expected.begin() + 64);
+  if (found == heard.end() || static_cast<std::size_t>(heard.end() - found) < expected.size()) {
+    ADD_FAILURE() << "the track is not whole in the recording";
+    return true;
+  }
+  const auto difference = std::mismatch(expected.begin(), expected.end(), found).first;
+  EXPECT_TRUE(difference == expected.end())
+      << "frame " << (difference - expected.begin()) / 2 << " of " << expected.size() / 2;
+  return true;
+}
+
 TEST(PipeWirePlayback, EveryBitOfTheFileReachesTheSink) {
   VELORIN_NEEDS_PIPEWIRE();
-  struct Case {
-    unsigned rate, bits;
-    bool integer;
-    MonitorFormat monitor;
-  };
+  constexpr int kTakes = 5;
   const Case cases[] = {
       {44100, 16, true, MonitorFormat::int16},  {44100, 16, false, MonitorFormat::int16},
       {48000, 24, false, MonitorFormat::int32}, {96000, 24, true, MonitorFormat::int32},
@@ -116,29 +153,9 @@ TEST(PipeWirePlayback, EveryBitOfTheFileReachesTheSink) {
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message()
                  << c.rate << " Hz, " << c.bits << " bits, integer " << c.integer);
-    Player player("any");
-    ASSERT_TRUE(player.hardware);
-    const Track track =
-        player.write("a.flac", {.bits = c.bits, .sampleRate = c.rate, .frames = c.rate});
-    player.engine->setIntegerMode(c.integer);
-    test::PipeWireMonitorRecorder recorder;
-    ASSERT_TRUE(recorder.start("any", c.rate, 2, c.monitor));
-    player.engine->play(track);
-    ASSERT_EQ(player.engine->state(), PlaybackState::playing);
-    const PlaybackFacts facts = player.engine->facts();
-    EXPECT_TRUE(facts.deviceRateVerified);
-    ASSERT_TRUE(player.until([&] { return player.hasEnded; }));
-
-    const auto heard = recorded(recorder.stop(), c.monitor);
-    const auto expected = interleaved(player.fixture, c.bits);
-    // The whole track, in one piece, up to the very last frame.
-    const auto found =
-        std::search(heard.begin(), heard.end(), expected.begin(), expected.begin() + 64);
-    ASSERT_TRUE(found != heard.end()) << "the track's beginning is not in the recording";
-    ASSERT_GE(static_cast<std::size_t>(heard.end() - found), expected.size());
-    const auto difference = std::mismatch(expected.begin(), expected.end(), found).first;
-    EXPECT_TRUE(difference == expected.end())
-        << "frame " << (difference - expected.begin()) / 2 << " of " << expected.size() / 2;
+    int take = 1;
+    while (!playAndCompare(c) && take < kTakes) ++take;
+    EXPECT_LT(take, kTakes) << "no take without an xrun";
   }
 }
 
