@@ -11,6 +11,8 @@ using std::chrono::milliseconds;
 /// A sound server that was restarted is back within a second or two.
 constexpr milliseconds kReturnPoll{200};
 constexpr int kReturnAttempts = 25;
+/// A machine that cannot keep up must not be kept busy with saying so.
+constexpr std::chrono::seconds kUnderrunReportInterval{10};
 
 }  // namespace
 
@@ -68,10 +70,19 @@ void AudioEngine::Impl::onOutputEvent(OutputEvent event, int generation) {
         handleFormatChanged(generation);
         break;
       case OutputEvent::xrun:
-        log::line("⚠️ Output underrun: the device was not served in time");
+        reportUnderrun();
         break;
     }
   });
+}
+
+void AudioEngine::Impl::reportUnderrun() {
+  ++underruns;
+  const auto now = std::chrono::steady_clock::now();
+  if (now < nextUnderrunReport) return;
+  nextUnderrunReport = now + kUnderrunReportInterval;
+  log::line("⚠️ Output underrun: the device was not served in time ({} since the last report)",
+            std::exchange(underruns, 0));
 }
 
 void AudioEngine::Impl::handleFormatChanged(int generation) {

@@ -60,6 +60,8 @@ struct AudioEngine::Impl {
   void setExclusiveMode(bool on) REQUIRES(lifecycleLock);
   void switchToDevice(AudioDeviceID device) REQUIRES(lifecycleLock);
   void onOutputEvent(OutputEvent event, int generation);
+  /// On the device listener queue: at most one line in ten seconds.
+  void reportUnderrun();
   void handleDeviceLost(int generation) EXCLUDES(lifecycleLock);
   void handleFormatChanged(int generation) EXCLUDES(lifecycleLock);
 
@@ -110,6 +112,10 @@ struct AudioEngine::Impl {
   mutable Mutex reportLock;
   OutputReport lastReport GUARDED_BY(reportLock);
   bool lastRateVerified GUARDED_BY(reportLock) = false;
+
+  // Of the device listener queue alone.
+  int underruns = 0;
+  std::chrono::steady_clock::time_point nextUnderrunReport{};
 
   // Last: their tasks use everything above, so they are joined first.
   SerialQueue advanceQueue{"com.velorin.engine.advance"};
