@@ -67,7 +67,7 @@ class CountingDecoder : public FileDecoder {
   std::int64_t failAt = -1;  ///< frame at which a read error lies
   bool canSeek = true;
   bool statesTotal = true;
-  std::latch* stuckUntil = nullptr;
+  std::shared_ptr<std::latch> stuckUntil;  ///< shared with a thread that nobody joins
   std::latch entered{1};
 
  private:
@@ -378,9 +378,9 @@ TEST(FillThread, StopIsPromptWhateverTheThreadWaitsFor) {
 }
 
 TEST(FillThread, LeavesAStuckDecoderBehindWithItsSession) {
-  std::latch answers{1};
+  const auto answers = std::make_shared<std::latch>(1);
   Rig rig(10'000);
-  rig.decoder->stuckUntil = &answers;
+  rig.decoder->stuckUntil = answers;
   CountingDecoder& decoder = *rig.decoder;
   rig.start();
   decoder.entered.wait();
@@ -399,7 +399,7 @@ TEST(FillThread, LeavesAStuckDecoderBehindWithItsSession) {
   EXPECT_TRUE(waitUntil([&] { return next.session->cells.eofReached.load(); }));
   EXPECT_EQ(next.session->ring->framesHeld(), 5'000);
 
-  answers.count_down();
+  answers->count_down();
   EXPECT_TRUE(waitUntil([&] { return left.expired(); })) << "nobody closed the file";
   EXPECT_EQ(rig.ended, 0) << "the end of a track that was left is no news";
   EXPECT_TRUE(rig.thread.stop(false));
