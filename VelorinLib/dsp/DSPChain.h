@@ -22,8 +22,9 @@ class DSPChain {
   DSPChain(const DSPChain&) = delete;
   DSPChain& operator=(const DSPChain&) = delete;
 
-  /// Any thread but the render thread. Replaces the list; the next render call uses it. The
-  /// effects must outlive the chain or the next call of this.
+  /// Any thread but the render thread. Replaces the list; the next render call uses it. A call
+  /// that runs meanwhile goes on with the old list: an effect that was removed must live until
+  /// that call has ended. The program's own effects live as long as the chain.
   void setProcessors(std::vector<DSPProcessor*> processors) EXCLUDES(_lock);
   std::vector<DSPProcessor*> processors() const EXCLUDES(_lock);
 
