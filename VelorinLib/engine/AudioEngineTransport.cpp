@@ -4,6 +4,12 @@
 #include "records/Events.h"
 
 namespace velorin {
+namespace {
+
+/// Seconds: bounds a seek in a file that does not tell its length.
+constexpr double kLongestTrack = 1e9;
+
+}  // namespace
 
 void AudioEngine::Impl::changeState(PlaybackState state) {
   nowPlaying.setState(state);
@@ -97,8 +103,8 @@ void AudioEngine::Impl::seek(double time) {
   if (!playing || playing->fileFormat.sampleRate <= 0 || std::isnan(time)) return;
 
   const double duration = nowPlaying.duration();
-  double target = std::max(0.0, time);
-  if (duration > 0) target = std::min(target, duration);
+  const double end = duration > 0 ? duration : kLongestTrack;
+  const double target = std::clamp(time, 0.0, end);
 
   // The displayed position jumps at once; the fill thread does the rest. The wish itself comes
   // last: from then on these cells are the fill thread's.

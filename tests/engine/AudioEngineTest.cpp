@@ -132,7 +132,9 @@ TEST(AudioEngine, PositionIsWhatTheListenerHears) {
     h.engine->seek(h.engine->currentPosition() + 0.5);
     ASSERT_NEAR(h.engine->currentPosition(), 1.5, 1e-4);
   }
-  h.engine->seek(99);
+  h.engine->seek(std::numeric_limits<double>::quiet_NaN());
+  EXPECT_NEAR(h.engine->currentPosition(), 1.5, 1e-4) << "no position, no seek";
+  h.engine->seek(std::numeric_limits<double>::infinity());
   EXPECT_NEAR(h.engine->currentPosition(), 4.0, 1e-4) << "past the end is the last frame";
 }
 

@@ -221,6 +221,7 @@ TEST(SampleRatePlan, EveryStrategyAndEdge) {
        44100,
        {"🔄 Downsampling: 192000Hz → 44100Hz (×0.2)"}},
       {"fixed at the source", fixedAt(44100), {kUpTo192, 512}, 44100, 44100, 0},
+      {"fixed, never chosen", fixedAt(0), {kUpTo192, 512}, 48000, 48000, 0},
       {"fixed, device without a list", fixedAt(96000), {{}, 512}, 44100, 0, 0, {kPlatformConverts}},
   };
   for (const Case& c : cases) {

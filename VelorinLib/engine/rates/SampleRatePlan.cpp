@@ -32,6 +32,7 @@ double powerOfTwoRate(int multiplier, const std::vector<double>& offered, double
 }
 
 double fixedRate(double wanted, const std::vector<double>& offered, double sourceRate) {
+  if (!(wanted > 0)) return sourceRate;  // never chosen
   if (contains(offered, wanted)) return wanted;
   const auto nearest = std::ranges::min_element(
       offered, {}, [wanted](double rate) { return std::abs(rate - wanted); });
