@@ -160,7 +160,7 @@ TEST(DSPChain, AfterOneMoreCallARemovedEffectIsOutOfUse) {
   Renderer renderer(chain);
   auto current = std::make_unique<Mortal>(usedAfterDeath);
   chain.setProcessors({current.get()});
-  for (int turn = 0; turn < 2'000; ++turn) {
+  for (int turn = 0; turn < 300; ++turn) {
     auto next = std::make_unique<Mortal>(usedAfterDeath);
     chain.setProcessors({next.get(), next.get()});
     renderer.passOneWholeCall();
