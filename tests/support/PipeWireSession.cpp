@@ -49,10 +49,15 @@ PipeWireSession::PipeWireSession(std::vector<PipeWireSinkSpec> sinks,
     : _sinks(std::move(sinks)) {
   const auto root = _folder.path();
   const auto configuration = root / "config/pipewire/pipewire.conf.d";
-  for (const auto& folder : {root / "run", root / "home", root / "state", configuration}) {
+  const auto bluetooth = root / "config/wireplumber/bluetooth.lua.d";
+  for (const auto& folder :
+       {root / "run", root / "home", root / "state", configuration, bluetooth}) {
     std::filesystem::create_directories(folder);
   }
   std::filesystem::permissions(root / "run", std::filesystem::perms::owner_all);
+  // In place of the file that starts WirePlumber's bluetooth monitor: without logind, as in a
+  // container, that monitor ends the whole session manager.
+  std::ofstream(bluetooth / "90-enable-all.lua") << "-- no bluetooth\n";
   std::ofstream file(configuration / "10-test.conf");
   if (!allowedRates.empty()) {
     file << "context.properties = { default.clock.allowed-rates = [";
