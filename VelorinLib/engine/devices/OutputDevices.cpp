@@ -36,9 +36,9 @@ OutputDevices::OutputDevices(AudioHardware& hardware, Preferences& preferences, 
     : _hardware(hardware), _preferences(preferences), _bus(bus) {}
 
 void OutputDevices::restore() {
-  _followsSystemDefaultOutput = _preferences.getBool(kFollowSystemOutputKey).value_or(true);
+  const bool followsDefault = _preferences.getBool(kFollowSystemOutputKey).value_or(true);
   AudioDeviceID device = kNoDevice;
-  if (!_followsSystemDefaultOutput) {
+  if (!followsDefault) {
     if (const auto uid = _preferences.getText(kLastDeviceUIDKey)) {
       device = _hardware.deviceForUID(*uid);
       if (device != kNoDevice) {
@@ -51,7 +51,6 @@ void OutputDevices::restore() {
 }
 
 void OutputDevices::rememberChoice(AudioDeviceID device) {
-  _followsSystemDefaultOutput = false;
   _preferences.setBool(kFollowSystemOutputKey, false);
   _preferences.setText(kLastDeviceUIDKey, _hardware.deviceUID(device));
 }

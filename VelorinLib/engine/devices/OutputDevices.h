@@ -33,7 +33,6 @@ class OutputDevices {
 
   /// The saved device when it is present and the default is not followed, else the default.
   void restore();
-  bool followsSystemDefaultOutput() const noexcept { return _followsSystemDefaultOutput; }
   /// Remembers the listener's choice.
   void rememberChoice(AudioDeviceID device);
 
@@ -61,7 +60,6 @@ class OutputDevices {
   EventBus& _bus;
   std::atomic<AudioDeviceID> _currentDeviceID{kNoDevice};
   std::atomic<bool> _isHogMode{false};
-  std::atomic<bool> _followsSystemDefaultOutput{true};
 };
 
 }  // namespace velorin

@@ -40,7 +40,7 @@ OutputSession::Prepared OutputSession::prepare(const StreamFormat& clientFormat,
   configureBuffer(clientFormat.sampleRate);
   logDeviceFormat();
 
-  status = offerFormat(clientFormat);
+  status = _unit->setInputFormat(clientFormat);
   if (status.ok()) return Prepared::ready;
   log::line("⚠️ HAL rejected format (flags=0x{:X}), falling back to Float32: {}",
             clientFormat.formatFlags, status.description());
@@ -101,12 +101,8 @@ void OutputSession::logDeviceFormat() {
   }
 }
 
-AudioStatus OutputSession::offerFormat(const StreamFormat& clientFormat) {
-  return _unit->setInputFormat(clientFormat);
-}
-
 void OutputSession::useFormat(const StreamFormat& clientFormat) {
-  if (const AudioStatus status = offerFormat(clientFormat); !status.ok()) {
+  if (const AudioStatus status = _unit->setInputFormat(clientFormat); !status.ok()) {
     log::line("❌ Float32 fallback also rejected: {}", status.description());
   }
 }

@@ -60,7 +60,6 @@ class OutputSession {
   bool bindToDevice();
   void configureBuffer(double clientRate);
   void logDeviceFormat();
-  AudioStatus offerFormat(const StreamFormat& clientFormat);
 
   AudioHardware& _hardware;
   OutputDevices& _devices;

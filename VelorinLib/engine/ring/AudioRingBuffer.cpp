@@ -38,7 +38,7 @@ AudioRingBuffer::AudioRingBuffer(std::uint32_t channels, std::int64_t wantedCapa
       throw std::bad_alloc();
     }
     // Unpinned is slower to fault in, not wrong: without the right to lock memory we go on.
-    if (mlock2(block, bytes, MLOCK_ONFAULT) != 0) _pinned = false;
+    (void)mlock2(block, bytes, MLOCK_ONFAULT);
     _buffers.push_back(block);
   }
 }

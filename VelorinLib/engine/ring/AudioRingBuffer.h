@@ -31,8 +31,6 @@ class AudioRingBuffer {
   std::int64_t capacity() const noexcept { return _capacity; }
   std::uint32_t channelCount() const noexcept { return _channelCount; }
   std::uint32_t bytesPerFrame() const noexcept { return _bytesPerFrame; }
-  /// True when all of the memory is pinned.
-  bool isPinned() const noexcept { return _pinned; }
 
   /// Producer only. Copies what fits and returns how many frames that was. Channels that the list
   /// lacks, or whose pointer is null, keep what they held.
@@ -58,7 +56,6 @@ class AudioRingBuffer {
   const std::uint32_t _channelCount;
   const std::uint32_t _bytesPerFrame;
   std::vector<std::byte*> _buffers;
-  bool _pinned = true;
 
   // On lines of their own: the producer and the consumer run on different cores.
   alignas(64) std::atomic<std::int64_t> _head{0};

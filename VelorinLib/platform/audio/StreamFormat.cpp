@@ -57,15 +57,4 @@ void PlanarBuffers::setFrames(std::uint32_t frames) noexcept {
   }
 }
 
-AudioBufferList PlanarBuffers::advancedBy(std::uint32_t frames) const noexcept {
-  AudioBufferList shifted = _list;
-  const std::uint32_t skip = std::min(frames, _frames);
-  for (std::uint32_t i = 0; i < shifted.bufferCount; ++i) {
-    shifted.buffers[i].data =
-        static_cast<std::byte*>(shifted.buffers[i].data) + std::size_t{skip} * _sampleSize;
-    shifted.buffers[i].byteSize = (_frames - skip) * _sampleSize;
-  }
-  return shifted;
-}
-
 }  // namespace velorin

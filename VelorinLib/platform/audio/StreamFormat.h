@@ -79,9 +79,6 @@ class PlanarBuffers {
   /// Sets every buffer's byte size to that of so many frames, at most capacity().
   void setFrames(std::uint32_t frames) noexcept;
 
-  /// A list whose buffers start so many frames further in; its byte sizes cover the rest.
-  AudioBufferList advancedBy(std::uint32_t frames) const noexcept;
-
  private:
   struct Free {
     void operator()(void* block) const noexcept;
