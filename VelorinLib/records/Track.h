@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace velorin {
@@ -21,6 +22,11 @@ struct TrackBookmark {
 
   bool operator==(const TrackBookmark&) const = default;
 };
+
+/// The JSON list that the column "bookmarks" holds.
+std::string toJSON(const std::vector<TrackBookmark>& bookmarks);
+/// Empty when the text is not such a list.
+std::optional<std::vector<TrackBookmark>> bookmarksFromJSON(std::string_view json);
 
 struct Track {
   std::optional<std::int64_t> id;  ///< empty until the row is inserted, and for external files
