@@ -1,0 +1,117 @@
+#include "library/schema/Migrator.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+#include "foundation/Log.h"
+
+namespace velorin::schema {
+namespace {
+
+using sqlite::Connection;
+using sqlite::Reader;
+using sqlite::Writer;
+
+/// Steps that rebuild a table would otherwise take its children with it. SQLite changes this only
+/// outside a transaction.
+class ForeignKeysSuspended {
+ public:
+  explicit ForeignKeysSuspended(Connection& connection) : _connection(connection) {
+    if (connection.isInTransaction()) {
+      throw VelorinDatabaseError("a library cannot be migrated inside a transaction");
+    }
+    _connection.executeScript("PRAGMA foreign_keys = OFF");
+  }
+  ~ForeignKeysSuspended() {
+    try {
+      _connection.executeScript("PRAGMA foreign_keys = ON");
+    } catch (const VelorinDatabaseError& error) {
+      log::line("❌ Database: foreign keys could not be turned on again: {}", error.message);
+    }
+  }
+  ForeignKeysSuspended(const ForeignKeysSuspended&) = delete;
+  ForeignKeysSuspended& operator=(const ForeignKeysSuspended&) = delete;
+
+ private:
+  Connection& _connection;
+};
+
+std::unordered_set<std::string> ledger(Connection& connection) {
+  Reader reader(connection);
+  if (!reader.first<int>("SELECT 1 FROM sqlite_master WHERE name = 'grdb_migrations'")) return {};
+  std::unordered_set<std::string> identifiers;
+  reader.each("SELECT identifier FROM grdb_migrations",
+              [&](const sqlite::Row& row) { identifiers.insert(row.get<std::string>(0)); });
+  return identifiers;
+}
+
+std::span<const Migration> historyUpTo(std::string_view last) {
+  const auto all = migrations();
+  if (last.empty()) return all;
+  const auto end = std::ranges::find(all, last, &Migration::identifier);
+  if (end == all.end()) throw VelorinDatabaseError("there is no migration " + std::string(last));
+  return all.first(static_cast<std::size_t>(end - all.begin()) + 1);
+}
+
+void checkForeignKeys(Connection& connection) {
+  Reader reader(connection);
+  auto violations = reader.query("PRAGMA foreign_key_check");
+  if (!violations.next()) return;
+  throw VelorinDatabaseError("row " + violations.get<std::string>(1) + " of the table " +
+                             violations.get<std::string>(0) + " refers to a row of " +
+                             violations.get<std::string>(2) + " that is not there");
+}
+
+void runAndRecord(Connection& connection, const Migration& step) {
+  Writer writer(connection);
+  writer.run("CREATE TABLE IF NOT EXISTS grdb_migrations (identifier TEXT NOT NULL PRIMARY KEY)");
+  // Another program may have taken this step while we waited for the file.
+  if (writer.first<int>("SELECT 1 FROM grdb_migrations WHERE identifier = ?", step.identifier)) {
+    return;
+  }
+  step.run(connection);
+  checkForeignKeys(connection);
+  writer.run("INSERT INTO grdb_migrations (identifier) VALUES (?)", step.identifier);
+}
+
+void rollBack(Connection& connection) noexcept {
+  // SQLite has rolled back by itself after some errors, such as a full disk.
+  if (!connection.isInTransaction()) return;
+  try {
+    connection.executeScript("ROLLBACK");
+  } catch (const VelorinDatabaseError& error) {
+    log::line("❌ Database: a migration could not be rolled back: {}", error.message);
+  }
+}
+
+void apply(Connection& connection, const Migration& step) {
+  const auto named = [&](const VelorinDatabaseError& error) {
+    return "migration " + std::string(step.identifier) + " failed: " + error.message;
+  };
+  try {
+    connection.executeScript("BEGIN IMMEDIATE");
+    runAndRecord(connection, step);
+    connection.executeScript("COMMIT");
+  } catch (const sqlite::SqliteError& error) {
+    rollBack(connection);
+    throw sqlite::SqliteError(error.extended, named(error));
+  } catch (const VelorinDatabaseError& error) {
+    rollBack(connection);
+    throw VelorinDatabaseError(named(error));
+  } catch (...) {
+    rollBack(connection);
+    throw;
+  }
+}
+
+}  // namespace
+
+void migrate(Connection& connection, std::string_view last) {
+  const ForeignKeysSuspended suspended(connection);
+  const auto done = ledger(connection);
+  for (const Migration& step : historyUpTo(last)) {
+    if (!done.contains(std::string(step.identifier))) apply(connection, step);
+  }
+}
+
+}  // namespace velorin::schema
