@@ -4,14 +4,6 @@
 
 namespace velorin::rows {
 
-const std::string kTrackInfoFrom =
-    "\nFROM tracks"
-    "\nJOIN albums ON albums.id = tracks.albumId"
-    "\nJOIN artists ON artists.id = tracks.artistId";
-
-const std::string kTrackInfoRequest =
-    "SELECT " + kTrackColumns + ", " + kAlbumColumns + ", " + kArtistColumns + kTrackInfoFrom;
-
 TrackInfo trackInfoOf(const sqlite::Row& row) {
   TrackInfo info;
   sqlite::RowReader reader(row);

@@ -6,12 +6,15 @@
 
 namespace velorin::rows {
 
-/// "SELECT … FROM tracks JOIN albums … JOIN artists …". What follows (WHERE, ORDER BY, LIMIT) calls
-/// the tables by their names.
-extern const std::string kTrackInfoRequest;
+/// Where a TrackInfo comes from, for requests that want other columns of it.
+inline const std::string kTrackInfoFrom =
+    "\nFROM tracks"
+    "\nJOIN albums ON albums.id = tracks.albumId"
+    "\nJOIN artists ON artists.id = tracks.artistId";
 
-/// The part of it from FROM on, for requests that want other columns.
-extern const std::string kTrackInfoFrom;
+/// What follows (WHERE, ORDER BY, LIMIT) calls the tables by their names.
+inline const std::string kTrackInfoRequest =
+    "SELECT " + kTrackColumns + ", " + kAlbumColumns + ", " + kArtistColumns + kTrackInfoFrom;
 
 TrackInfo trackInfoOf(const sqlite::Row& row);
 

@@ -36,7 +36,10 @@ std::string placeholders(std::size_t count) {
   return text;
 }
 
-std::optional<TimePoint> momentOf(std::string_view text) noexcept {
+std::optional<TimePoint> momentOf(std::string_view text) {
+  // CURRENT_TIMESTAMP, the default of one column, has no fraction.
+  constexpr std::size_t kWithoutFraction = 19;
+  if (text.size() == kWithoutFraction) return dates::fromText(std::string(text) + ".000");
   return dates::fromText(text);
 }
 

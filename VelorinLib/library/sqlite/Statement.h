@@ -149,7 +149,7 @@ template <class T>
 struct IsOptional<std::optional<T>> : std::true_type {};
 }  // namespace detail
 
-std::optional<TimePoint> momentOf(std::string_view text) noexcept;
+std::optional<TimePoint> momentOf(std::string_view text);
 
 template <class T>
 T Row::get(int column) const {
