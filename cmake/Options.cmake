@@ -22,10 +22,6 @@ endif()
 add_library(velorin_flags INTERFACE)
 target_compile_options(velorin_flags INTERFACE
   -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wundef
-  # GCC 12 takes a string built with operator+ for an overrun (its bug 105651); the sanitizers look
-  # for true ones.
-  $<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds>
-  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
   # Bit-exact work: no contraction of a*b+c behind our back, no -ffast-math anywhere.
   -ffp-contract=off
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>

@@ -73,7 +73,7 @@ std::vector<TrackInfo> TrackListings::fetchTracksForAlbum(std::int64_t albumId) 
   return _database.read([&](sqlite::Reader& reader) {
     return rows::trackInfos(
         reader,
-        std::string("\nWHERE tracks.albumId = ?\nORDER BY ") + kOrderWithinAlbum + ", tracks.id",
+        fmt::format("\nWHERE tracks.albumId = ?\nORDER BY {}, tracks.id", kOrderWithinAlbum),
         albumId);
   });
 }
@@ -82,10 +82,11 @@ std::vector<TrackInfo> TrackListings::fetchTracksForArtist(std::int64_t artistId
                                                            std::int64_t limit,
                                                            std::int64_t offset) const {
   return _database.read([&](sqlite::Reader& reader) {
-    return rows::trackInfos(reader,
-                            std::string("\nWHERE tracks.artistId = ?\nORDER BY ") +
-                                kOrderWithinArtist + ", tracks.id\nLIMIT ? OFFSET ?",
-                            artistId, limit, offset);
+    return rows::trackInfos(
+        reader,
+        fmt::format("\nWHERE tracks.artistId = ?\nORDER BY {}, tracks.id\nLIMIT ? OFFSET ?",
+                    kOrderWithinArtist),
+        artistId, limit, offset);
   });
 }
 
