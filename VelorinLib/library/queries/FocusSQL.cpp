@@ -76,6 +76,10 @@ std::optional<SqlFragment> focusSQL(const FocusFilter& filter) {
   return fragment;
 }
 
+std::optional<SqlFragment> focusSQL(const std::optional<FocusFilter>& filter) {
+  return filter ? focusSQL(*filter) : std::nullopt;
+}
+
 std::string withAlias(std::string text, std::string_view table, std::string_view alias) {
   const std::string from = std::string(table) + ".";
   const std::string to = std::string(alias) + ".";

@@ -22,6 +22,8 @@ struct SqlFragment {
 /// "(tracks.genre = ? COLLATE NOCASE) AND albums.year IN (?,?)". Empty when no category holds a
 /// value. A column that is NULL meets no condition, not even an inverted one.
 std::optional<SqlFragment> focusSQL(const FocusFilter& filter);
+/// Empty without a filter, too.
+std::optional<SqlFragment> focusSQL(const std::optional<FocusFilter>& filter);
 
 /// The text with every "<table>." as "<alias>.", for statements that give a table another name.
 std::string withAlias(std::string text, std::string_view table, std::string_view alias);
