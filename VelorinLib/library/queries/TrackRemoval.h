@@ -1,0 +1,61 @@
+// Tracks leave the library.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "foundation/Mutex.h"
+#include "library/DatabaseHandle.h"
+#include "library/SimilarityIndexListener.h"
+
+namespace velorin {
+
+/// Each operation takes the tracks' rows, all that hangs on them (history, places in playlists,
+/// analysis) and their entries in the full-text index in one transaction: all or nothing. Files
+/// are not touched. Albums and artists that have no track left stay until cleanupOrphans, except
+/// where an operation says that it cleans up.
+///
+/// Any thread but the render thread, never from inside another database operation. Failures throw
+/// VelorinDatabaseError. Paths are native bytes.
+class TrackRemoval {
+ public:
+  explicit TrackRemoval(const DatabaseHandle& database) : _database(database) {}
+
+  /// Who hears of what was removed, from now on; empty for nobody.
+  void setSimilarityIndex(std::shared_ptr<SimilarityIndexListener> listener);
+
+  /// All rows of these files, whole or CUE tracks. Returns how many there were, as do the others.
+  std::int64_t deleteTracks(const std::vector<std::string>& filePaths) const;
+  /// Only the rows that stand for a whole file.
+  std::int64_t deleteStandaloneTracks(const std::vector<std::string>& filePaths) const;
+  /// Only the CUE tracks.
+  std::int64_t deleteCueTracks(const std::vector<std::string>& filePaths) const;
+  /// Cleans up afterwards, in a transaction of its own.
+  std::int64_t deleteTracks(const std::vector<std::int64_t>& ids) const;
+
+  /// The music folder and all tracks below it, at any depth. Cleans up afterwards, in a
+  /// transaction of its own. An empty path is refused.
+  void removeFolder(const std::string& path) const;
+
+  /// Sets each album's worstFormat to that of its weakest track (of equals, the one with the
+  /// lowest id), then deletes the albums without tracks, and the artists without tracks and albums.
+  void cleanupOrphans() const;
+
+  /// Empties tracks, albums, artists, playlists and pins, and all that hangs on them. The music
+  /// folders and the list of processed CUE sheets stay.
+  void clearLibrary() const;
+
+ private:
+  enum class Rows { all, standalone, cue };
+  std::int64_t deletePaths(const std::vector<std::string>& filePaths, Rows rows) const;
+
+  template <class Call>
+  void tellSimilarityIndex(Call&& call) const;
+
+  const DatabaseHandle& _database;
+  mutable Mutex _lock;
+  std::shared_ptr<SimilarityIndexListener> _similarityIndex GUARDED_BY(_lock);
+};
+
+}  // namespace velorin
