@@ -33,19 +33,20 @@ unsigned facetsOf(std::string_view table, std::string_view column) {
 
 }  // namespace
 
-ConnectionQueue::ConnectionQueue(const std::filesystem::path& file)
-    : _file(file), _connection(std::make_unique<sqlite::Connection>(file)) {
-  setUp();
+ConnectionQueue::ConnectionQueue(const std::filesystem::path& file, sqlite::Access access)
+    : _file(file), _connection(std::make_unique<sqlite::Connection>(file, access)) {
+  setUp(access);
 }
 
 ConnectionQueue::ConnectionQueue() : ConnectionQueue(std::filesystem::path(":memory:")) {}
 
 ConnectionQueue::~ConnectionQueue() = default;
 
-void ConnectionQueue::setUp() {
+void ConnectionQueue::setUp(sqlite::Access access) {
+  _connection->executeScript(access == sqlite::Access::readWrite
+                                 ? "PRAGMA foreign_keys = ON; PRAGMA journal_mode = WAL"
+                                 : "PRAGMA query_only = ON");
   _connection->executeScript(R"(
-PRAGMA foreign_keys = ON;
-PRAGMA journal_mode = WAL;
 PRAGMA synchronous = NORMAL;
 PRAGMA cache_size = -65536;
 PRAGMA mmap_size = 268435456;

@@ -33,8 +33,10 @@ struct LibraryVersion {
 class ConnectionQueue {
  public:
   /// Opens or creates the file and sets the connection up: foreign keys on, then WAL journal,
-  /// synchronous NORMAL, cache, memory map and temporary tables in memory. Throws SqliteError.
-  explicit ConnectionQueue(const std::filesystem::path& file);
+  /// synchronous NORMAL, cache, memory map and temporary tables in memory. Only for reading, the
+  /// journal stays what it is and every write fails. Throws SqliteError.
+  explicit ConnectionQueue(const std::filesystem::path& file,
+                           sqlite::Access access = sqlite::Access::readWrite);
   /// A database in memory.
   ConnectionQueue();
   ~ConnectionQueue();
@@ -119,7 +121,7 @@ class ConnectionQueue {
   }
 
   void requireOtherThread() const;
-  void setUp();
+  void setUp(sqlite::Access access);
 
   std::filesystem::path _file;
   std::unique_ptr<sqlite::Connection> _connection;

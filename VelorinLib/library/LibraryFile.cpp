@@ -95,6 +95,17 @@ std::shared_ptr<ConnectionQueue> openLibraryFile(const fs::path& file) {
   }
 }
 
+std::shared_ptr<ConnectionQueue> openLibraryForReading(const fs::path& file) {
+  std::error_code failed;
+  if (!fs::exists(file, failed) && !failed) throw NoLibraryError("there is no library yet");
+  auto queue = std::make_shared<ConnectionQueue>(file, sqlite::Access::readOnly);
+  queue->read([](sqlite::Reader& reader) {
+    if (schema::isCurrent(reader)) return;
+    throw VelorinDatabaseError("the library is of an earlier version of velorin, or none at all");
+  });
+  return queue;
+}
+
 fs::path defaultLibraryFile() {
   return paths::dataDirectory() / "library.sqlite";
 }

@@ -20,6 +20,16 @@ namespace velorin {
 /// render thread.
 std::shared_ptr<ConnectionQueue> openLibraryFile(const std::filesystem::path& file);
 
+/// What openLibraryForReading throws when there is no such file.
+struct NoLibraryError : VelorinDatabaseError {
+  using VelorinDatabaseError::VelorinDatabaseError;
+};
+
+/// Opens the file only to look at it: it is neither made nor migrated, changed or set aside. Works
+/// while another process writes. Throws NoLibraryError or VelorinDatabaseError, also for a file of
+/// another time, which first wants to be migrated. Blocks; any thread but the render thread.
+std::shared_ptr<ConnectionQueue> openLibraryForReading(const std::filesystem::path& file);
+
 /// "library.sqlite" in the program's data folder.
 std::filesystem::path defaultLibraryFile();
 

@@ -36,8 +36,7 @@ class ForeignKeysSuspended {
   Connection& _connection;
 };
 
-std::unordered_set<std::string> ledger(Connection& connection) {
-  Reader reader(connection);
+std::unordered_set<std::string> ledger(Reader& reader) {
   if (!reader.first<int>("SELECT 1 FROM sqlite_master WHERE name = 'grdb_migrations'")) return {};
   std::unordered_set<std::string> identifiers;
   reader.each("SELECT identifier FROM grdb_migrations",
@@ -108,10 +107,18 @@ void apply(Connection& connection, const Migration& step) {
 
 void migrate(Connection& connection, std::string_view last) {
   const ForeignKeysSuspended suspended(connection);
-  const auto done = ledger(connection);
+  Reader reader(connection);
+  const auto done = ledger(reader);
   for (const Migration& step : historyUpTo(last)) {
     if (!done.contains(std::string(step.identifier))) apply(connection, step);
   }
+}
+
+bool isCurrent(Reader& reader) {
+  const auto done = ledger(reader);
+  return std::ranges::all_of(migrations(), [&](const Migration& step) {
+    return done.contains(std::string(step.identifier));
+  });
 }
 
 }  // namespace velorin::schema

@@ -27,4 +27,7 @@ std::span<const Migration> migrations() noexcept;
 /// `last` ends the list early, after the step of that name: how tests make files of earlier times.
 void migrate(sqlite::Connection& connection, std::string_view last = {});
 
+/// True when the file's ledger names every step of the history.
+bool isCurrent(sqlite::Reader& reader);
+
 }  // namespace velorin::schema

@@ -13,11 +13,12 @@ constexpr std::size_t kCachedStatements = 200;
 
 }  // namespace
 
-Connection::Connection(const std::filesystem::path& file) {
+Connection::Connection(const std::filesystem::path& file, Access access) {
+  // Reading a WAL database takes the right to write too: the files beside it are shared memory.
+  const int create = access == Access::readWrite ? SQLITE_OPEN_CREATE : 0;
   const int result = sqlite3_open_v2(
       file.c_str(), &_connection,
-      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE,
-      nullptr);
+      SQLITE_OPEN_READWRITE | create | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
   if (result != SQLITE_OK) {
     const SqliteError error(result, sqlite3_errstr(result));
     sqlite3_close_v2(_connection);

@@ -12,10 +12,16 @@
 
 namespace velorin::sqlite {
 
+/// What a connection may do to its file.
+enum class Access {
+  readWrite,  ///< the file is made where it is missing
+  readOnly,   ///< the file must be there; every statement that would change it fails
+};
+
 class Connection {
  public:
   /// Opens or creates the file. ":memory:" opens a database that dies with the connection.
-  explicit Connection(const std::filesystem::path& file);
+  explicit Connection(const std::filesystem::path& file, Access access = Access::readWrite);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
