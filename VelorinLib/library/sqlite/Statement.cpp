@@ -2,14 +2,34 @@
 
 #include <sqlite3.h>
 
+#include <cerrno>
+
 #include "foundation/Dates.h"
 
 namespace velorin::sqlite {
 namespace {
 
+/// The result code that says it best: a full disk or a missing permission shows in some calls, such
+/// as those for the shared memory beside the file, only in what the system said.
+int plainCode(int code, int systemError) {
+  const int primary = code & 0xff;
+  if (primary != SQLITE_IOERR && primary != SQLITE_CANTOPEN) return primary;
+  switch (systemError) {
+    case ENOSPC:
+    case EDQUOT:
+      return SQLITE_FULL;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return SQLITE_READONLY;
+    default:
+      return primary;
+  }
+}
+
 /// SQLite's own words, and what the user can do where that is known.
 std::string explain(int code, const char* words) {
-  switch (code & 0xff) {
+  switch (code) {
     case SQLITE_FULL:
       return "the disk that holds the library is full: make room and try again";
     case SQLITE_READONLY:
@@ -24,7 +44,8 @@ std::string explain(int code, const char* words) {
 
 [[noreturn]] void fail(sqlite3* connection) {
   const int code = sqlite3_extended_errcode(connection);
-  throw SqliteError(code, explain(code, sqlite3_errmsg(connection)));
+  throw SqliteError(
+      code, explain(plainCode(code, sqlite3_system_errno(connection)), sqlite3_errmsg(connection)));
 }
 
 }  // namespace
