@@ -1,0 +1,312 @@
+// Lists of albums, artists, genres and composers, and the counts of the focus bar.
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "TestLibrary.h"
+#include "library/queries/AlbumListings.h"
+#include "library/queries/ArtistListings.h"
+#include "library/queries/CategoryListings.h"
+#include "library/queries/FocusCounts.h"
+#include "library/queries/FocusSQL.h"
+#include "library/queries/SortText.h"
+#include "library/queries/TitleLookups.h"
+
+namespace velorin {
+
+// What a failing comparison prints.
+void PrintTo(const ArtistInfo& info, std::ostream* out) {
+  *out << info.artist.name << "|" << info.albumCount << "|" << info.trackCount << "|"
+       << info.totalDuration;
+}
+void PrintTo(const CategoryInfo& info, std::ostream* out) {
+  *out << info.name << "|" << info.trackCount << "|" << info.totalDuration;
+}
+void PrintTo(const AlbumInfo& info, std::ostream* out) {
+  *out << info.album.title << "|" << info.artist.name << "|" << info.trackCount << "|"
+       << info.totalDuration;
+}
+void PrintTo(const FocusCount& count, std::ostream* out) {
+  *out << count.value << "|" << count.count;
+}
+
+namespace {
+
+using test::TestLibrary;
+using test::TrackRow;
+
+const std::optional<FocusFilter> kNoFocus;
+
+std::vector<std::string> titles(const std::vector<AlbumInfo>& infos) {
+  std::vector<std::string> titles;
+  for (const AlbumInfo& each : infos) titles.push_back(each.album.title);
+  return titles;
+}
+
+TEST(Listings, AFocusNarrowsAlbumsToItsTracks) {
+  TestLibrary library;
+  AlbumListings albums(library.database());
+  library.add({.title = "a", .album = "Both", .year = 1999, .duration = 10, .genre = "Jazz"});
+  library.add({.title = "b",
+               .album = "Both",
+               .duration = 20,
+               .genre = "Rock",
+               .sampleRate = 96000,
+               .bitDepth = 24});
+  library.add({.title = "c", .artist = "Zoe", .album = "Rock_1", .genre = "rock"});
+  library.run("UPDATE albums SET worstFormat = 'MP3' WHERE title = 'Both'");
+  library.run("INSERT INTO albums (title, artistId) SELECT 'Empty', MIN(id) FROM artists");
+
+  const auto all = albums.fetchAlbumInfos({AlbumSortColumn::year, false}, kNoFocus);
+  EXPECT_EQ(titles(all), (std::vector<std::string>{"Both", "Rock_1"}));
+  EXPECT_EQ(all[0].artist.name, "Artist");
+  EXPECT_EQ(all[0].trackCount, 2);
+  EXPECT_EQ(all[0].totalDuration, 30);
+  EXPECT_EQ(all[0].format, "MP3");
+  EXPECT_EQ(all[0].maxSampleRate, 96000);
+  EXPECT_EQ(all[0].maxBitDepth, 24);
+
+  const FocusFilter jazz{{{FocusCategory::genre, {{"JAZZ"}}}}};
+  const auto focused = albums.fetchAlbumInfos({}, jazz);
+  EXPECT_EQ(titles(focused), std::vector<std::string>{"Both"});
+  EXPECT_EQ(focused[0].trackCount, 1);
+  EXPECT_EQ(focused[0].maxSampleRate, 44100);
+
+  // Several values at once find every spelling, too.
+  const FocusFilter several{{{FocusCategory::genre, {{"Jazz", "ROCK"}}}}};
+  EXPECT_EQ(ArtistListings(library.database()).fetchArtistInfos({}, several, -1).size(), 2u);
+
+  // The name search takes wildcards for themselves, and albums without tracks as well.
+  const auto search = [&](const char* text, const std::optional<FocusFilter>& focus) {
+    return titles(albums.searchAlbums(text, {}, focus));
+  };
+  EXPECT_EQ(search("K_1", kNoFocus), std::vector<std::string>{"Rock_1"});
+  EXPECT_EQ(search("R_ck", kNoFocus), std::vector<std::string>{});
+  EXPECT_EQ(search("artist", kNoFocus), (std::vector<std::string>{"Both", "Empty"}));
+  EXPECT_EQ(search("artist", jazz), std::vector<std::string>{"Both"});
+  EXPECT_EQ(titles(albums.fetchAlbumInfosForArtist(1)),
+            (std::vector<std::string>{"Empty", "Both"}));
+}
+
+TEST(Listings, OneCoverForEachArtist) {
+  TestLibrary library;
+  std::vector<std::int64_t> artists{999'999};
+  for (int i = 0; i < 501; ++i) {
+    const std::string name = "Artist " + std::to_string(i);
+    library.add({.artist = name, .album = "First"});
+    artists.push_back(i + 1);
+  }
+  library.add({.artist = "Artist 500", .album = "Second"});
+  const auto covers = AlbumListings(library.database()).fetchArtworkAlbumIds(artists);
+  EXPECT_EQ(covers.size(), 501u);
+  EXPECT_EQ(covers.at(501), 501);
+}
+
+TEST(Listings, TitlesAndNames) {
+  TestLibrary library;
+  library.add({.title = "T", .artist = "N", .album = "A"});
+  library.run(
+      "INSERT INTO playlists (name, createdAt, updatedAt) "
+      "VALUES ('P', '2020-01-01 00:00:00.000', '2020-01-01 00:00:00.000')");
+  const TitleLookups lookups(library.database());
+  EXPECT_EQ(lookups.trackTitle(1), "T");
+  EXPECT_EQ(lookups.albumTitle(1), "A");
+  EXPECT_EQ(lookups.artistName(1), "N");
+  EXPECT_EQ(lookups.playlistName(1), "P");
+  EXPECT_EQ(lookups.artistName(2), std::nullopt);
+}
+
+TEST(Listings, WithoutADatabaseAllAreEmpty) {
+  const DatabaseHandle none;
+  ArtistListings artists(none);
+  CategoryListings categories(none);
+  FocusCounts counts(none);
+  EXPECT_TRUE(artists.fetchArtistInfos({}, kNoFocus, -1).empty());
+  EXPECT_TRUE(categories.fetchGenreStats({}, -1).empty());
+  EXPECT_TRUE(counts.fetchCounts(FocusCategory::year).empty());
+  EXPECT_TRUE(AlbumListings(none).fetchAlbumInfos({}, kNoFocus).empty());
+}
+
+// What is kept and worked out apart equals, whatever happens to the library, what one statement
+// would say of it.
+class RandomLibrary {
+ public:
+  explicit RandomLibrary(unsigned seed) : _random(seed) {}
+
+  DatabaseHandle& database() { return _library.database(); }
+
+  int below(int end) { return std::uniform_int_distribution(0, end - 1)(_random); }
+  bool maybe() { return below(2) == 0; }
+
+  void change() {
+    static const char* const kNames[] = {"abba", "Zappa", "ÄRZTE", "ärzte", "Bach", "b_ch", "Z"};
+    static const std::optional<std::string> kGenres[] = {{},     "",     "rock", "Rock", "ROCK",
+                                                         "Jazz", "jazz", "Éa",   "b"};
+    switch (below(5)) {
+      case 0:
+        _library.run("DELETE FROM tracks WHERE id % 7 = ?", below(7));
+        break;
+      case 1:
+        _library.run("UPDATE tracks SET genre = composer, duration = duration + 1 WHERE id = ?",
+                     below(60));
+        break;
+      case 2:
+        _library.run("UPDATE albums SET year = ? WHERE id = ?", 1990 + below(3), below(9));
+        break;
+      default:
+        for (int i = below(20); i >= 0; --i) {
+          _library.add({.title = "t",
+                        .artist = kNames[below(7)],
+                        .album = kNames[below(7)],
+                        .albumArtist = maybe() ? kNames[below(7)] : "",
+                        .year = maybe() ? std::optional(1990 + below(3)) : std::nullopt,
+                        .duration = below(4000) / 4.0,
+                        .genre = kGenres[below(9)],
+                        .composer = kGenres[below(9)],
+                        .format = kGenres[below(9)],
+                        .sampleRate = maybe() ? std::optional(below(3) * 48000) : std::nullopt,
+                        .bitDepth = maybe() ? std::optional(below(3) * 8) : std::nullopt});
+        }
+    }
+  }
+
+  std::optional<FocusFilter> focus() {
+    if (maybe()) return std::nullopt;
+    FocusFilter filter;
+    if (maybe()) filter.rules[FocusCategory::genre] = {{"rock", "éa"}, maybe()};
+    if (maybe()) filter.rules[FocusCategory::year] = {{"1990", "1992"}, maybe()};
+    if (maybe()) filter.rules[FocusCategory::sampleRate] = {{"48000"}, maybe()};
+    return filter;
+  }
+
+  template <class Sort>
+  Sort sort(int columns) {
+    return {static_cast<decltype(Sort::column)>(below(columns)), maybe()};
+  }
+
+  template <class Info, class Map, class... Arguments>
+  std::vector<Info> plain(const std::string& sql, Map&& map, const Arguments&... arguments) {
+    return database().read([&](sqlite::Reader& reader) {
+      std::vector<Info> infos;
+      reader.each(
+          sql, [&](const sqlite::Row& row) { infos.push_back(map(row)); }, arguments...);
+      return infos;
+    });
+  }
+
+ private:
+  std::mt19937 _random;
+  TestLibrary _library;
+};
+
+SqlFragment fragmentOf(const std::optional<FocusFilter>& focus, const char* before) {
+  auto fragment = focusSQL(focus);
+  if (!fragment) return {};
+  fragment->text = before + withAlias(fragment->text, "tracks", "t");
+  return *fragment;
+}
+
+std::vector<ArtistInfo> plainArtists(RandomLibrary& library, const ArtistSort& sort,
+                                     const std::optional<FocusFilter>& focus, int limit,
+                                     int offset) {
+  const SqlFragment filter = fragmentOf(focus, " WHERE ");
+  return library.plain<ArtistInfo>(
+      R"(SELECT a.*, COUNT(DISTINCT al.id) AS albumCount, COUNT(t.id) AS trackCount,
+         COALESCE(SUM(t.duration), 0) AS totalDuration
+         FROM artists a
+         LEFT JOIN tracks t ON t.artistId = a.id
+         LEFT JOIN albums al ON al.id = t.albumId)" +
+          withAlias(filter.text, "albums", "al") +
+          " GROUP BY a.id HAVING trackCount > 0 ORDER BY " + orderText(sort) + " LIMIT ? OFFSET ?",
+      [](const sqlite::Row& row) {
+        return ArtistInfo{{row.get<std::int64_t>(0), row.get<std::string>(1)},
+                          row.get<int>(2),
+                          row.get<int>(3),
+                          row.get<double>(4)};
+      },
+      filter.arguments, limit, offset);
+}
+
+std::vector<CategoryInfo> plainStats(RandomLibrary& library, const std::string& column,
+                                     const CategorySort& sort, int limit, int offset) {
+  return library.plain<CategoryInfo>(
+      "SELECT " + column +
+          " AS name, COUNT(*) AS trackCount, COALESCE(SUM(duration), 0) AS totalDuration "
+          "FROM tracks WHERE " +
+          column + " IS NOT NULL AND " + column + " != '' GROUP BY " + column +
+          " COLLATE NOCASE ORDER BY " + orderText(sort) + " LIMIT ? OFFSET ?",
+      [](const sqlite::Row& row) {
+        return CategoryInfo{row.get<std::string>(0), row.get<int>(1), row.get<double>(2)};
+      },
+      limit, offset);
+}
+
+std::vector<FocusCount> plainCounts(RandomLibrary& library, FocusCategory category) {
+  static const char* const kStatements[] = {
+      "SELECT genre, COUNT(*) AS cnt FROM tracks WHERE genre IS NOT NULL AND genre != '' "
+      "GROUP BY genre COLLATE NOCASE ORDER BY genre COLLATE NOCASE",
+      "SELECT albums.year, COUNT(*) AS cnt FROM tracks JOIN albums ON albums.id = tracks.albumId "
+      "WHERE albums.year IS NOT NULL AND albums.year != 0 "
+      "GROUP BY albums.year ORDER BY albums.year DESC",
+      "SELECT format, COUNT(*) AS cnt FROM tracks WHERE format IS NOT NULL AND format != '' "
+      "GROUP BY format COLLATE NOCASE ORDER BY format COLLATE NOCASE",
+      "SELECT sampleRate, COUNT(*) AS cnt FROM tracks "
+      "WHERE sampleRate IS NOT NULL AND sampleRate != 0 GROUP BY sampleRate ORDER BY sampleRate",
+      "SELECT bitDepth, COUNT(*) AS cnt FROM tracks WHERE bitDepth IS NOT NULL AND bitDepth != 0 "
+      "GROUP BY bitDepth ORDER BY bitDepth"};
+  return library.plain<FocusCount>(
+      kStatements[static_cast<int>(category)], [](const sqlite::Row& row) {
+        return FocusCount{row.get<std::string>(0), row.get<std::int64_t>(1)};
+      });
+}
+
+TEST(Listings, WhatIsKeptEqualsThePlainStatement) {
+  RandomLibrary library(20'240);
+  ArtistListings artists(library.database());
+  CategoryListings categories(library.database());
+  FocusCounts counts(library.database());
+  for (int i = 0; i < 400; ++i) {
+    SCOPED_TRACE(i);
+    if (library.below(4) == 0) library.change();
+    const auto focus = library.focus();
+    const int limit = library.below(8) - 1;
+    const int offset = library.below(6) - 1;
+
+    const auto artistSort = library.sort<ArtistSort>(3);
+    ASSERT_EQ(artists.fetchArtistInfos(artistSort, focus, limit, offset),
+              plainArtists(library, artistSort, focus, limit, offset));
+
+    const auto sort = library.sort<CategorySort>(2);
+    ASSERT_EQ(categories.fetchGenreStats(sort, limit, offset),
+              plainStats(library, "genre", sort, limit, offset));
+    ASSERT_EQ(categories.fetchComposerStats(sort, limit, offset),
+              plainStats(library, "composer", sort, limit, offset));
+
+    const auto category = static_cast<FocusCategory>(library.below(5));
+    ASSERT_EQ(counts.fetchCounts(category), plainCounts(library, category));
+
+    auto genres = categories.fetchAllGenres();
+    auto expected = library.plain<std::string>(
+        "SELECT DISTINCT genre FROM tracks WHERE genre IS NOT NULL ORDER BY genre COLLATE NOCASE",
+        [](const sqlite::Row& row) { return row.get<std::string>(0); });
+    ASSERT_EQ(genres, expected);
+  }
+}
+
+// A version says nothing about another file.
+TEST(Listings, AnotherDatabaseHasListsOfItsOwn) {
+  TestLibrary first;
+  TestLibrary second;
+  first.add({.artist = "One"});
+  second.add({.artist = "Two"});
+  DatabaseHandle handle(first.database().dbQueue());
+  ArtistListings artists(handle);
+  const auto name = [&] { return artists.fetchArtistInfos({}, kNoFocus, 1).at(0).artist.name; };
+  EXPECT_EQ(name(), "One");
+  handle.setDbQueue(second.database().dbQueue());
+  EXPECT_EQ(name(), "Two");
+}
+
+}  // namespace
+}  // namespace velorin
