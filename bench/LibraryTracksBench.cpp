@@ -1,0 +1,149 @@
+// Opening a library of a million tracks, and its track lists.
+#include <fcntl.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <thread>
+
+#include "bench/LibraryFixture.h"
+#include "library/queries/SortText.h"
+
+namespace velorin::bench {
+namespace {
+
+constexpr int kRuns = 5;
+constexpr std::int64_t kPage = 500;
+constexpr std::int64_t kDeep = 500'000;
+
+constexpr std::array kColumns = {
+    TrackSortColumn::title,    TrackSortColumn::artist, TrackSortColumn::album,
+    TrackSortColumn::composer, TrackSortColumn::genre,  TrackSortColumn::year,
+    TrackSortColumn::duration, TrackSortColumn::format, TrackSortColumn::sampleRate,
+    TrackSortColumn::rating,   TrackSortColumn::plays};
+
+std::string plainListing(const TrackSort& sort, std::int64_t offset) {
+  return "SELECT tracks.*, albums.*, artists.* FROM tracks "
+         "JOIN albums ON albums.id = tracks.albumId JOIN artists ON artists.id = tracks.artistId "
+         "ORDER BY " +
+         orderText(sort) + " LIMIT " + std::to_string(kPage) + " OFFSET " + std::to_string(offset);
+}
+
+void require(std::size_t rows, std::int64_t wanted) {
+  if (rows != static_cast<std::size_t>(wanted)) throw std::runtime_error("a page is not whole");
+}
+
+void fetchPage(DatabaseManager& library, const std::optional<TrackSort>& sort,
+               std::int64_t offset) {
+  require(library.tracks().fetchTracks(sort, std::nullopt, kPage, offset).size(), kPage);
+}
+
+/// Takes the file out of the machine's page cache, as after a restart.
+void dropFromMemory(const std::filesystem::path& file) {
+  const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  ::fdatasync(descriptor);
+  ::posix_fadvise(descriptor, 0, 0, POSIX_FADV_DONTNEED);
+  ::close(descriptor);
+}
+
+const Registration kOpen("library open", [](BenchReport& report) {
+  const auto& file = millionTracks();
+  report.add("opened and found up to date", medianMs(kRuns, [&] { openQuietly(file); }), "ms",
+             atMost(100));
+  dropFromMemory(file);
+  report.add("the same, file not in memory", milliseconds([&] { openQuietly(file); }), "ms");
+});
+
+void benchSort(BenchReport& report, TrackSortColumn column) {
+  const TrackSort sort{column, true};
+  const std::string name = "tracks by " + std::string(rawValue(column));
+  report.add(name + ", first page, cold",
+             coldMs(kRuns, [&](DatabaseManager& library) { fetchPage(library, sort, 0); }), "ms",
+             atMost(400));
+  const auto library = openQuietly(millionTracks());
+  fetchPage(*library, sort, 0);
+  report.add("  the next page at once", milliseconds([&] { fetchPage(*library, sort, kPage); }),
+             "ms");
+  report.add("  until the whole order is ready",
+             milliseconds([&] { library->tracks().waitUntilPrepared(); }), "ms");
+  report.add("  first page, sorted before", medianMs(kRuns, [&] { fetchPage(*library, sort, 0); }),
+             "ms", atMost(20));
+  report.add("  page at 500,000", medianMs(kRuns, [&] { fetchPage(*library, sort, kDeep); }), "ms",
+             atMost(100));
+  addShell(report, "first page", plainListing(sort, 0));
+}
+
+const Registration kTracks("library tracks", [](BenchReport& report) {
+  report.add("tracks newest first, first page, cold",
+             coldMs(kRuns, [](DatabaseManager& library) { fetchPage(library, {}, 0); }), "ms",
+             atMost(400));
+  for (const TrackSortColumn column : kColumns) benchSort(report, column);
+
+  const TrackSort byTitle{TrackSortColumn::title, true};
+  report.add("tracks by title, page at 500,000, cold",
+             coldMs(1, [&](DatabaseManager& library) { fetchPage(library, byTitle, kDeep); }),
+             "ms");
+  addShell(report, "page at 500,000", plainListing(byTitle, kDeep));
+  const auto library = openQuietly(millionTracks());
+  dropFromMemory(millionTracks());
+  report.add("tracks by title, first page, cold, file not in memory",
+             milliseconds([&] { fetchPage(*library, byTitle, 0); }), "ms");
+});
+
+/// The kilobytes that the kernel counts for this process under a name in /proc/self/status.
+double statusMB(const std::string& name) {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(name + ":")) return std::stod(line.substr(name.size() + 1)) / 1024;
+  }
+  throw std::runtime_error("no " + name);
+}
+
+/// Watches the process's own memory, of which the kernel keeps no peak.
+class PeakWatch {
+ public:
+  PeakWatch()
+      : _thread([this] {
+          while (!_stop) {
+            _peak = std::max(_peak.load(), statusMB("RssAnon"));
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+          }
+        }) {}
+  ~PeakWatch() {
+    _stop = true;
+    _thread.join();
+  }
+  double peakMB() const { return _peak; }
+
+ private:
+  std::atomic<bool> _stop{false};
+  std::atomic<double> _peak{0};
+  std::thread _thread;
+};
+
+// Anonymous memory is what the program holds; the mapped part of the file belongs to the page cache
+// and goes when others need room.
+const Registration kMemory("library memory", [](BenchReport& report) {
+  millionTracks();
+  ::malloc_trim(0);
+  const double before = statusMB("RssAnon");
+  const PeakWatch watch;
+  const auto library = openQuietly(millionTracks());
+  report.add("after opening", statusMB("RssAnon") - before, "MB");
+  for (const auto column : {TrackSortColumn::artist, TrackSortColumn::title}) {
+    fetchPage(*library, TrackSort{column, true}, 0);
+    library->tracks().waitUntilPrepared();
+    fetchPage(*library, TrackSort{column, true}, kDeep);
+    ::malloc_trim(0);
+    report.add("after browsing tracks by " + std::string(rawValue(column)),
+               statusMB("RssAnon") - before, "MB");
+  }
+  report.add("peak", watch.peakMB() - before, "MB");
+  report.add("pages of the file that are mapped", statusMB("RssFile"), "MB");
+  report.add("VmHWM of the whole run", statusMB("VmHWM"), "MB");
+});
+
+}  // namespace
+}  // namespace velorin::bench
