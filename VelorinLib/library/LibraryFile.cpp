@@ -33,6 +33,8 @@ bool liesOutsideTheFile(const VelorinDatabaseError& error, const fs::path& file)
     case SQLITE_NOMEM:
     case SQLITE_PERM:
     case SQLITE_IOERR:
+    case SQLITE_PROTOCOL:
+    case SQLITE_NOLFS:
       return true;
     case SQLITE_CANTOPEN:
       // Also what a folder in the place of the file gives; that one can be set aside.

@@ -1,4 +1,4 @@
-// A library that changes in numbered steps, one transaction each, and what it holds after each.
+// A library that changes in numbered steps, all or nothing each, and what it holds after each.
 #pragma once
 
 #include <algorithm>
@@ -6,6 +6,7 @@
 #include "library/DatabaseHandle.h"
 #include "library/queries/LibraryImport.h"
 #include "library/queries/Playlists.h"
+#include "library/queries/TrackRemoval.h"
 
 namespace velorin::test {
 
@@ -124,13 +125,12 @@ ORDER BY p.position
   }
 
   void remove(std::int64_t batch) {
-    _database.write([&](sqlite::Writer& writer) {
-      writer.run(R"(
-DELETE FROM tracks_fts WHERE rowid IN (SELECT id FROM tracks WHERE comment = ?))",
-                 std::to_string(batch));
-      writer.run("DELETE FROM tracks WHERE comment = ?", std::to_string(batch));
-      writer.run("DELETE FROM albums WHERE id NOT IN (SELECT albumId FROM tracks)");
-    });
+    const TrackRemoval removal(_database);
+    removal.deleteTracks(_database.read([&](sqlite::Reader& reader) {
+      return reader.column<std::string>("SELECT filePath FROM tracks WHERE comment = ?",
+                                        std::to_string(batch));
+    }));
+    removal.cleanupOrphans();
   }
 
   const DatabaseHandle& _database;

@@ -1,6 +1,7 @@
 #include "library/sqlite/Connection.h"
 
 #include <sqlite3.h>
+#include <unistd.h>
 
 namespace velorin::sqlite {
 namespace {
@@ -11,14 +12,47 @@ constexpr int kBusyTimeoutMs = 5000;
 // More texts than the program has; only statements with lists of odd lengths come and go.
 constexpr std::size_t kCachedStatements = 200;
 
+/// SQLite reads a WAL database with the help of files beside it, which it cannot make where the
+/// folder forbids it. What nobody can change may be read as it stands, unless a journal lies there
+/// that holds a part of it.
+bool standsStill(const std::filesystem::path& file) {
+  const auto beside = [&](const char* suffix) { return file.native() + suffix; };
+  const std::string folder = file.has_parent_path() ? file.parent_path().native() : ".";
+  return ::access(file.c_str(), R_OK) == 0 && ::access(folder.c_str(), W_OK) != 0 &&
+         ::access(beside("-wal").c_str(), F_OK) != 0 &&
+         ::access(beside("-journal").c_str(), F_OK) != 0;
+}
+
+std::string unchangingURI(const std::filesystem::path& file) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  const std::string path = std::filesystem::absolute(file);
+  std::string uri = "file://";
+  for (const char each : path) {
+    const auto byte = static_cast<unsigned char>(each);
+    const bool isPlain = byte == '/' || (byte >= 'a' && byte <= 'z') ||
+                         (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9');
+    if (isPlain) {
+      uri += each;
+    } else {
+      uri += '%';
+      uri += kDigits[byte >> 4];
+      uri += kDigits[byte & 15];
+    }
+  }
+  return uri + "?immutable=1";
+}
+
 }  // namespace
 
 Connection::Connection(const std::filesystem::path& file, Access access) {
   // Reading a WAL database takes the right to write too: the files beside it are shared memory.
   const int create = access == Access::readWrite ? SQLITE_OPEN_CREATE : 0;
-  const int result = sqlite3_open_v2(
-      file.c_str(), &_connection,
-      SQLITE_OPEN_READWRITE | create | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
+  const bool isStill = standsStill(file);
+  const std::string name = isStill ? unchangingURI(file) : file.native();
+  const int mode =
+      isStill ? SQLITE_OPEN_READONLY | SQLITE_OPEN_URI : SQLITE_OPEN_READWRITE | create;
+  const int result = sqlite3_open_v2(name.c_str(), &_connection,
+                                     mode | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
   if (result != SQLITE_OK) {
     const SqliteError error(result, sqlite3_errstr(result));
     sqlite3_close_v2(_connection);

@@ -20,7 +20,9 @@ enum class Access {
 
 class Connection {
  public:
-  /// Opens or creates the file. ":memory:" opens a database that dies with the connection.
+  /// Opens or creates the file. ":memory:" opens a database that dies with the connection. A file
+  /// in a folder that cannot be written to, such as one of a read-only disk, is taken to stay as it
+  /// is: it can be read, and every write fails.
   explicit Connection(const std::filesystem::path& file, Access access = Access::readWrite);
   ~Connection();
   Connection(const Connection&) = delete;
