@@ -21,8 +21,8 @@ Shared& sharedSlot() {
 
 }  // namespace
 
-DatabaseManager::DatabaseManager(std::shared_ptr<ConnectionQueue> dbQueue, EventBus* /*events*/)
-    : _database(dbQueue) {
+DatabaseManager::DatabaseManager(std::shared_ptr<ConnectionQueue> dbQueue, EventBus* events)
+    : _database(dbQueue), _history(_database, events) {
   dbQueue->withConnection([](sqlite::Connection& connection) { schema::migrate(connection); });
 }
 
