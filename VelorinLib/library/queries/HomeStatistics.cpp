@@ -1,5 +1,6 @@
 #include "library/queries/HomeStatistics.h"
 
+#include <algorithm>
 #include <array>
 #include <limits>
 #include <map>

@@ -1,10 +1,12 @@
 #include "library/queries/PlaybackHistory.h"
 
+#include <algorithm>
+#include <cmath>
 #include <unordered_set>
 
 #include "foundation/EventBus.h"
 #include "library/queries/LocalHours.h"
-#include "library/queries/PlayTally.h"
+#include "library/queries/PlayCounts.h"
 #include "library/rows/TrackInfos.h"
 #include "records/Events.h"
 
@@ -21,18 +23,25 @@ std::string daysBefore(sqlite::Reader& reader, int days, sqlite::TimePoint now) 
                                     std::clamp(days, 0, kAllDays));
 }
 
-PlayTally tallySince(sqlite::Reader& reader, const std::string& moment) {
-  PlayTally tally;
-  reader.each(R"(
+std::vector<std::int64_t> playsSince(sqlite::Reader& reader, const std::string& moment) {
+  return reader.column<std::int64_t>(R"(
 SELECT trackId
 FROM playbackHistory
 WHERE playedAt >= ? AND skipped = 0)",
-              [&](const sqlite::Row& row) { tally.add(row.get<std::int64_t>(0)); }, moment);
-  return tally;
+                                     moment);
 }
 
-PlayTally tallyByHour(sqlite::Reader& reader, int from, int to) {
-  PlayTally tally;
+/// One walk over the table: the index would lead to nearly all of its rows.
+std::vector<std::int64_t> playsBefore(sqlite::Reader& reader, const std::string& moment) {
+  return reader.column<std::int64_t>(R"(
+SELECT trackId
+FROM playbackHistory
+WHERE +playedAt < ? AND skipped = 0)",
+                                     moment);
+}
+
+std::vector<std::int64_t> playsByHour(sqlite::Reader& reader, int from, int to) {
+  std::vector<std::int64_t> plays;
   LocalHours hours;
   reader.each(R"(
 SELECT trackId, playedAt
@@ -40,9 +49,9 @@ FROM playbackHistory
 WHERE skipped = 0)",
               [&](const sqlite::Row& row) {
                 const auto hour = hours.of(row.get<std::string_view>(1));
-                if (hour && isInHours(*hour, from, to)) tally.add(row.get<std::int64_t>(0));
+                if (hour && isInHours(*hour, from, to)) plays.push_back(row.get<std::int64_t>(0));
               });
-  return tally;
+  return plays;
 }
 
 std::vector<TrackInfo> trackInfosOf(sqlite::Reader& reader, const std::vector<TrackPlays>& top) {
@@ -137,7 +146,8 @@ std::vector<TrackInfo> PlaybackHistory::fetchMostPlayed(int days, std::int64_t l
 std::vector<TopTrack> PlaybackHistory::fetchTopTracks(int days, std::int64_t limit,
                                                       TimePoint now) const {
   return _database.read([&](sqlite::Reader& reader) {
-    const auto top = tallySince(reader, daysBefore(reader, days, now)).top(limit);
+    const auto top =
+        mostPlayed(countPlays(playsSince(reader, daysBefore(reader, days, now))), limit);
     std::vector<TopTrack> tracks;
     auto plays = top.begin();
     for (TrackInfo& info : trackInfosOf(reader, top)) {
@@ -152,8 +162,8 @@ std::vector<TopTrack> PlaybackHistory::fetchTopTracks(int days, std::int64_t lim
 std::vector<TrackInfo> PlaybackHistory::fetchOnRepeat(int days, int minPlays, std::int64_t limit,
                                                       TimePoint now) const {
   return _database.read([&](sqlite::Reader& reader) {
-    const PlayTally tally = tallySince(reader, daysBefore(reader, days, now));
-    return trackInfosOf(reader, tally.top(limit, minPlays));
+    const auto played = countPlays(playsSince(reader, daysBefore(reader, days, now)));
+    return trackInfosOf(reader, mostPlayed(played, limit, minPlays));
   });
 }
 
@@ -161,31 +171,26 @@ std::vector<TrackInfo> PlaybackHistory::fetchForgotten(int days, int minPlays, s
                                                        TimePoint now) const {
   return _database.read([&](sqlite::Reader& reader) {
     const std::string since = daysBefore(reader, days, now);
-    PlayTally tally;
-    // One walk over the table: the index would lead to nearly all of its rows.
-    reader.each(R"(
-SELECT trackId
-FROM playbackHistory
-WHERE +playedAt < ? AND skipped = 0)",
-                [&](const sqlite::Row& row) { tally.add(row.get<std::int64_t>(0)); }, since);
-    reader.each(R"(
-SELECT trackId
-FROM playbackHistory
-WHERE playedAt >= ? AND skipped = 0)",
-                [&](const sqlite::Row& row) { tally.remove(row.get<std::int64_t>(0)); }, since);
-    return trackInfosOf(reader, tally.top(limit, minPlays));
+    auto recent = playsSince(reader, since);
+    std::sort(recent.begin(), recent.end());
+    auto played = countPlays(playsBefore(reader, since));
+    std::erase_if(played, [&](const TrackPlays& track) {
+      return std::binary_search(recent.begin(), recent.end(), track.trackId);
+    });
+    return trackInfosOf(reader, mostPlayed(std::move(played), limit, minPlays));
   });
 }
 
 std::vector<TrackInfo> PlaybackHistory::fetchByHour(int from, int to, std::int64_t limit) const {
   return _database.read([&](sqlite::Reader& reader) {
-    return trackInfosOf(reader, tallyByHour(reader, from, to).top(limit));
+    return trackInfosOf(reader, mostPlayed(countPlays(playsByHour(reader, from, to)), limit));
   });
 }
 
 std::int64_t PlaybackHistory::countByHour(int from, int to) const {
-  return _database.read(
-      [&](sqlite::Reader& reader) { return tallyByHour(reader, from, to).tracks(); });
+  return _database.read([&](sqlite::Reader& reader) {
+    return static_cast<std::int64_t>(countPlays(playsByHour(reader, from, to)).size());
+  });
 }
 
 std::unordered_map<std::int64_t, TrackPlayStats> PlaybackHistory::fetchPlayStats(

@@ -1,5 +1,7 @@
 #include "library/queries/PlaylistPositions.h"
 
+#include <algorithm>
+
 namespace velorin {
 namespace {
 
@@ -35,11 +37,9 @@ void renumber(sqlite::Writer& writer, std::int64_t playlistId,
     const std::int64_t to = first + static_cast<std::int64_t>(i);
     if (entries[i].position != to) moves.push_back({entries[i].id, entries[i].position, to});
   }
-  // Rows that close up downwards, the lowest first, find their places empty. All others step aside
-  // first, beyond every position of the playlist, old and new.
+  // Where all go down, taken by their new places, each finds its place empty: who had it has gone
+  // further down. Else all step aside first, beyond every position of the playlist, old and new.
   const bool closeUp =
-      std::is_sorted(moves.begin(), moves.end(),
-                     [](const Move& a, const Move& b) { return a.from < b.from; }) &&
       std::all_of(moves.begin(), moves.end(), [](const Move& move) { return move.to < move.from; });
   if (!closeUp) {
     std::int64_t aside =

@@ -1,7 +1,7 @@
 #include "library/queries/Playlists.h"
 
+#include <algorithm>
 #include <map>
-#include <unordered_set>
 
 #include "foundation/Text.h"
 #include "library/queries/PlaylistPositions.h"
