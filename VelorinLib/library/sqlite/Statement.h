@@ -111,8 +111,9 @@ class Row {
 
   bool isNull(int column) const noexcept { return _statement.isNull(column); }
 
-  /// T: an integer type, bool, double, std::string, std::string_view (valid until the next row),
-  /// Blob, TimePoint (a text of another form reads as the clock's epoch), or an optional of one.
+  /// T: an integer type, bool, double, std::string, Blob, std::string_view or a span of bytes (both
+  /// valid until the next row), TimePoint (a text of another form reads as the clock's epoch), or
+  /// an optional of one.
   template <class T>
   T get(int column) const;
 
@@ -168,6 +169,8 @@ T Row::get(int column) const {
     return static_cast<T>(_statement.real(column));
   } else if constexpr (std::same_as<T, std::string_view>) {
     return _statement.text(column);
+  } else if constexpr (std::same_as<T, std::span<const std::byte>>) {
+    return _statement.blob(column);
   } else if constexpr (std::same_as<T, std::string>) {
     return std::string(_statement.text(column));
   } else if constexpr (std::same_as<T, TimePoint>) {

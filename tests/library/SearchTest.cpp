@@ -1,0 +1,215 @@
+// Searches against FTS5's own statements, over libraries with a history.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "library/TestLibrary.h"
+#include "library/queries/LibrarySearch.h"
+#include "library/search/FtsSegments.h"
+#include "library/search/PrefixMatches.h"
+
+namespace velorin {
+namespace {
+
+using test::TestLibrary;
+using Ids = std::vector<std::int64_t>;
+
+Ids idsOf(const std::vector<TrackInfo>& infos) {
+  Ids ids;
+  for (const TrackInfo& info : infos) ids.push_back(*info.track.id);
+  return ids;
+}
+
+TEST(SearchPattern, TakesTextAsWordsOnly) {
+  struct Case {
+    std::string text;
+    std::string match;
+    std::optional<std::vector<std::string>> prefixes;
+  };
+  const std::vector<std::string> none;
+  for (const Case& each : {
+           Case{"pink flo", "pink* flo*", {{"pink", "flo"}}},
+           Case{"  Pink \t FLO!\n", "pink* flo*", {{"pink", "flo"}}},
+           Case{"", "", none},
+           Case{"\"' ()*^:-+{}.,;?%_\\", "", none},
+           Case{"a AND b OR NOT c NEAR(d, 2)",
+                "a* and* b* or* not* c* near* d* 2*",
+                {{"a", "and", "b", "or", "not", "c", "near", "d", "2"}}},
+           Case{"title:x ^y \"z", "title* x* y* z*", {{"titl", "x", "y", "z"}}},
+           Case{std::string("a\0b", 3), "a* b*", {{"a", "b"}}},
+           Case{"rock-n-roll's", "rock* n* roll* s*", {{"rock", "n", "roll", "s"}}},
+           Case{"loving", "loving*", {{"love"}}},
+           Case{"Björk ÅNGSTRÖM", "bjÖrk", {}},
+           Case{"Кино 椎名 عمرو", "Кино* 椎名* عمرو*", {{"кино", "椎名", "عمرو"}}},
+           Case{"e\xcc\x81tude", "e\xcc\x81tude*", {{"etud"}}},
+           Case{"don’t", "don’t*", std::nullopt},
+           Case{"🎵", "🎵*", none},
+           Case{"🎵 a", "🎵* a*", {{"a"}}},
+       }) {
+    const SearchPattern pattern(each.text);
+    if (each.text.starts_with("Björk")) {
+      EXPECT_EQ(pattern.prefixes(), (std::vector<std::string>{"bjork", "angstrom"}));
+      continue;
+    }
+    EXPECT_EQ(pattern.match(), each.match) << each.text;
+    EXPECT_EQ(pattern.prefixes(), each.prefixes) << each.text;
+  }
+}
+
+TEST(LibrarySearch, FindsNamesOfAllScripts) {
+  TestLibrary library;
+  for (const auto& row : {
+           test::TrackRow{.title = "Wish You Were Here", .artist = "Pink Floyd", .album = "Wish"},
+           test::TrackRow{.title = "Jóga", .artist = "Björk", .album = "Homogenic"},
+           test::TrackRow{.title = "Группа крови", .artist = "Кино", .album = "1988"},
+           test::TrackRow{.title = "丸の内サディスティック", .artist = "椎名林檎", .album = "無罪"},
+           test::TrackRow{.title = "تملي معاك", .artist = "عمرو دياب", .album = "ليالي"},
+           test::TrackRow{.title = "Don’t Stop (Live)", .artist = "AC/DC", .album = "🎵 Notes"},
+       }) {
+    library.add(row);
+  }
+  LibrarySearch search(library.database());
+  struct Case {
+    std::string text;
+    Ids found;
+  };
+  for (const Case& each : {
+           Case{"pink flo", {1}},
+           Case{"floyd here wi", {1}},
+           Case{"ink", {}},
+           Case{"BJORK", {2}},
+           Case{"bjö jo", {2}},
+           Case{"кин гру", {3}},
+           Case{"КИНО", {3}},
+           Case{"丸の内", {4}},
+           Case{"椎名", {4}},
+           Case{"عمرو", {5}},
+           Case{"don't", {6}},
+           Case{"don’t st", {6}},
+           Case{"stop don’t", {6}},
+           Case{"ac dc", {6}},
+           Case{"ac/dc", {6}},
+           Case{"🎵", {}},
+           Case{"🎵 notes", {6}},
+           Case{"?!", {}},
+           Case{"", {}},
+           Case{"pink OR bjork", {}},
+           Case{"lived", {6}},
+           Case{"\xff\xfe\xc3", {}},
+           Case{std::string("pink\0flo", 8), {1}},
+           Case{std::string(1 << 20, '"'), {}},
+           Case{std::string(1 << 20, 'w'), {}},
+       }) {
+    EXPECT_EQ(idsOf(search.searchTracks(each.text)), each.found) << each.text.substr(0, 40);
+  }
+  std::string noise;
+  std::mt19937 random(1);
+  for (int i = 0; i < 1 << 20; ++i) noise += static_cast<char>(random());
+  EXPECT_TRUE(search.searchTracks(noise).empty());
+  EXPECT_TRUE(search.searchArtists(noise).empty());
+  EXPECT_TRUE(LibrarySearch(DatabaseHandle()).searchTracks("pink").empty());
+}
+
+/// A full-text table whose rows come, go and change over many transactions.
+class History {
+ public:
+  explicit History(unsigned seed) : _random(seed) {
+    // Pages so small that a doclist runs over several, and merges that stop half-way.
+    const int page = pick(2) == 0 ? 4050 : 40 + pick(200);
+    library.run("INSERT INTO tracks_fts(tracks_fts, rank) VALUES ('pgsz', ?)", page);
+    library.run("INSERT INTO tracks_fts(tracks_fts, rank) VALUES ('automerge', ?)", pick(5));
+    const int transactions = 1 + pick(12);
+    for (int i = 0; i < transactions; ++i) step(1 + pick(60));
+  }
+
+  std::string text(int most) {
+    // Short words over few letters: many terms share a beginning, and many rows a rank.
+    std::string text;
+    for (int words = pick(most) + 1; words > 0; --words) {
+      for (int letters = pick(4) + 1; letters > 0; --letters) {
+        text += static_cast<char>('a' + pick(3));
+      }
+      if (pick(12) == 0) text += "ing";
+      text += ' ';
+    }
+    return text;
+  }
+  int pick(int below) { return static_cast<int>(_random() % static_cast<unsigned>(below)); }
+
+  TestLibrary library;
+
+ private:
+  void step(int changes) {
+    library.queue().write([&](sqlite::Writer& writer) {
+      for (int i = 0; i < changes; ++i) {
+        // Up to here ids are in use or were once.
+        const int known = pick(std::max(1, _last));
+        const bool isNew = _last == 0 || pick(3) > 0;
+        if (!isNew) writer.run("DELETE FROM tracks_fts WHERE rowid = ?", known);
+        if (!isNew && pick(2) == 0) continue;
+        const int id = isNew ? (_last += 1 + pick(3)) : known;
+        if (id == 0) continue;
+        writer.run(
+            "INSERT INTO tracks_fts(rowid, title, artistName, albumTitle) "
+            "VALUES (?, ?, ?, ?)",
+            id, text(6), text(2), text(3));
+      }
+      if (pick(4) == 0) {
+        writer.run("INSERT INTO tracks_fts(tracks_fts, rank) VALUES ('merge', ?)", 1 + pick(4));
+      }
+    });
+  }
+
+  std::mt19937 _random;
+  int _last = 0;
+};
+
+TEST(PrefixMatches, AreThoseOfFts5ToTheLastBit) {
+  std::size_t found = 0;
+  for (unsigned seed = 0; seed < 150; ++seed) {
+    History history(seed);
+    history.library.queue().read([&](sqlite::Reader& reader) {
+      if (reader.first<int>("SELECT COUNT(*) FROM tracks_fts") == 0) return;
+      const RowSizes sizes = RowSizes::read(reader);
+      for (int i = 0; i < 12; ++i) {
+        const SearchPattern pattern(history.text(3));
+        const SearchMatches matches = matchesOfPrefixes(reader, sizes, *pattern.prefixes());
+        found += matches.size();
+        SearchMatches told;
+        reader.each(
+            "SELECT rowid, rank FROM tracks_fts WHERE tracks_fts MATCH ?",
+            [&](const sqlite::Row& row) { told.add(row.get<std::int64_t>(0), row.get<double>(1)); },
+            pattern.match());
+        ASSERT_EQ(matches.all(), told.all()) << seed << ": " << pattern.match();
+        for (const auto& [limit, offset] : {std::pair{-1, 0}, {5, 0}, {7, 3}, {1000, 4}, {0, 0}}) {
+          ASSERT_EQ(matches.byRelevance(limit, offset),
+                    reader.column<std::int64_t>("SELECT rowid FROM tracks_fts WHERE tracks_fts "
+                                                "MATCH ? ORDER BY rank LIMIT ? OFFSET ?",
+                                                pattern.match(), limit, offset))
+              << seed << ": " << pattern.match() << ' ' << limit << ' ' << offset;
+        }
+      }
+    });
+  }
+  EXPECT_GT(found, 10'000U);
+}
+
+TEST(PrefixMatches, LeaveWhatTheyDoNotKnowToFts5) {
+  for (const char* sql : {
+           "UPDATE tracks_fts_config SET v = 5 WHERE k = 'version'",
+           "UPDATE tracks_fts_docsize SET id = 9000000000000 WHERE id = 2",
+           "UPDATE tracks_fts_docsize SET sz = x'ff' WHERE id = 2",
+       }) {
+    TestLibrary library;
+    library.add({.title = "One"});
+    library.add({.title = "Two"});
+    LibrarySearch search(library.database());
+    EXPECT_EQ(idsOf(search.searchTracks("on")), Ids{1});
+    library.run(sql);
+    library.add({.title = "Once more"});
+    EXPECT_EQ(idsOf(search.searchTracks("on")), (Ids{1, 3})) << sql;
+  }
+}
+
+}  // namespace
+}  // namespace velorin
