@@ -1,5 +1,7 @@
 #include "library/queries/AlbumListings.h"
 
+#include <fmt/format.h>
+
 #include "library/queries/FocusSQL.h"
 #include "library/queries/Like.h"
 #include "library/queries/SortText.h"
@@ -8,15 +10,16 @@
 namespace velorin {
 namespace {
 
-const std::string kAlbumInfoRequest =
-    "SELECT " + rows::kAlbumColumns + ", " + rows::kArtistColumns + R"(,
+const std::string kAlbumInfoRequest = fmt::format(R"(
+SELECT {}, {},
        COUNT(t.id) AS trackCount,
        COALESCE(SUM(t.duration), 0) AS totalDuration,
        MAX(t.sampleRate) AS maxSampleRate,
        MAX(t.bitDepth) AS maxBitDepth
 FROM albums
 JOIN artists ON artists.id = albums.artistId
-LEFT JOIN tracks t ON t.albumId = albums.id)";
+LEFT JOIN tracks t ON t.albumId = albums.id)",
+                                                  rows::kAlbumColumns, rows::kArtistColumns);
 
 AlbumInfo albumInfoOf(const sqlite::Row& row) {
   AlbumInfo info;
@@ -41,7 +44,7 @@ std::vector<AlbumInfo> albumInfos(sqlite::Reader& reader, const std::string& tai
 SqlFragment joinCondition(const std::optional<FocusFilter>& focus) {
   auto fragment = focusSQL(focus);
   if (!fragment) return {};
-  return {" AND " + withAlias(std::move(fragment->text), "tracks", "t"),
+  return {fmt::format(" AND {}", withAlias(std::move(fragment->text), "tracks", "t")),
           std::move(fragment->arguments)};
 }
 
@@ -50,23 +53,22 @@ SqlFragment joinCondition(const std::optional<FocusFilter>& focus) {
 std::vector<AlbumInfo> AlbumListings::fetchAlbumInfos(
     const AlbumSort& sort, const std::optional<FocusFilter>& focus) const {
   const SqlFragment condition = joinCondition(focus);
-  return _database.read([&](sqlite::Reader& reader) {
-    return albumInfos(reader, condition.text + R"(
+  const std::string tail = fmt::format(R"({}
 GROUP BY albums.id
 HAVING trackCount > 0
-ORDER BY )" + orderText(sort),
-                      condition.arguments);
-  });
+ORDER BY {})",
+                                       condition.text, orderText(sort));
+  return _database.read(
+      [&](sqlite::Reader& reader) { return albumInfos(reader, tail, condition.arguments); });
 }
 
 std::vector<AlbumInfo> AlbumListings::fetchAlbumInfosForArtist(std::int64_t artistId) const {
-  return _database.read([&](sqlite::Reader& reader) {
-    return albumInfos(reader, std::string(R"(
+  const std::string tail = fmt::format(R"(
 WHERE albums.artistId = ?
 GROUP BY albums.id
-ORDER BY )") + kAlbumOrderWithinArtist,
-                      artistId);
-  });
+ORDER BY {})",
+                                       kAlbumOrderWithinArtist);
+  return _database.read([&](sqlite::Reader& reader) { return albumInfos(reader, tail, artistId); });
 }
 
 std::vector<AlbumInfo> AlbumListings::searchAlbums(std::string_view text, const AlbumSort& sort,
@@ -74,14 +76,14 @@ std::vector<AlbumInfo> AlbumListings::searchAlbums(std::string_view text, const 
   const SqlFragment condition = joinCondition(focus);
   const std::string pattern = "%" + escapedForLike(text) + "%";
   // Without a focus an album stands even when its last track has just gone.
-  const char* const having = condition.text.empty() ? "" : "\nHAVING trackCount > 0";
-  return _database.read([&](sqlite::Reader& reader) {
-    return albumInfos(reader,
-                      condition.text + R"(
+  const std::string tail = fmt::format(
+      R"({}
 WHERE (albums.title LIKE ? ESCAPE '\' OR artists.name LIKE ? ESCAPE '\')
-GROUP BY albums.id)" + having +
-                          "\nORDER BY " + orderText(sort),
-                      condition.arguments, pattern, pattern);
+GROUP BY albums.id{}
+ORDER BY {})",
+      condition.text, condition.text.empty() ? "" : "\nHAVING trackCount > 0", orderText(sort));
+  return _database.read([&](sqlite::Reader& reader) {
+    return albumInfos(reader, tail, condition.arguments, pattern, pattern);
   });
 }
 
@@ -91,10 +93,10 @@ std::unordered_map<std::int64_t, std::int64_t> AlbumListings::fetchArtworkAlbumI
     std::unordered_map<std::int64_t, std::int64_t> albumIds;
     sqlite::forEachSlice(artistIds, [&](std::span<const std::int64_t> slice) {
       reader.each(
-          R"(
+          fmt::format(R"(
 SELECT artistId, MIN(id) AS albumId FROM albums
-WHERE artistId IN ()" +
-              sqlite::placeholders(slice.size()) + ") GROUP BY artistId",
+WHERE artistId IN ({}) GROUP BY artistId)",
+                      sqlite::placeholders(slice.size())),
           [&](const sqlite::Row& row) {
             albumIds.emplace(row.get<std::int64_t>(0), row.get<std::int64_t>(1));
           },

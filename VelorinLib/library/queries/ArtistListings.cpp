@@ -1,5 +1,7 @@
 #include "library/queries/ArtistListings.h"
 
+#include <fmt/format.h>
+
 #include <unordered_map>
 
 #include "library/queries/FocusSQL.h"
@@ -64,16 +66,18 @@ std::vector<ArtistListings::Totals> ArtistListings::aggregate(
     totals.push_back({.artistId = id});
   });
 
-  const auto filter = focusSQL(focus);
-  const std::string where =
-      filter ? "\nWHERE " + withAlias(withAlias(filter->text, "tracks", "t"), "albums", "al") : "";
-  AlbumCounter albums(totals.size());
-  reader.each(
-      R"(
+  std::string sql = R"(
 SELECT t.artistId, al.id, t.duration
 FROM tracks t
-LEFT JOIN albums al ON al.id = t.albumId)" +
-          where,
+LEFT JOIN albums al ON al.id = t.albumId)";
+  const auto filter = focusSQL(focus);
+  if (filter) {
+    sql += "\nWHERE ";
+    sql += withAlias(withAlias(filter->text, "tracks", "t"), "albums", "al");
+  }
+  AlbumCounter albums(totals.size());
+  reader.each(
+      sql,
       [&](const sqlite::Row& row) {
         const auto found = indexes.find(row.get<std::int64_t>(0));
         if (found == indexes.end()) return;
@@ -113,7 +117,8 @@ std::vector<ArtistInfo> ArtistListings::named(sqlite::Reader& reader,
   std::unordered_map<std::int64_t, std::string> names;
   sqlite::forEachSlice(ids, [&](std::span<const std::int64_t> slice) {
     reader.each(
-        "SELECT id, name FROM artists WHERE id IN (" + sqlite::placeholders(slice.size()) + ")",
+        fmt::format("SELECT id, name FROM artists WHERE id IN ({})",
+                    sqlite::placeholders(slice.size())),
         [&](const sqlite::Row& row) {
           names.emplace(row.get<std::int64_t>(0), row.get<std::string>(1));
         },

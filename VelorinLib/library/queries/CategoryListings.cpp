@@ -1,5 +1,7 @@
 #include "library/queries/CategoryListings.h"
 
+#include <fmt/format.h>
+
 #include "library/queries/Spellings.h"
 
 namespace velorin {
@@ -11,8 +13,9 @@ std::vector<CategoryInfo> aggregate(sqlite::Reader& reader, const std::string& c
   Spellings names;
   // Through the column's index the rows would be met in the order of the names, which is to say
   // all over the table: one walk from end to end takes a fraction of that.
-  reader.each("SELECT " + column + ", duration FROM tracks NOT INDEXED WHERE " + column +
-                  " IS NOT NULL AND " + column + " != ''",
+  reader.each(fmt::format("SELECT {0}, duration FROM tracks NOT INDEXED "
+                          "WHERE {0} IS NOT NULL AND {0} != ''",
+                          column),
               [&](const sqlite::Row& row) {
                 const auto spelling = row.get<std::string_view>(0);
                 const std::size_t index = names.indexOf(spelling);
@@ -84,15 +87,15 @@ std::vector<std::string> CategoryListings::fetchAllComposers() const {
 
 std::vector<std::string> CategoryListings::fetchAll(const std::string& column) const {
   // From each name the index leads to the next one, past the tracks that share it.
-  const std::string sql = R"(
+  const std::string sql = fmt::format(R"(
 WITH RECURSIVE found(name) AS (
-  SELECT MIN()" + column + R"() FROM tracks
+  SELECT MIN({0}) FROM tracks
   UNION ALL
-  SELECT (SELECT MIN()" + column +
-                          ") FROM tracks WHERE " + column + R"( > found.name)
+  SELECT (SELECT MIN({0}) FROM tracks WHERE {0} > found.name)
   FROM found WHERE found.name IS NOT NULL
 )
-SELECT name FROM found WHERE name IS NOT NULL ORDER BY name COLLATE NOCASE, name)";
+SELECT name FROM found WHERE name IS NOT NULL ORDER BY name COLLATE NOCASE, name)",
+                                      column);
   return _database.read([&](sqlite::Reader& reader) { return reader.column<std::string>(sql); });
 }
 

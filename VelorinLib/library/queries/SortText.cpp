@@ -1,5 +1,7 @@
 #include "library/queries/SortText.h"
 
+#include <fmt/format.h>
+
 #include <array>
 #include <cstddef>
 #include <span>
@@ -79,23 +81,25 @@ std::string orderText(const AlbumSort& sort) {
 
 std::string orderText(const ArtistSort& sort) {
   constexpr const char* kName = "a.name COLLATE NOCASE";
-  const std::string way(direction(sort.ascending));
+  const auto way = direction(sort.ascending);
   switch (sort.column) {
     case ArtistSortColumn::albumCount:
-      return "albumCount" + way + ", " + kName;
+      return fmt::format("albumCount{}, {}", way, kName);
     case ArtistSortColumn::songCount:
-      return "trackCount" + way + ", " + kName;
+      return fmt::format("trackCount{}, {}", way, kName);
     case ArtistSortColumn::name:
       break;
   }
-  return kName + way;
+  return fmt::format("{}{}", kName, way);
 }
 
 std::string orderText(const CategorySort& sort) {
   constexpr const char* kName = "name COLLATE NOCASE";
-  const std::string way(direction(sort.ascending));
-  if (sort.column == CategorySortColumn::songCount) return "trackCount" + way + ", " + kName;
-  return kName + way;
+  const auto way = direction(sort.ascending);
+  if (sort.column == CategorySortColumn::songCount) {
+    return fmt::format("trackCount{}, {}", way, kName);
+  }
+  return fmt::format("{}{}", kName, way);
 }
 
 }  // namespace velorin
