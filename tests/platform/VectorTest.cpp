@@ -84,6 +84,37 @@ const Operation kOperations[] = {
        std::memcpy(out, &in.a[o], n * 4);
        subtract(as<float>(out), &in.b[o], as<float>(out), n);
      }},
+    {"multiply", 4, true,
+     [](auto& in, auto o, auto n, auto* out) { multiply(&in.a[o], &in.b[o], as<float>(out), n); }},
+    {"weightedSum in place", 4, true,
+     [](auto& in, auto o, auto n, auto* out) {
+       std::memcpy(out, &in.b[o], n * 4);
+       weightedSum(as<float>(out), 0.7f, &in.a[o], -1.3f, as<float>(out), n);
+     }},
+    {"negate", 4, true,
+     [](auto& in, auto o, auto n, auto* out) { negate(&in.a[o], as<float>(out), n); }},
+    {"absolute", 4, true,
+     [](auto& in, auto o, auto n, auto* out) { absolute(&in.a[o], as<float>(out), n); }},
+    {"square", 4, true,
+     [](auto& in, auto o, auto n, auto* out) { square(&in.a[o], as<float>(out), n); }},
+    {"squareRoot", 4, true,
+     [](auto& in, auto o, auto n, auto* out) { squareRoot(&in.a[o], as<float>(out), n); }},
+    {"roundToNearest", 4, true,
+     [](auto& in, auto o, auto n, auto* out) {
+       multiplyByScalar(&in.a[o], 5e6f, as<float>(out), n);
+       roundToNearest(as<float>(out), as<float>(out), n);
+     }},
+    {"tanh", 4, true,
+     [](auto& in, auto o, auto n, auto* out) {
+       multiplyByScalar(&in.a[o], 5, as<float>(out), n);
+       vector::tanh(as<float>(out), as<float>(out), n);
+     }},
+    {"swap", 8, true,
+     [](auto& in, auto o, auto n, auto* out) {
+       std::memcpy(out, &in.a[o], n * 4);
+       std::memcpy(out + 4 * n, &in.b[o], n * 4);
+       vector::swap(as<float>(out), as<float>(out) + n, n);
+     }},
     {"clip", 4, true,
      [](auto& in, auto o, auto n, auto* out) { clip(&in.a[o], -0.5f, 0.25f, as<float>(out), n); }},
     {"maxMagnitude", 0, true,
@@ -253,6 +284,67 @@ TEST(Vector, ConversionsSaturateAndRoundAsStated) {
     EXPECT_EQ((std::vector<float>(converted, converted + 3)),
               (std::vector<float>{16'777'216.0f, 16'777'220.0f, -2147483648.0f}));
   }
+}
+
+TEST(Vector, ArithmeticIsWhatTheHeaderSays) {
+  for (const Level level : availableLevels()) {
+    SCOPED_TRACE(static_cast<int>(level));
+    const AtLevel tested(level);
+    const std::vector<float> in = {0.0f,  -0.0f,      0.5f,        1.5f,        2.5f,  -0.3f,
+                                   4.0f,  8388607.5f, -8388609.0f, kInfinity,   -2.5f, 9.0f,
+                                   0.25f, 3e9f,       0.49999997f, -0.49999997f};
+    const std::size_t n = in.size();
+    std::vector<float> out(n);
+    const auto check = [&](const char* name, auto expected) {
+      for (std::size_t i = 0; i < n; ++i) {
+        const float wanted = expected(in[i]);
+        if (std::isnan(wanted) && std::isnan(out[i])) continue;
+        EXPECT_EQ(std::bit_cast<std::uint32_t>(out[i]), std::bit_cast<std::uint32_t>(wanted))
+            << name << " of " << in[i] << " gives " << out[i];
+      }
+    };
+    roundToNearest(in.data(), out.data(), n);
+    check("roundToNearest", [](float x) { return static_cast<float>(std::nearbyint(double{x})); });
+    negate(in.data(), out.data(), n);
+    check("negate", [](float x) { return std::copysign(x, std::signbit(x) ? 1.0f : -1.0f); });
+    absolute(in.data(), out.data(), n);
+    check("absolute", [](float x) { return std::copysign(x, 1.0f); });
+    squareRoot(in.data(), out.data(), n);
+    check("squareRoot", [](float x) { return static_cast<float>(std::sqrt(double{x})); });
+    square(in.data(), out.data(), n);
+    check("square", [](float x) { return static_cast<float>(double{x} * x); });
+    weightedSum(in.data(), 3, in.data(), -0.5f, out.data(), n);
+    check("weightedSum", [](float x) { return x * 3 + x * -0.5f; });
+    vector::swap(out.data(), out.data() + n / 2, n / 2);
+    EXPECT_EQ(out[n / 2 + 2], 1.25f);
+  }
+}
+
+TEST(Vector, TanhStaysWithinItsBound) {
+  // Every 997th positive float up to 10, and the same with the sign turned round.
+  std::vector<float> in;
+  for (std::uint32_t bits = 1; bits < std::bit_cast<std::uint32_t>(10.0f); bits += 997) {
+    in.push_back(std::bit_cast<float>(bits));
+  }
+  std::vector<float> out(in.size());
+  vector::tanh(in.data(), out.data(), in.size());
+  double worst = 0;
+  for (std::size_t i = 0; i < in.size(); ++i) {
+    const double exact = std::tanh(double{in[i]});
+    const auto nearest = static_cast<float>(exact);
+    const double unit = double{nearest} - double{std::nextafter(nearest, 0.0f)};
+    worst = std::max(worst, std::abs(out[i] - exact) / unit);
+    ASSERT_LE(out[i], 1.0f);
+    if (in[i] < 0x1p-14f || in[i] >= 9.1f) {
+      ASSERT_EQ(out[i], in[i] < 1 ? in[i] : 1.0f);
+    }
+  }
+  EXPECT_LE(worst, 1.5);
+  std::vector<float> mirrored(in.size());
+  negate(in.data(), mirrored.data(), in.size());
+  vector::tanh(mirrored.data(), mirrored.data(), in.size());
+  negate(mirrored.data(), mirrored.data(), in.size());
+  EXPECT_EQ(mirrored, out);
 }
 
 constexpr PCMWord kWords[] = {PCMWord::int16, PCMWord::int24Packed, PCMWord::int24Low,

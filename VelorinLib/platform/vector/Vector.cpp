@@ -97,6 +97,43 @@ void subtract(const float* a, const float* b, float* out, std::size_t count) noe
   activeKernels().subtract(a, b, out, count);
 }
 
+void multiply(const float* a, const float* b, float* out, std::size_t count) noexcept {
+  activeKernels().multiply(a, b, out, count);
+}
+
+void weightedSum(const float* a, float gainA, const float* b, float gainB, float* out,
+                 std::size_t count) noexcept {
+  activeKernels().weightedSum(a, gainA, b, gainB, out, count);
+}
+
+void negate(const float* in, float* out, std::size_t count) noexcept {
+  activeKernels().negate(in, out, count);
+}
+
+void absolute(const float* in, float* out, std::size_t count) noexcept {
+  activeKernels().absolute(in, out, count);
+}
+
+void square(const float* in, float* out, std::size_t count) noexcept {
+  activeKernels().square(in, out, count);
+}
+
+void squareRoot(const float* in, float* out, std::size_t count) noexcept {
+  activeKernels().squareRoot(in, out, count);
+}
+
+void roundToNearest(const float* in, float* out, std::size_t count) noexcept {
+  activeKernels().roundToNearest(in, out, count);
+}
+
+void tanh(const float* in, float* out, std::size_t count) noexcept {
+  activeKernels().tanh(in, out, count);
+}
+
+void swap(float* a, float* b, std::size_t count) noexcept {
+  activeKernels().swap(a, b, count);
+}
+
 void clip(const float* in, float low, float high, float* out, std::size_t count) noexcept {
   activeKernels().clip(in, low, high, out, count);
 }

@@ -34,6 +34,35 @@ void add(const float* a, const float* b, float* out, std::size_t count) noexcept
 /// out[i] = a[i] - b[i]
 void subtract(const float* a, const float* b, float* out, std::size_t count) noexcept;
 
+/// out[i] = a[i] * b[i]
+void multiply(const float* a, const float* b, float* out, std::size_t count) noexcept;
+
+/// out[i] = a[i] * gainA + b[i] * gainB, with three roundings
+void weightedSum(const float* a, float gainA, const float* b, float gainB, float* out,
+                 std::size_t count) noexcept;
+
+/// out[i] = -in[i], zeros and infinities included
+void negate(const float* in, float* out, std::size_t count) noexcept;
+
+/// out[i] = |in[i]|
+void absolute(const float* in, float* out, std::size_t count) noexcept;
+
+/// out[i] = in[i] * in[i]
+void square(const float* in, float* out, std::size_t count) noexcept;
+
+/// out[i] = the square root, correctly rounded; NaN below zero, -0 for -0.
+void squareRoot(const float* in, float* out, std::size_t count) noexcept;
+
+/// out[i] = the nearest whole number, ties to even, with the sign of in[i] where that is 0.
+void roundToNearest(const float* in, float* out, std::size_t count) noexcept;
+
+/// out[i] = tanh(in[i]) to within 1.5 units in the last place (1.34 for the worst of all floats),
+/// odd, rising, never beyond 1; in[i] itself below 2^-14 in size, 1 or -1 from 9.1 on.
+void tanh(const float* in, float* out, std::size_t count) noexcept;
+
+/// Exchanges two runs, which must not overlap.
+void swap(float* a, float* b, std::size_t count) noexcept;
+
 /// out[i] = in[i] held within low..high (low <= high). A NaN counts as 0.
 void clip(const float* in, float low, float high, float* out, std::size_t count) noexcept;
 

@@ -54,6 +54,24 @@ inline F nanToZero(F a) {
 inline F magnitude(F a) {
   return _mm256_andnot_ps(_mm256_set1_ps(-0.0f), a);
 }
+inline F negated(F a) {
+  return _mm256_xor_ps(a, _mm256_set1_ps(-0.0f));
+}
+inline F withSign(F size, F sign) {
+  return _mm256_or_ps(size, _mm256_and_ps(sign, _mm256_set1_ps(-0.0f)));
+}
+inline F whereNotLess(F value, F limit, F a, F b) {
+  return _mm256_blendv_ps(b, a, _mm256_cmp_ps(value, limit, _CMP_GE_OQ));
+}
+inline F divide(F a, F b) {
+  return _mm256_div_ps(a, b);
+}
+inline F root(F a) {
+  return _mm256_sqrt_ps(a);
+}
+inline F rounded(F a) {
+  return _mm256_round_ps(a, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+}
 
 inline I load(const std::int32_t* in) {
   return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in));
@@ -75,6 +93,10 @@ inline I shiftLeft(I a, __m128i distance) {
 }
 inline I shiftRight(I a, __m128i distance) {
   return _mm256_sra_epi32(a, distance);
+}
+inline F powerOfTwo(I exponent) {
+  return _mm256_castsi256_ps(
+      _mm256_slli_epi32(_mm256_add_epi32(exponent, _mm256_set1_epi32(127)), 23));
 }
 inline F toFloat(I a) {
   return _mm256_cvtepi32_ps(a);

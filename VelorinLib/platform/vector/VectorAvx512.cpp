@@ -11,9 +11,10 @@
 #pragma clang attribute push(__attribute__((target("avx512f,avx512bw,avx512vl"))), \
                              apply_to = function)
 #else
-// The undefined pass-through operands of g++ 12's own intrinsics trip this warning (GCC bug
+// The undefined pass-through operands of g++ 12's own intrinsics trip these warnings (GCC bug
 // 105593).
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
 #pragma GCC push_options
 #pragma GCC target("avx512f,avx512bw,avx512vl")
 #endif
@@ -57,6 +58,28 @@ inline F nanToZero(F a) {
 inline F magnitude(F a) {
   return _mm512_abs_ps(a);
 }
+inline F negated(F a) {
+  // The float form of the exclusive or came with another extension.
+  return _mm512_castsi512_ps(
+      _mm512_xor_si512(_mm512_castps_si512(a), _mm512_set1_epi32(INT32_MIN)));
+}
+inline F withSign(F size, F sign) {
+  // Per bit: the sign's where the mask is set, else the size's.
+  return _mm512_castsi512_ps(_mm512_ternarylogic_epi32(
+      _mm512_set1_epi32(INT32_MIN), _mm512_castps_si512(sign), _mm512_castps_si512(size), 0xca));
+}
+inline F whereNotLess(F value, F limit, F a, F b) {
+  return _mm512_mask_blend_ps(_mm512_cmp_ps_mask(value, limit, _CMP_GE_OQ), b, a);
+}
+inline F divide(F a, F b) {
+  return _mm512_div_ps(a, b);
+}
+inline F root(F a) {
+  return _mm512_sqrt_ps(a);
+}
+inline F rounded(F a) {
+  return _mm512_roundscale_ps(a, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+}
 
 inline I load(const std::int32_t* in) {
   return _mm512_loadu_si512(in);
@@ -78,6 +101,10 @@ inline I shiftLeft(I a, __m128i distance) {
 }
 inline I shiftRight(I a, __m128i distance) {
   return _mm512_sra_epi32(a, distance);
+}
+inline F powerOfTwo(I exponent) {
+  return _mm512_castsi512_ps(
+      _mm512_slli_epi32(_mm512_add_epi32(exponent, _mm512_set1_epi32(127)), 23));
 }
 inline F toFloat(I a) {
   return _mm512_cvtepi32_ps(a);

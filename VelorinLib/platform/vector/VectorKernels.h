@@ -19,6 +19,15 @@ struct Kernels {
   void (*multiplyAdd)(const float*, float, float*, std::size_t) noexcept;
   void (*add)(const float*, const float*, float*, std::size_t) noexcept;
   void (*subtract)(const float*, const float*, float*, std::size_t) noexcept;
+  void (*multiply)(const float*, const float*, float*, std::size_t) noexcept;
+  void (*weightedSum)(const float*, float, const float*, float, float*, std::size_t) noexcept;
+  void (*negate)(const float*, float*, std::size_t) noexcept;
+  void (*absolute)(const float*, float*, std::size_t) noexcept;
+  void (*square)(const float*, float*, std::size_t) noexcept;
+  void (*squareRoot)(const float*, float*, std::size_t) noexcept;
+  void (*roundToNearest)(const float*, float*, std::size_t) noexcept;
+  void (*tanh)(const float*, float*, std::size_t) noexcept;
+  void (*swap)(float*, float*, std::size_t) noexcept;
   void (*clip)(const float*, float, float, float*, std::size_t) noexcept;
   float (*maxMagnitude)(const float*, std::size_t) noexcept;
   void (*int16ToFloat)(const std::int16_t*, float, float*, std::size_t) noexcept;

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <span>
+#include <utility>
 
 #include "platform/vector/VectorKernels.h"
 
@@ -46,6 +48,30 @@ void deinterleavePairs(const std::byte* in, void* a, void* b, std::size_t count)
   }
 }
 
+// The constants are those of the SIMD kernels, the order of the operations, too.
+float polynomial(std::span<const float> coefficients, float x) noexcept {
+  float sum = coefficients[0];
+  for (const float coefficient : coefficients.subspan(1)) sum = sum * x + coefficient;
+  return sum;
+}
+
+// A polynomial near zero; elsewhere 1 - 2 / (exp(2|x|) + 1), with 2|x| = k ln 2 + r.
+float tanhOf(float x) noexcept {
+  namespace c = tanh_constants;
+  const float size = std::fabs(x);
+  if (!(size >= c::kNear)) {
+    const float u = x * x;
+    return x + x * u * polynomial(c::kTanh, u);
+  }
+  const float t = size + size < c::kLimit ? size + size : c::kLimit;
+  const float k = std::nearbyint(t * c::kLog2OfE);
+  const float r = (t - k * c::kLn2High) - k * c::kLn2Low;
+  const float p = r + r * r * polynomial(c::kExp, r);
+  const float power = std::ldexp(1.0f, static_cast<int>(k));
+  const float exponential = power + power * p;
+  return std::copysign(1.0f - 2.0f / (exponential + 1.0f), x);
+}
+
 }  // namespace
 
 void fill(float value, float* out, std::size_t count) noexcept {
@@ -66,6 +92,43 @@ void add(const float* a, const float* b, float* out, std::size_t count) noexcept
 
 void subtract(const float* a, const float* b, float* out, std::size_t count) noexcept {
   for (std::size_t i = 0; i < count; ++i) out[i] = a[i] - b[i];
+}
+
+void multiply(const float* a, const float* b, float* out, std::size_t count) noexcept {
+  for (std::size_t i = 0; i < count; ++i) out[i] = a[i] * b[i];
+}
+
+void weightedSum(const float* a, float gainA, const float* b, float gainB, float* out,
+                 std::size_t count) noexcept {
+  for (std::size_t i = 0; i < count; ++i) out[i] = a[i] * gainA + b[i] * gainB;
+}
+
+void negate(const float* in, float* out, std::size_t count) noexcept {
+  for (std::size_t i = 0; i < count; ++i) out[i] = -in[i];
+}
+
+void absolute(const float* in, float* out, std::size_t count) noexcept {
+  for (std::size_t i = 0; i < count; ++i) out[i] = std::fabs(in[i]);
+}
+
+void square(const float* in, float* out, std::size_t count) noexcept {
+  for (std::size_t i = 0; i < count; ++i) out[i] = in[i] * in[i];
+}
+
+void squareRoot(const float* in, float* out, std::size_t count) noexcept {
+  for (std::size_t i = 0; i < count; ++i) out[i] = std::sqrt(in[i]);
+}
+
+void roundToNearest(const float* in, float* out, std::size_t count) noexcept {
+  for (std::size_t i = 0; i < count; ++i) out[i] = std::nearbyint(in[i]);
+}
+
+void tanh(const float* in, float* out, std::size_t count) noexcept {
+  for (std::size_t i = 0; i < count; ++i) out[i] = tanhOf(in[i]);
+}
+
+void swap(float* a, float* b, std::size_t count) noexcept {
+  for (std::size_t i = 0; i < count; ++i) std::swap(a[i], b[i]);
 }
 
 void clip(const float* in, float low, float high, float* out, std::size_t count) noexcept {
@@ -195,6 +258,15 @@ const Kernels kScalarKernels = {
     .multiplyAdd = scalar::multiplyAdd,
     .add = scalar::add,
     .subtract = scalar::subtract,
+    .multiply = scalar::multiply,
+    .weightedSum = scalar::weightedSum,
+    .negate = scalar::negate,
+    .absolute = scalar::absolute,
+    .square = scalar::square,
+    .squareRoot = scalar::squareRoot,
+    .roundToNearest = scalar::roundToNearest,
+    .tanh = scalar::tanh,
+    .swap = scalar::swap,
     .clip = scalar::clip,
     .maxMagnitude = scalar::maxMagnitude,
     .int16ToFloat = scalar::int16ToFloat,

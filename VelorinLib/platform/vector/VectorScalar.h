@@ -5,6 +5,26 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace velorin::vector::tanh_constants {
+
+inline constexpr float kNear = 0.625f;  ///< below, the polynomial in x^2 serves
+inline constexpr float kLimit = 20;     ///< of 2|x|: from there on tanh is 1
+inline constexpr float kLog2OfE = 1.44269504f;
+/// ln 2 in two parts; the first has so few bits that its multiples up to 30 are exact.
+inline constexpr float kLn2High = 0.693359375f;
+inline constexpr float kLn2Low = -2.12194440e-4f;
+
+// Polynomials of least largest relative error, highest power first.
+
+/// (tanh(x) / x - 1) / x^2 in powers of x^2: tanh to 4.5e-9 below kNear.
+inline constexpr float kTanh[] = {-5.70110232e-3f, 2.06357464e-2f, -5.37387356e-2f, 1.33314312e-1f,
+                                  -3.33332807e-1f};
+/// (exp(r) - 1 - r) / r^2: exp(r) - 1 to 1.4e-8 for |r| <= ln 2 / 2.
+inline constexpr float kExp[] = {1.38824573e-3f, 8.36654566e-3f, 4.16672006e-2f, 1.66665435e-1f,
+                                 4.99999970e-1f};
+
+}  // namespace velorin::vector::tanh_constants
+
 namespace velorin::vector::scalar {
 
 // Contracts: Vector.h and VectorKernels.h.
@@ -13,6 +33,16 @@ void multiplyByScalar(const float* in, float factor, float* out, std::size_t cou
 void multiplyAdd(const float* in, float factor, float* accumulator, std::size_t count) noexcept;
 void add(const float* a, const float* b, float* out, std::size_t count) noexcept;
 void subtract(const float* a, const float* b, float* out, std::size_t count) noexcept;
+void multiply(const float* a, const float* b, float* out, std::size_t count) noexcept;
+void weightedSum(const float* a, float gainA, const float* b, float gainB, float* out,
+                 std::size_t count) noexcept;
+void negate(const float* in, float* out, std::size_t count) noexcept;
+void absolute(const float* in, float* out, std::size_t count) noexcept;
+void square(const float* in, float* out, std::size_t count) noexcept;
+void squareRoot(const float* in, float* out, std::size_t count) noexcept;
+void roundToNearest(const float* in, float* out, std::size_t count) noexcept;
+void tanh(const float* in, float* out, std::size_t count) noexcept;
+void swap(float* a, float* b, std::size_t count) noexcept;
 void clip(const float* in, float low, float high, float* out, std::size_t count) noexcept;
 float maxMagnitude(const float* in, std::size_t count) noexcept;
 void int16ToFloat(const std::int16_t* in, float factor, float* out, std::size_t count) noexcept;

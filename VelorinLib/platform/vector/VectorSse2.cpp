@@ -47,6 +47,31 @@ inline F nanToZero(F a) {
 inline F magnitude(F a) {
   return _mm_andnot_ps(_mm_set1_ps(-0.0f), a);
 }
+inline F negated(F a) {
+  return _mm_xor_ps(a, _mm_set1_ps(-0.0f));
+}
+inline F withSign(F size, F sign) {
+  return _mm_or_ps(size, _mm_and_ps(sign, _mm_set1_ps(-0.0f)));
+}
+// Per lane: `a` where value >= limit, else (NaNs, too) `b`.
+inline F whereNotLess(F value, F limit, F a, F b) {
+  const F mask = _mm_cmpge_ps(value, limit);
+  return _mm_or_ps(_mm_and_ps(mask, a), _mm_andnot_ps(mask, b));
+}
+inline F divide(F a, F b) {
+  return _mm_div_ps(a, b);
+}
+inline F root(F a) {
+  return _mm_sqrt_ps(a);
+}
+inline F rounded(F a) {
+  // From 2^23 on every float is whole; below, adding it leaves no bit for a fraction.
+  const F whole = _mm_set1_ps(0x1p23f);
+  const F size = magnitude(a);
+  const F small = withSign(_mm_sub_ps(_mm_add_ps(size, whole), whole), a);
+  const F isSmall = _mm_cmplt_ps(size, whole);
+  return _mm_or_ps(_mm_and_ps(isSmall, small), _mm_andnot_ps(isSmall, a));
+}
 
 inline I load(const std::int32_t* in) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
@@ -71,6 +96,9 @@ inline I shiftLeft(I a, __m128i distance) {
 }
 inline I shiftRight(I a, __m128i distance) {
   return _mm_sra_epi32(a, distance);
+}
+inline F powerOfTwo(I exponent) {
+  return _mm_castsi128_ps(_mm_slli_epi32(_mm_add_epi32(exponent, _mm_set1_epi32(127)), 23));
 }
 inline F toFloat(I a) {
   return _mm_cvtepi32_ps(a);

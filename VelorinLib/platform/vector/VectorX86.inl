@@ -42,6 +42,94 @@ void subtract(const float* a, const float* b, float* out, std::size_t count) noe
   scalar::subtract(a + i, b + i, out + i, count - i);
 }
 
+void multiply(const float* a, const float* b, float* out, std::size_t count) noexcept {
+  std::size_t i = 0;
+  for (; i + kLanes <= count; i += kLanes) store(out + i, multiply(load(a + i), load(b + i)));
+  scalar::multiply(a + i, b + i, out + i, count - i);
+}
+
+void weightedSum(const float* a, float gainA, const float* b, float gainB, float* out, std::size_t count) noexcept {
+  const F gainsA = broadcast(gainA);
+  const F gainsB = broadcast(gainB);
+  std::size_t i = 0;
+  for (; i + kLanes <= count; i += kLanes) store(out + i, plus(multiply(load(a + i), gainsA), multiply(load(b + i), gainsB)));
+  scalar::weightedSum(a + i, gainA, b + i, gainB, out + i, count - i);
+}
+
+void negate(const float* in, float* out, std::size_t count) noexcept {
+  std::size_t i = 0;
+  for (; i + kLanes <= count; i += kLanes) store(out + i, negated(load(in + i)));
+  scalar::negate(in + i, out + i, count - i);
+}
+
+void absolute(const float* in, float* out, std::size_t count) noexcept {
+  std::size_t i = 0;
+  for (; i + kLanes <= count; i += kLanes) store(out + i, magnitude(load(in + i)));
+  scalar::absolute(in + i, out + i, count - i);
+}
+
+void square(const float* in, float* out, std::size_t count) noexcept {
+  std::size_t i = 0;
+  for (; i + kLanes <= count; i += kLanes) store(out + i, multiply(load(in + i), load(in + i)));
+  scalar::square(in + i, out + i, count - i);
+}
+
+void squareRoot(const float* in, float* out, std::size_t count) noexcept {
+  std::size_t i = 0;
+  for (; i + kLanes <= count; i += kLanes) store(out + i, root(load(in + i)));
+  scalar::squareRoot(in + i, out + i, count - i);
+}
+
+void roundToNearest(const float* in, float* out, std::size_t count) noexcept {
+  std::size_t i = 0;
+  for (; i + kLanes <= count; i += kLanes) store(out + i, rounded(load(in + i)));
+  scalar::roundToNearest(in + i, out + i, count - i);
+}
+
+inline F polynomial(std::span<const float> coefficients, F x) {
+  F sum = broadcast(coefficients[0]);
+  for (std::size_t i = 1; i < coefficients.size(); ++i) {
+    sum = plus(multiply(sum, x), broadcast(coefficients[i]));
+  }
+  return sum;
+}
+
+// The reference's arithmetic, both branches in every lane.
+inline F tanhOf(F x) {
+  namespace c = tanh_constants;
+  const F one = broadcast(1);
+  const F size = magnitude(x);
+  const F u = multiply(x, x);
+  const F near = plus(x, multiply(multiply(x, u), polynomial(c::kTanh, u)));
+
+  const F t = lesser(plus(size, size), broadcast(c::kLimit));
+  const I k = toNearest(multiply(t, broadcast(c::kLog2OfE)));
+  const F whole = toFloat(k);
+  const F r = minus(minus(t, multiply(whole, broadcast(c::kLn2High))),
+                    multiply(whole, broadcast(c::kLn2Low)));
+  const F p = plus(r, multiply(multiply(r, r), polynomial(c::kExp, r)));
+  const F power = powerOfTwo(k);
+  const F exponential = plus(power, multiply(power, p));
+  const F far = withSign(minus(one, divide(broadcast(2), plus(exponential, one))), x);
+  return whereNotLess(size, broadcast(c::kNear), far, near);
+}
+
+void tanh(const float* in, float* out, std::size_t count) noexcept {
+  std::size_t i = 0;
+  for (; i + kLanes <= count; i += kLanes) store(out + i, tanhOf(load(in + i)));
+  scalar::tanh(in + i, out + i, count - i);
+}
+
+void swap(float* a, float* b, std::size_t count) noexcept {
+  std::size_t i = 0;
+  for (; i + kLanes <= count; i += kLanes) {
+    const F kept = load(a + i);
+    store(a + i, load(b + i));
+    store(b + i, kept);
+  }
+  scalar::swap(a + i, b + i, count - i);
+}
+
 void clip(const float* in, float low, float high, float* out, std::size_t count) noexcept {
   const F lows = broadcast(low);
   const F highs = broadcast(high);
@@ -218,6 +306,15 @@ constexpr Kernels kTable = {
     .multiplyAdd = multiplyAdd,
     .add = add,
     .subtract = subtract,
+    .multiply = multiply,
+    .weightedSum = weightedSum,
+    .negate = negate,
+    .absolute = absolute,
+    .square = square,
+    .squareRoot = squareRoot,
+    .roundToNearest = roundToNearest,
+    .tanh = tanh,
+    .swap = swap,
     .clip = clip,
     .maxMagnitude = maxMagnitude,
     .int16ToFloat = int16ToFloat,
