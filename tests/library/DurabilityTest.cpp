@@ -120,7 +120,7 @@ TEST(Durability, AMigrationThatIsKilledGoesOnWhereItWas) {
     queue.withConnection([](Connection& connection) {
       schema::migrate(connection, "v1");
       connection.executeScript(R"(
-WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 1999)
+WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 999)
 INSERT INTO artists (name) SELECT CASE i % 2 WHEN 0 THEN 'ARTIST ' ELSE 'Artist ' END || (i / 2)
 FROM n;
 INSERT INTO albums (title, artistId, year) SELECT 'Album', id, 1900 + id % 100 FROM artists;

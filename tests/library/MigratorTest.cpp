@@ -393,6 +393,7 @@ void expectSound(Connection& connection) {
   EXPECT_EQ(lines(connection, "PRAGMA integrity_check"), "ok\n");
   EXPECT_EQ(lines(connection, "PRAGMA foreign_key_check"), "");
   EXPECT_EQ(lines(connection, "PRAGMA foreign_keys"), "1\n");
+  EXPECT_EQ(lines(connection, "SELECT name FROM temp.sqlite_master"), "");
   EXPECT_FALSE(connection.isInTransaction());
 }
 
@@ -464,11 +465,11 @@ INSERT INTO albums (id, title, artistId, year) VALUES (1, 'x', 1, 1970), (2, 'y'
   for (const Case& each : {
            Case{"v9_history_extended", R"(
 INSERT INTO tracks (id, title, duration, filePath, albumId, artistId, format) VALUES
-    (1, '', 1, '1', 1, 1, 'DSD'), (2, '', 1, '2', 1, 1, 'wav'), (3, '', 1, '3', 1, 1, 'FLAC'),
+    (1, '', 1, '1', 1, 1, 'DSD'), (2, '', 1, '2', 1, 1, 'flac'), (3, '', 1, '3', 1, 1, 'WAV'),
     (4, '', 1, '4', 2, 1, 'FLAC'), (6, '', 1, '6', 2, 1, 'Opus'), (5, '', 1, '5', 2, 1, 'MP3');
 INSERT INTO albums (id, title, artistId) VALUES (3, 'empty', 1);
 )",
-                "SELECT id || quote(worstFormat) FROM albums", "1'wav'\n2'MP3'\n3NULL\n"},
+                "SELECT id || quote(worstFormat) FROM albums", "1'flac'\n2'MP3'\n3NULL\n"},
            Case{"v16_indexes", R"(
 INSERT INTO tracks (id, title, duration, filePath, albumId, artistId) VALUES
     (1, '', 1, '1', 1, 1), (2, '', 1, '2', 2, 1);
