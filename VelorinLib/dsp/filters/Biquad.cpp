@@ -70,6 +70,13 @@ bool isUsable(double rate, double f) noexcept {
   return f > 0 && f < rate / 2;
 }
 
+bool isStable(const BiquadCoefficients& section) noexcept {
+  const bool isFinite = std::isfinite(section.b0) && std::isfinite(section.b1) &&
+                        std::isfinite(section.b2);
+  // The triangle of Jury's criterion; false when one of the two is NaN.
+  return isFinite && std::fabs(section.a2) < 1 && std::fabs(section.a1) < 1 + section.a2;
+}
+
 std::complex<double> response(const BiquadCoefficients& section, double rate, double frequency) {
   const auto z = std::polar(1.0, -angle(rate, frequency));
   return (section.b0 + z * (section.b1 + z * section.b2)) /
