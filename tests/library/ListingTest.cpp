@@ -12,6 +12,7 @@
 #include "library/queries/FocusSQL.h"
 #include "library/queries/SortText.h"
 #include "library/queries/TitleLookups.h"
+#include "library/rows/TrackRow.h"
 
 namespace velorin {
 
@@ -228,6 +229,27 @@ std::vector<ArtistInfo> plainArtists(RandomLibrary& library, const ArtistSort& s
       filter.arguments, limit, offset);
 }
 
+std::vector<AlbumInfo> plainAlbums(RandomLibrary& library, const AlbumSort& sort,
+                                   const std::optional<FocusFilter>& focus) {
+  const SqlFragment filter = fragmentOf(focus, " AND ");
+  return library.plain<AlbumInfo>(
+      "SELECT " + rows::kAlbumColumns + ", " + rows::kArtistColumns +
+          R"(, COUNT(t.id) AS trackCount, COALESCE(SUM(t.duration), 0) AS totalDuration,
+         MAX(t.sampleRate) AS maxSampleRate, MAX(t.bitDepth) AS maxBitDepth
+         FROM albums JOIN artists ON artists.id = albums.artistId
+         LEFT JOIN tracks t ON t.albumId = albums.id)" +
+          filter.text + " GROUP BY albums.id HAVING trackCount > 0 ORDER BY " + orderText(sort),
+      [](const sqlite::Row& row) {
+        AlbumInfo info;
+        sqlite::RowReader reader(row);
+        reader >> info.album >> info.artist >> info.trackCount >> info.totalDuration >>
+            info.maxSampleRate >> info.maxBitDepth;
+        info.format = info.album.worstFormat;
+        return info;
+      },
+      filter.arguments);
+}
+
 std::vector<CategoryInfo> plainStats(RandomLibrary& library, const std::string& column,
                                      const CategorySort& sort, int limit, int offset) {
   return library.plain<CategoryInfo>(
@@ -263,6 +285,7 @@ std::vector<FocusCount> plainCounts(RandomLibrary& library, FocusCategory catego
 
 TEST(Listings, WhatIsKeptEqualsThePlainStatement) {
   RandomLibrary library(20'240);
+  AlbumListings albums(library.database());
   ArtistListings artists(library.database());
   CategoryListings categories(library.database());
   FocusCounts counts(library.database());
@@ -277,6 +300,9 @@ TEST(Listings, WhatIsKeptEqualsThePlainStatement) {
     ASSERT_EQ(artists.fetchArtistInfos(artistSort, focus, limit, offset),
               plainArtists(library, artistSort, focus, limit, offset));
 
+    const auto albumSort = library.sort<AlbumSort>(3);
+    ASSERT_EQ(albums.fetchAlbumInfos(albumSort, focus), plainAlbums(library, albumSort, focus));
+
     const auto sort = library.sort<CategorySort>(2);
     ASSERT_EQ(categories.fetchGenreStats(sort, limit, offset),
               plainStats(library, "genre", sort, limit, offset));
@@ -286,11 +312,11 @@ TEST(Listings, WhatIsKeptEqualsThePlainStatement) {
     const auto category = static_cast<FocusCategory>(library.below(5));
     ASSERT_EQ(counts.fetchCounts(category), plainCounts(library, category));
 
-    auto genres = categories.fetchAllGenres();
-    auto expected = library.plain<std::string>(
-        "SELECT DISTINCT genre FROM tracks WHERE genre IS NOT NULL ORDER BY genre COLLATE NOCASE",
-        [](const sqlite::Row& row) { return row.get<std::string>(0); });
-    ASSERT_EQ(genres, expected);
+    ASSERT_EQ(
+        categories.fetchAllGenres(),
+        library.plain<std::string>("SELECT DISTINCT genre FROM tracks WHERE genre IS NOT NULL "
+                                   "ORDER BY genre COLLATE NOCASE",
+                                   [](const sqlite::Row& row) { return row.get<std::string>(0); }));
   }
 }
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "library/queries/FocusSQL.h"
+#include "library/queries/IdIndex.h"
 #include "library/queries/Like.h"
 #include "library/queries/SortText.h"
 #include "library/rows/TrackRow.h"
@@ -50,16 +51,98 @@ SqlFragment joinCondition(const std::optional<FocusFilter>& focus) {
 
 }  // namespace
 
-std::vector<AlbumInfo> AlbumListings::fetchAlbumInfos(
-    const AlbumSort& sort, const std::optional<FocusFilter>& focus) const {
-  const SqlFragment condition = joinCondition(focus);
-  const std::string tail = fmt::format(R"({}
-GROUP BY albums.id
-HAVING trackCount > 0
+std::vector<AlbumInfo> AlbumListings::fetchAlbumInfos(const AlbumSort& sort,
+                                                      const std::optional<FocusFilter>& focus) {
+  const auto queue = _database.dbQueue();
+  if (!queue) return {};
+  return queue->read([&](sqlite::Reader& reader) {
+    const auto version = queue->version(reader, static_cast<unsigned>(Facet::library));
+    const auto totals =
+        _totals.get(queue, version, focus, [&] { return aggregate(reader, focus); });
+    const auto order = _orders.get(queue, version, sort, [&] { return idsInOrder(reader, sort); });
+    std::vector<Totals> listed;
+    listed.reserve(totals->size());
+    for (const std::int64_t id : *order) {
+      const auto found =
+          std::lower_bound(totals->begin(), totals->end(), id,
+                           [](const Totals& each, std::int64_t key) { return each.albumId < key; });
+      if (found != totals->end() && found->albumId == id) listed.push_back(*found);
+    }
+    return infosOf(reader, listed);
+  });
+}
+
+std::vector<AlbumListings::Totals> AlbumListings::aggregate(
+    sqlite::Reader& reader, const std::optional<FocusFilter>& focus) {
+  std::string sql = "SELECT t.albumId, t.duration, t.sampleRate, t.bitDepth FROM tracks t";
+  const auto filter = focusSQL(focus);
+  if (filter) {
+    sql += "\nJOIN albums ON albums.id = t.albumId\nWHERE ";
+    sql += withAlias(filter->text, "tracks", "t");
+  }
+  std::vector<Totals> totals;
+  IdIndex albums;
+  reader.each(
+      sql,
+      [&](const sqlite::Row& row) {
+        const auto id = row.get<std::int64_t>(0);
+        const std::size_t index = albums.add(id);
+        if (index == totals.size()) totals.push_back({.albumId = id});
+        Totals& album = totals[index];
+        ++album.trackCount;
+        album.duration += row.get<double>(1);
+        // What is not known is less than anything.
+        album.maxSampleRate = std::max(album.maxSampleRate, row.get<std::optional<int>>(2));
+        album.maxBitDepth = std::max(album.maxBitDepth, row.get<std::optional<int>>(3));
+      },
+      filter ? filter->arguments : sqlite::Values{});
+  std::sort(totals.begin(), totals.end(),
+            [](const Totals& left, const Totals& right) { return left.albumId < right.albumId; });
+  totals.shrink_to_fit();
+  return totals;
+}
+
+std::vector<std::int64_t> AlbumListings::idsInOrder(sqlite::Reader& reader, const AlbumSort& sort) {
+  return reader.column<std::int64_t>(fmt::format(R"(
+SELECT albums.id
+FROM albums
+JOIN artists ON artists.id = albums.artistId
 ORDER BY {})",
-                                       condition.text, orderText(sort));
-  return _database.read(
-      [&](sqlite::Reader& reader) { return albumInfos(reader, tail, condition.arguments); });
+                                                 orderText(sort)));
+}
+
+std::vector<AlbumInfo> AlbumListings::infosOf(sqlite::Reader& reader,
+                                              const std::vector<Totals>& totals) {
+  std::vector<AlbumInfo> infos;
+  infos.reserve(totals.size());
+  sqlite::forEachSlice(totals, [&](std::span<const Totals> slice) {
+    std::unordered_map<std::int64_t, std::size_t> positions;
+    std::vector<std::int64_t> ids;
+    for (const Totals& each : slice) {
+      positions.emplace(each.albumId, infos.size());
+      ids.push_back(each.albumId);
+      AlbumInfo& info = infos.emplace_back();
+      info.trackCount = each.trackCount;
+      info.totalDuration = each.duration;
+      info.maxSampleRate = each.maxSampleRate;
+      info.maxBitDepth = each.maxBitDepth;
+    }
+    reader.each(
+        fmt::format(R"(
+SELECT {}, {}
+FROM albums
+JOIN artists ON artists.id = albums.artistId
+WHERE albums.id IN ({}))",
+                    rows::kAlbumColumns, rows::kArtistColumns, sqlite::placeholders(ids.size())),
+        [&](const sqlite::Row& row) {
+          AlbumInfo& info = infos[positions.at(row.get<std::int64_t>(0))];
+          sqlite::RowReader columns(row);
+          columns >> info.album >> info.artist;
+          info.format = info.album.worstFormat;
+        },
+        std::span<const std::int64_t>(ids));
+  });
+  return infos;
 }
 
 std::vector<AlbumInfo> AlbumListings::fetchAlbumInfosForArtist(std::int64_t artistId) const {

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "library/queries/FocusSQL.h"
+#include "library/queries/IdIndex.h"
 
 namespace velorin {
 namespace {
@@ -14,7 +15,7 @@ class AlbumCounter {
  public:
   explicit AlbumCounter(std::size_t artists) : _latest(artists, 0) {}
 
-  void add(std::uint32_t artist, std::int64_t album) {
+  void add(std::size_t artist, std::int64_t album) {
     // An album's tracks mostly come one after the other.
     if (_latest[artist] == album) return;
     _latest[artist] = album;
@@ -22,10 +23,10 @@ class AlbumCounter {
   }
 
   /// The index of an artist, once for each of its albums.
-  std::vector<std::uint32_t> artists() {
+  std::vector<std::size_t> artists() {
     std::sort(_pairs.begin(), _pairs.end());
     const auto end = std::unique(_pairs.begin(), _pairs.end());
-    std::vector<std::uint32_t> artists;
+    std::vector<std::size_t> artists;
     std::transform(_pairs.begin(), end, std::back_inserter(artists),
                    [](const auto& pair) { return pair.first; });
     return artists;
@@ -33,7 +34,7 @@ class AlbumCounter {
 
  private:
   std::vector<std::int64_t> _latest;
-  std::vector<std::pair<std::uint32_t, std::int64_t>> _pairs;
+  std::vector<std::pair<std::size_t, std::int64_t>> _pairs;
 };
 
 }  // namespace
@@ -59,10 +60,10 @@ std::vector<ArtistInfo> ArtistListings::fetchArtistInfos(const ArtistSort& sort,
 std::vector<ArtistListings::Totals> ArtistListings::aggregate(
     sqlite::Reader& reader, const std::optional<FocusFilter>& focus) {
   std::vector<Totals> totals;
-  std::unordered_map<std::int64_t, std::uint32_t> indexes;
+  IdIndex artists;
   reader.each("SELECT id FROM artists ORDER BY name COLLATE NOCASE", [&](const sqlite::Row& row) {
     const auto id = row.get<std::int64_t>(0);
-    indexes.emplace(id, static_cast<std::uint32_t>(totals.size()));
+    artists.add(id);
     totals.push_back({.artistId = id});
   });
 
@@ -79,15 +80,15 @@ LEFT JOIN albums al ON al.id = t.albumId)";
   reader.each(
       sql,
       [&](const sqlite::Row& row) {
-        const auto found = indexes.find(row.get<std::int64_t>(0));
-        if (found == indexes.end()) return;
-        Totals& artist = totals[found->second];
+        const auto index = artists.find(row.get<std::int64_t>(0));
+        if (!index) return;
+        Totals& artist = totals[*index];
         ++artist.trackCount;
         artist.duration += row.get<double>(2);
-        if (!row.isNull(1)) albums.add(found->second, row.get<std::int64_t>(1));
+        if (!row.isNull(1)) albums.add(*index, row.get<std::int64_t>(1));
       },
       filter ? filter->arguments : sqlite::Values{});
-  for (const std::uint32_t artist : albums.artists()) ++totals[artist].albumCount;
+  for (const std::size_t artist : albums.artists()) ++totals[artist].albumCount;
   std::erase_if(totals, [](const Totals& each) { return each.trackCount == 0; });
   totals.shrink_to_fit();
   return totals;

@@ -12,9 +12,8 @@
 
 namespace velorin {
 
-/// Holds, for each of the keys that were asked for last, a list of rows: six lists at most, and so
-/// many rows together that at 24 bytes a row they stay within 24 MB. A longer list is made, but
-/// not kept. Any thread.
+/// Holds, for each of the keys that were asked for last, a list of rows: at most six lists and a
+/// million rows together, of 8 to 48 bytes. A longer list is made, but not kept. Any thread.
 template <class Key, class Row>
 class ListingCache {
  public:
