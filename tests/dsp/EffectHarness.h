@@ -1,0 +1,124 @@
+// What the tests of effects share: signals that are the same on every run, a run of an effect over
+// one of them, and a look at what came out.
+#pragma once
+
+#include <cmath>
+#include <complex>
+#include <cstring>
+#include <numbers>
+#include <random>
+#include <span>
+#include <vector>
+
+#include "dsp/DSPProcessor.h"
+#include "foundation/Realtime.h"
+
+namespace velorin::test {
+
+/// Samples by channel, all of one length.
+using Signal = std::vector<std::vector<float>>;
+
+/// Block sizes over which an effect has to give the same output.
+inline constexpr std::size_t kBlockSizes[] = {1, 7, 64, 512, 4096, 65536};
+
+/// White, within -amplitude .. amplitude, another for every channel.
+inline Signal noise(std::size_t channels, std::size_t frames, float amplitude = 0.5f,
+                    unsigned seed = 1) {
+  std::mt19937 bits(seed);
+  Signal signal(channels, std::vector<float>(frames));
+  for (auto& channel : signal) {
+    for (float& sample : channel) {
+      sample = amplitude * (static_cast<float>(bits() >> 8) / 8388608.0f - 1.0f);
+    }
+  }
+  return signal;
+}
+
+/// The same in every channel.
+inline Signal sine(std::size_t channels, std::size_t frames, double frequency, double rate,
+                   double amplitude = 0.5) {
+  std::vector<float> samples(frames);
+  for (std::size_t i = 0; i < frames; ++i) {
+    const double turns = std::fmod(frequency * static_cast<double>(i) / rate, 1.0);
+    samples[i] = static_cast<float>(amplitude * std::sin(2 * std::numbers::pi * turns));
+  }
+  return Signal(channels, samples);
+}
+
+/// 1 at one frame of every channel.
+inline Signal impulse(std::size_t channels, std::size_t frames, std::size_t at = 0) {
+  Signal signal(channels, std::vector<float>(frames));
+  for (auto& channel : signal) channel[at] = 1;
+  return signal;
+}
+
+/// A list that looks into the signal from a frame on.
+inline AudioBufferList listOf(Signal& signal, std::size_t from, std::size_t frames) {
+  AudioBufferList list;
+  list.bufferCount = static_cast<std::uint32_t>(signal.size());
+  for (std::size_t i = 0; i < signal.size(); ++i) {
+    list.buffers[i] = {static_cast<std::uint32_t>(frames * sizeof(float)), signal[i].data() + from};
+  }
+  return list;
+}
+
+/// What the effect makes of the signal in blocks of a size (the last one is what is left), under
+/// the rules of the render thread.
+inline Signal run(DSPProcessor& effect, Signal signal, double rate, std::size_t block = 512) {
+  const std::size_t frames = signal.empty() ? 0 : signal[0].size();
+  for (std::size_t from = 0; from < frames; from += block) {
+    const std::size_t count = std::min(block, frames - from);
+    AudioBufferList list = listOf(signal, from, count);
+    const realtime::Scope scope;
+    effect.process(list, static_cast<std::int64_t>(count), rate);
+  }
+  return signal;
+}
+
+/// The same bits, so that -0 is not 0 and a NaN equals itself.
+inline bool identical(const Signal& a, const Signal& b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (a[i].size() != b[i].size() ||
+        std::memcmp(a[i].data(), b[i].data(), a[i].size() * sizeof(float)) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+/// The largest difference of two samples at one place; infinite when one of them is not finite.
+inline double largestDifference(const Signal& a, const Signal& b) {
+  double largest = 0;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    for (std::size_t k = 0; k < a[i].size(); ++k) {
+      const double difference = std::fabs(static_cast<double>(a[i][k]) - b[i][k]);
+      if (!(difference <= largest)) largest = std::isfinite(difference) ? difference : INFINITY;
+    }
+  }
+  return largest;
+}
+
+/// Sum of x[n] e^(-jwn): of an impulse response, the frequency response.
+inline std::complex<double> transformAt(std::span<const float> samples, double frequency,
+                                        double rate) {
+  const auto step = std::polar(1.0, -2 * std::numbers::pi * frequency / rate);
+  std::complex<double> turn = 1;
+  std::complex<double> sum = 0;
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    if (i % 4096 == 0) {  // the recurrence drifts
+      const double turns = std::fmod(frequency * static_cast<double>(i) / rate, 1.0);
+      turn = std::polar(1.0, -2 * std::numbers::pi * turns);
+    }
+    sum += static_cast<double>(samples[i]) * turn;
+    turn *= step;
+  }
+  return sum;
+}
+
+/// Amplitude of the sine of a frequency within the samples; exact over whole periods.
+inline double amplitudeAt(std::span<const float> samples, double frequency, double rate) {
+  return 2 * std::abs(transformAt(samples, frequency, rate)) / static_cast<double>(samples.size());
+}
+
+}  // namespace velorin::test
