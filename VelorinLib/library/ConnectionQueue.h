@@ -11,7 +11,7 @@
 #include <type_traits>
 
 #include "foundation/SerialQueue.h"
-#include "library/sqlite/Connection.h"
+#include "library/sqlite/ForeignKeys.h"
 
 namespace velorin {
 
@@ -55,6 +55,20 @@ class ConnectionQueue {
   auto write(Closure&& closure) {
     return run<std::invoke_result_t<Closure, sqlite::Writer&>>(
         [&] { return inWriteTransaction(closure); });
+  }
+
+  /// The same while foreign keys are neither enforced nor followed, which lets SQLite empty a whole
+  /// table at once. Throws and rolls back when the closure leaves a row without its parent.
+  template <class Closure>
+  void writeWithoutForeignKeys(Closure&& closure) {
+    run<void>([&] {
+      const sqlite::ForeignKeysSuspended suspended(*_connection);
+      const auto checked = [&](sqlite::Writer& writer) {
+        closure(writer);
+        sqlite::checkForeignKeys(writer);
+      };
+      inWriteTransaction(checked);
+    });
   }
 
   /// Runs closure(Connection&) on the queue outside any transaction: migrations, VACUUM INTO.

@@ -61,20 +61,20 @@ LIMIT ? OFFSET ?)",
                                      folder.begin(), folder.end(), limit, offset);
 }
 
-std::vector<std::int64_t> directTracks(Reader& reader, const PathPrefix& folder, std::int64_t limit,
-                                       std::int64_t offset) {
+std::vector<std::int64_t> directTracks(Reader& reader, const PathPrefix& folder) {
   std::vector<std::pair<std::string, std::int64_t>> found;
   walk(
       reader, folder, [&](std::int64_t id, std::string_view path) { found.emplace_back(path, id); },
       [](const std::string&, const PathPrefix&) {});
   sortWithoutCase(found, [](const auto& track) -> std::string_view { return track.first; });
-  const auto count = static_cast<std::int64_t>(found.size());
-  const std::int64_t from = std::clamp<std::int64_t>(offset, 0, count);
-  const std::int64_t to = limit < 0 ? count : from + std::min(limit, count - from);
   std::vector<std::int64_t> ids;
-  for (std::int64_t i = from; i < to; ++i) ids.push_back(found[static_cast<std::size_t>(i)].second);
+  for (const auto& track : found) ids.push_back(track.second);
   return ids;
 }
+
+// Up to here a statement that keeps only the best rows while it sorts is quicker than the whole
+// order, which then serves every later page.
+constexpr std::int64_t kPlainRows = 2000;
 
 }  // namespace
 
@@ -111,13 +111,22 @@ std::vector<Subfolder> FolderBrowser::subfolders(const std::string& folder) cons
 }
 
 std::vector<TrackInfo> FolderBrowser::fetchFolderTracks(const std::string& folder, bool recursive,
-                                                        std::int64_t limit,
-                                                        std::int64_t offset) const {
+                                                        std::int64_t limit, std::int64_t offset) {
+  const auto queue = _database.dbQueue();
+  if (!queue) return {};
   const PathPrefix prefix(folder);
-  return _database.read([&](Reader& reader) {
-    // The ids come from the index alone; only the page's rows are joined.
-    return rows::trackInfosInOrder(reader, recursive ? allTracks(reader, prefix, limit, offset)
-                                                     : directTracks(reader, prefix, limit, offset));
+  return queue->read([&](Reader& reader) {
+    const auto page = [&](const std::vector<std::int64_t>& ids) {
+      const auto rows = pageOf(ids, limit, offset);
+      return rows::trackInfosInOrder(reader, {rows.begin(), rows.end()});
+    };
+    if (!recursive) return page(directTracks(reader, prefix));
+    if (limit < 0 || limit <= kPlainRows - std::max<std::int64_t>(offset, 0)) {
+      return rows::trackInfosInOrder(reader, allTracks(reader, prefix, limit, offset));
+    }
+    const auto version = queue->version(reader, static_cast<unsigned>(Facet::library));
+    return page(*_orders.get(queue, version, prefix.begin(),
+                             [&] { return allTracks(reader, prefix, -1, 0); }));
   });
 }
 

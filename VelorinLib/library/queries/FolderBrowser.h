@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "library/DatabaseHandle.h"
+#include "library/queries/ListingCache.h"
 #include "records/TrackInfo.h"
 
 namespace velorin {
@@ -42,10 +43,11 @@ class FolderBrowser {
   /// The tracks directly inside, or at any depth, by path without regard to the case of A to Z,
   /// the tracks of a CUE sheet in their order. A limit below 0 means all.
   std::vector<TrackInfo> fetchFolderTracks(const std::string& folder, bool recursive,
-                                           std::int64_t limit = -1, std::int64_t offset = 0) const;
+                                           std::int64_t limit = -1, std::int64_t offset = 0);
 
  private:
   const DatabaseHandle& _database;
+  ListingCache<std::string, std::int64_t> _orders;  ///< ids of all tracks below a folder
 };
 
 }  // namespace velorin

@@ -1,5 +1,6 @@
 #include "library/queries/TrackRemoval.h"
 
+#include "library/queries/OrphanCleanup.h"
 #include "library/queries/PathPrefix.h"
 
 namespace velorin {
@@ -9,52 +10,39 @@ using sqlite::Writer;
 using Ids = std::vector<std::int64_t>;
 
 /// Deletes the tracks with these ids and returns how many there were.
-std::int64_t deleteRows(Writer& writer, const Ids& ids) {
+std::int64_t deleteRows(Writer& writer, const Ids& ids, Bereaved* parents = nullptr) {
   std::int64_t deleted = 0;
   sqlite::forEachSlice(ids, [&](std::span<const std::int64_t> slice) {
-    const std::string list = sqlite::placeholders(slice.size());
-    writer.run("DELETE FROM tracks_fts WHERE rowid IN (" + list + ")", slice);
-    deleted += writer.run("DELETE FROM tracks WHERE id IN (" + list + ")", slice);
+    const std::string list = " IN (" + sqlite::placeholders(slice.size()) + ")";
+    if (parents != nullptr) {
+      writer.each(
+          "SELECT albumId, artistId FROM tracks WHERE id" + list,
+          [&](const sqlite::Row& row) {
+            parents->albums.insert(row.get<std::int64_t>(0));
+            parents->artists.insert(row.get<std::int64_t>(1));
+          },
+          slice);
+    }
+    writer.run("DELETE FROM tracks_fts WHERE rowid" + list, slice);
+    deleted += writer.run("DELETE FROM tracks WHERE id" + list, slice);
   });
   return deleted;
 }
 
-/// One pass over the tracks, where asking for each album's best row would be a search and a sort
-/// per album. The rank stands above all bits of an id, and of the row with the least sum SQLite
-/// takes the format, as it promises for min(). Writes only what differs.
-constexpr const char* kWeakestFormats = R"(
-UPDATE albums SET worstFormat = weakest.format
-FROM (
-    SELECT albumId, format,
-           min((CASE upper(format)
-                WHEN 'DSD' THEN 3 WHEN 'FLAC' THEN 2 WHEN 'ALAC' THEN 2
-                WHEN 'AIFF' THEN 2 WHEN 'WAV' THEN 2 ELSE 1 END << 60) + id)
-    FROM tracks
-    GROUP BY albumId
-) AS weakest
-WHERE weakest.albumId = albums.id AND albums.worstFormat IS NOT weakest.format)";
+/// Tables with a foreign key to a track, album, artist or playlist.
+std::vector<std::string> dependentTables(Writer& writer) {
+  return writer.column<std::string>(R"(
+SELECT DISTINCT tables.name
+FROM sqlite_master AS tables, pragma_foreign_key_list(tables.name) AS keys
+WHERE tables.type = 'table' AND keys."table" IN ('tracks', 'albums', 'artists', 'playlists'))");
+}
 
-constexpr const char* kAlbumsWithoutTracks = R"(
-SELECT id FROM albums
-WHERE NOT EXISTS (SELECT 1 FROM tracks WHERE tracks.albumId = albums.id))";
-
-// The artist of an album may have no track of its own there. Its album has tracks by now, and to
-// delete the artist would delete them too.
-constexpr const char* kArtistsWithoutTracks = R"(
-SELECT id FROM artists
-WHERE NOT EXISTS (SELECT 1 FROM tracks WHERE tracks.artistId = artists.id)
-  AND id NOT IN (SELECT artistId FROM albums))";
-
-// Deleting an artist makes SQLite look for its albums, and no index of the schema begins with
-// albums.artistId: each artist costs a walk over all albums (10 ms at 90,000). Making an index for
-// the length of the transaction costs as much as this many artists.
-constexpr std::size_t kArtistsWorthAnIndex = 4;
-
-void deleteArtists(Writer& writer, const Ids& ids) {
-  const bool indexed = ids.size() > kArtistsWorthAnIndex;
-  if (indexed) writer.run("CREATE INDEX albums_of_artists ON albums(artistId)");
-  for (const std::int64_t id : ids) writer.run("DELETE FROM artists WHERE id = ?", id);
-  if (indexed) writer.run("DROP INDEX albums_of_artists");
+/// An empty full-text index in place of the full one, which could only be emptied word by word.
+void renewFullTextIndex(Writer& writer) {
+  const auto definition =
+      writer.first<std::string>("SELECT sql FROM sqlite_master WHERE name = 'tracks_fts'");
+  writer.run("DROP TABLE tracks_fts");
+  writer.run(definition.value_or(""));
 }
 
 }  // namespace
@@ -109,43 +97,44 @@ std::int64_t TrackRemoval::deletePaths(const std::vector<std::string>& filePaths
 }
 
 std::int64_t TrackRemoval::deleteTracks(const Ids& ids) const {
-  const auto deleted = _database.write([&](Writer& writer) { return deleteRows(writer, ids); });
+  Bereaved parents;
+  const auto deleted =
+      _database.write([&](Writer& writer) { return deleteRows(writer, ids, &parents); });
   tellSimilarityIndex([&](auto& index) { index.tracksRemoved(ids); });
-  cleanupOrphans();
+  _database.write([&](Writer& writer) { cleanUpOrphans(writer, parents); });
   return deleted;
 }
 
 void TrackRemoval::removeFolder(const std::string& path) const {
   if (path.empty()) throw VelorinDatabaseError("a music folder without a path cannot be removed");
   const PathPrefix prefix(path);
+  Bereaved parents;
   const Ids ids = _database.write([&](Writer& writer) {
     Ids inside = writer.column<std::int64_t>(
         "SELECT id FROM tracks WHERE filePath > ? AND filePath < ? ORDER BY id", prefix.begin(),
         prefix.end());
-    deleteRows(writer, inside);
+    deleteRows(writer, inside, &parents);
     writer.run("DELETE FROM musicFolders WHERE path = ?", prefix.folder());
     return inside;
   });
   tellSimilarityIndex([&](auto& index) { index.tracksRemoved(ids); });
-  cleanupOrphans();
+  _database.write([&](Writer& writer) { cleanUpOrphans(writer, parents); });
 }
 
 void TrackRemoval::cleanupOrphans() const {
-  _database.write([](Writer& writer) {
-    writer.run(kWeakestFormats);
-    for (const auto id : writer.column<std::int64_t>(kAlbumsWithoutTracks)) {
-      writer.run("DELETE FROM albums WHERE id = ?", id);
-    }
-    deleteArtists(writer, writer.column<std::int64_t>(kArtistsWithoutTracks));
-  });
+  _database.write([](Writer& writer) { cleanUpOrphans(writer); });
 }
 
 void TrackRemoval::clearLibrary() const {
-  _database.write([](Writer& writer) {
-    for (const char* table : {"tracks_fts", "playlist_tracks", "playlists", "tracks", "albums",
-                              "artists", "pinnedItems", "sqlite_sequence"}) {
-      writer.run(std::string("DELETE FROM ") + table);
-    }
+  const auto queue = _database.dbQueue();
+  if (!queue) throw VelorinDatabaseError(kDatabaseUnavailable);
+  // With foreign keys on, SQLite would look for what hangs on each of the tracks: at a million,
+  // twelve seconds instead of one.
+  queue->writeWithoutForeignKeys([](Writer& writer) {
+    renewFullTextIndex(writer);
+    std::vector<std::string> tables = dependentTables(writer);
+    tables.insert(tables.end(), {"playlists", "artists", "pinnedItems", "sqlite_sequence"});
+    for (const std::string& table : tables) writer.run("DELETE FROM " + table);
   });
   tellSimilarityIndex([](auto& index) { index.libraryCleared(); });
 }

@@ -31,15 +31,14 @@ class TrackRemoval {
   std::int64_t deleteStandaloneTracks(const std::vector<std::string>& filePaths) const;
   /// Only the CUE tracks.
   std::int64_t deleteCueTracks(const std::vector<std::string>& filePaths) const;
-  /// Cleans up afterwards, in a transaction of its own.
+  /// Cleans up the albums and artists concerned, in a transaction of its own.
   std::int64_t deleteTracks(const std::vector<std::int64_t>& ids) const;
 
-  /// The music folder and all tracks below it, at any depth. Cleans up afterwards, in a
-  /// transaction of its own. An empty path is refused.
+  /// The music folder and all tracks below it, at any depth. Cleans up the albums and artists
+  /// concerned, in a transaction of its own. An empty path is refused.
   void removeFolder(const std::string& path) const;
 
-  /// Sets each album's worstFormat to that of its weakest track (of equals, the one with the
-  /// lowest id), then deletes the albums without tracks, and the artists without tracks and albums.
+  /// Puts all albums right and deletes the orphans of the whole library, see OrphanCleanup.h.
   void cleanupOrphans() const;
 
   /// Empties tracks, albums, artists, playlists and pins, and all that hangs on them. The music

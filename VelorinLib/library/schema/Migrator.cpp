@@ -4,6 +4,7 @@
 #include <unordered_set>
 
 #include "foundation/Log.h"
+#include "library/sqlite/ForeignKeys.h"
 
 namespace velorin::schema {
 namespace {
@@ -11,30 +12,6 @@ namespace {
 using sqlite::Connection;
 using sqlite::Reader;
 using sqlite::Writer;
-
-/// Steps that rebuild a table would otherwise take its children with it. SQLite changes this only
-/// outside a transaction.
-class ForeignKeysSuspended {
- public:
-  explicit ForeignKeysSuspended(Connection& connection) : _connection(connection) {
-    if (connection.isInTransaction()) {
-      throw VelorinDatabaseError("a library cannot be migrated inside a transaction");
-    }
-    _connection.executeScript("PRAGMA foreign_keys = OFF");
-  }
-  ~ForeignKeysSuspended() {
-    try {
-      _connection.executeScript("PRAGMA foreign_keys = ON");
-    } catch (const VelorinDatabaseError& error) {
-      log::line("❌ Database: foreign keys could not be turned on again: {}", error.message);
-    }
-  }
-  ForeignKeysSuspended(const ForeignKeysSuspended&) = delete;
-  ForeignKeysSuspended& operator=(const ForeignKeysSuspended&) = delete;
-
- private:
-  Connection& _connection;
-};
 
 std::unordered_set<std::string> ledger(Reader& reader) {
   if (!reader.first<int>("SELECT 1 FROM sqlite_master WHERE name = 'grdb_migrations'")) return {};
@@ -52,15 +29,6 @@ std::span<const Migration> historyUpTo(std::string_view last) {
   return all.first(static_cast<std::size_t>(end - all.begin()) + 1);
 }
 
-void checkForeignKeys(Connection& connection) {
-  Reader reader(connection);
-  auto violations = reader.query("PRAGMA foreign_key_check");
-  if (!violations.next()) return;
-  throw VelorinDatabaseError("row " + violations.get<std::string>(1) + " of the table " +
-                             violations.get<std::string>(0) + " refers to a row of " +
-                             violations.get<std::string>(2) + " that is not there");
-}
-
 void runAndRecord(Connection& connection, const Migration& step) {
   Writer writer(connection);
   writer.run("CREATE TABLE IF NOT EXISTS grdb_migrations (identifier TEXT NOT NULL PRIMARY KEY)");
@@ -69,7 +37,7 @@ void runAndRecord(Connection& connection, const Migration& step) {
     return;
   }
   step.run(connection);
-  checkForeignKeys(connection);
+  sqlite::checkForeignKeys(writer);
   writer.run("INSERT INTO grdb_migrations (identifier) VALUES (?)", step.identifier);
 }
 
@@ -106,7 +74,8 @@ void apply(Connection& connection, const Migration& step) {
 }  // namespace
 
 void migrate(Connection& connection, std::string_view last) {
-  const ForeignKeysSuspended suspended(connection);
+  // Steps that rebuild a table would otherwise take its children with it.
+  const sqlite::ForeignKeysSuspended suspended(connection);
   Reader reader(connection);
   const auto done = ledger(reader);
   for (const Migration& step : historyUpTo(last)) {
