@@ -42,6 +42,8 @@ class Grammar {
     addRender();
     addDevices();
     addInfo();
+    addLibrary();
+    addSearch();
   }
 
   Command parse(int argc, const char* const* argv) {
@@ -58,6 +60,8 @@ class Grammar {
     if (*_renderCommand) return _render;
     if (*_devicesCommand) return _devices;
     if (*_infoCommand) return _info;
+    if (*_libraryListCommand) return _libraryList;
+    if (*_searchCommand) return search();
     return ShowText{_app.help()};
   }
 
@@ -109,6 +113,42 @@ class Grammar {
     _infoCommand = _app.add_subcommand("info", "Show what files hold");
     addInputs(_infoCommand, _info.inputs, "Files to look at");
     _infoCommand->add_flag("--json", _info.json, "Print JSON");
+  }
+
+  void addLibrary() {
+    CLI::App* library = _app.add_subcommand("library", "Look after the music library");
+    library->require_subcommand(1);
+    _libraryListCommand =
+        library->add_subcommand("list", "Show what the library holds, and its folders");
+    _libraryListCommand->add_flag("--json", _libraryList.json, "Print JSON");
+  }
+
+  void addSearch() {
+    constexpr std::int64_t kMost = 1'000'000'000;
+    _searchCommand =
+        _app.add_subcommand("search", "Find tracks, artists, albums and playlists in the library");
+    _searchCommand->add_option("TEXT", _searchWords, "Beginnings of the words to look for")
+        ->required()
+        ->type_name("...");
+    _searchCommand->add_flag("--json", _search.json, "Print JSON");
+    _searchCommand->add_option("--limit", _search.limit, "Show at most so many tracks [50]")
+        ->check(CLI::Range(std::int64_t{1}, kMost))
+        ->type_name("N");
+    _searchCommand->add_option("--offset", _search.offset, "Leave out the first N tracks")
+        ->check(CLI::Range(std::int64_t{0}, kMost))
+        ->type_name("N");
+    _searchCommand->footer(
+        "A track is found when every word of TEXT begins a word of its title, artist or album;\n"
+        "artists, albums and playlists by a part of their name, with the first page only.\n"
+        "To find nothing is no error: the exit code is 0.");
+  }
+
+  SearchOptions search() const {
+    SearchOptions options = _search;
+    for (const std::string& word : _searchWords) {
+      options.text += (options.text.empty() ? "" : " ") + word;
+    }
+    return options;
   }
 
   static void addInputs(CLI::App* command, std::vector<std::filesystem::path>& inputs,
@@ -186,10 +226,15 @@ class Grammar {
   CLI::App* _renderCommand = nullptr;
   CLI::App* _devicesCommand = nullptr;
   CLI::App* _infoCommand = nullptr;
+  CLI::App* _libraryListCommand = nullptr;
+  CLI::App* _searchCommand = nullptr;
   PlayOptions _play;
   RenderOptions _render;
   DevicesOptions _devices;
   InfoOptions _info;
+  LibraryListOptions _libraryList;
+  SearchOptions _search;
+  std::vector<std::string> _searchWords;
 };
 
 }  // namespace

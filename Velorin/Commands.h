@@ -9,5 +9,7 @@ int runPlay(const PlayOptions& options);
 int runRender(const RenderOptions& options);
 int runDevices(const DevicesOptions& options);
 int runInfo(const InfoOptions& options);
+int runSearch(const SearchOptions& options);
+int runLibraryList(const LibraryListOptions& options);
 
 }  // namespace velorin

@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 
+#include "Options.h"
 #include "Terminal.h"
 #include "foundation/Text.h"
 
@@ -62,6 +64,12 @@ void Console::setStatus(std::string status) {
 
 void reportError(std::string_view text) {
   writeAll(STDERR_FILENO, "velorin: " + text::escapeForTerminal(text) + "\n");
+}
+
+int finishOutput() {
+  if (std::fflush(stdout) == 0) return kExitSuccess;
+  reportError("the output cannot be written: make room or choose another place");
+  return kExitFailure;
 }
 
 }  // namespace velorin

@@ -45,4 +45,8 @@ class Console {
 /// a Console.
 void reportError(std::string_view text);
 
+/// Ends a command that has printed its result on standard output: the exit code, after an error
+/// line when the output could not be written.
+int finishOutput();
+
 }  // namespace velorin

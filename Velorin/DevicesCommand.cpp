@@ -102,11 +102,7 @@ int runDevices(const DevicesOptions& options) {
   } else if (!any) {
     fmt::print("no output devices\n");
   }
-  if (std::fflush(stdout) != 0) {
-    reportError("the output cannot be written: make room or choose another place");
-    return kExitFailure;
-  }
-  return kExitSuccess;
+  return finishOutput();
 }
 
 }  // namespace velorin

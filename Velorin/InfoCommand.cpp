@@ -74,11 +74,8 @@ int runInfo(const InfoOptions& options) {
     }
   }
   if (options.json) fmt::print("{}\n", JsonObject::list(objects));
-  if (std::fflush(stdout) != 0) {
-    reportError("the output cannot be written: make room or choose another place");
-    return kExitFailure;
-  }
-  return exitCode;
+  const int written = finishOutput();
+  return exitCode != kExitSuccess ? exitCode : written;
 }
 
 }  // namespace velorin

@@ -52,6 +52,17 @@ struct InfoOptions {
   bool json = false;
 };
 
+struct SearchOptions {
+  std::string text;         ///< any bytes
+  std::int64_t limit = 50;  ///< tracks; 1 or more
+  std::int64_t offset = 0;  ///< tracks left out before; 0 or more
+  bool json = false;
+};
+
+struct LibraryListOptions {
+  bool json = false;
+};
+
 /// Text that was asked for: help, version.
 struct ShowText {
   std::string text;
@@ -62,8 +73,8 @@ struct WrongUsage {
   std::string text;
 };
 
-using Command =
-    std::variant<PlayOptions, RenderOptions, DevicesOptions, InfoOptions, ShowText, WrongUsage>;
+using Command = std::variant<PlayOptions, RenderOptions, DevicesOptions, InfoOptions, SearchOptions,
+                             LibraryListOptions, ShowText, WrongUsage>;
 
 /// Exit codes of the program.
 inline constexpr int kExitSuccess = 0;

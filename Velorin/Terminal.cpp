@@ -61,6 +61,23 @@ std::string fitted(std::string_view utf8, int columns) {
   return std::string(kept) + "…";
 }
 
+std::string fittedEnd(std::string_view utf8, int columns) {
+  if (columns <= 0) return {};
+  const int taken = columnsTaken(utf8);
+  if (taken <= columns) return std::string(utf8);
+  int excess = taken - columns + 1;  // the ellipsis
+  std::size_t at = 0;
+  while (at < utf8.size()) {
+    const text::CodePoint point = text::decode(utf8, at);
+    const int width = widthOf(point.value);
+    // A mark that combines with what was cut off goes with it.
+    if (excess <= 0 && width > 0) break;
+    excess -= width;
+    at += point.length;
+  }
+  return "…" + std::string(utf8.substr(at));
+}
+
 void useUTF8() noexcept {
   if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) std::setlocale(LC_CTYPE, "");
 }

@@ -22,6 +22,9 @@ int columnsTaken(std::string_view utf8) noexcept;
 /// The text, or as much of its beginning as fits with "…" at the end.
 std::string fitted(std::string_view utf8, int columns);
 
+/// The text, or as much of its end as fits with "…" before it.
+std::string fittedEnd(std::string_view utf8, int columns);
+
 /// Makes column counts right for any character. Once, at the start of the program.
 void useUTF8() noexcept;
 

@@ -27,6 +27,8 @@ struct Run {
   int operator()(const RenderOptions& options) const { return runRender(options); }
   int operator()(const DevicesOptions& options) const { return runDevices(options); }
   int operator()(const InfoOptions& options) const { return runInfo(options); }
+  int operator()(const SearchOptions& options) const { return runSearch(options); }
+  int operator()(const LibraryListOptions& options) const { return runLibraryList(options); }
   int operator()(const ShowText& text) const { return show(text); }
   int operator()(const WrongUsage& usage) const { return refuse(usage); }
 };
