@@ -64,7 +64,7 @@ std::vector<std::string> TextTable::lines(int width) const {
       }
       pending += kGap + (cell.empty() || !_columns[i].alignRight ? padding : 0);
     }
-    lines.push_back(std::move(line));
+    lines.push_back(terminal::fitted(line, width));
   }
   return lines;
 }

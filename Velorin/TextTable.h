@@ -30,8 +30,8 @@ class TextTable {
   bool isEmpty() const noexcept { return _rows.empty(); }
 
   /// One line for each row, two spaces between the columns, none at the end. Where the widest rows
-  /// exceed `width`, the columns that may be cut give way, the widest first. A column in which all
-  /// cells are empty is left out.
+  /// exceed `width`, the columns that may be cut give way, the widest first; where that is not
+  /// enough, the end of the line does. A column in which all cells are empty is left out.
   std::vector<std::string> lines(int width) const;
 
  private:

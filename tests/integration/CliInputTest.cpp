@@ -39,6 +39,11 @@ TEST(CliUsage, WrongUsageEndsWith2AndOneLine) {
       {"render", "a.flac", "-o", "out.wav", "--device-buffer-max", "0"},
       {"devices", "extra"},
       {"info"},
+      {"search"},
+      {"search", "a", "--limit", "0"},
+      {"search", "a", "--offset", "-1"},
+      {"library"},
+      {"library", "list", "extra"},
   };
   for (const auto& arguments : cases) {
     const Outcome outcome = run(arguments);

@@ -8,6 +8,7 @@
 #include "PlayList.h"
 #include "SignalPathText.h"
 #include "Terminal.h"
+#include "TextTable.h"
 #include "WavRecorder.h"
 #include "support/TemporaryFolder.h"
 
@@ -143,6 +144,34 @@ TEST(KeyParser, FindsKeysHoweverTheBytesArrive) {
     for (const Key key : parser.feed({&byte, 1})) keys.push_back(key);
   }
   EXPECT_EQ(keys, expected);
+}
+
+TEST(TextTable, LinesUpInEveryWidth) {
+  terminal::useUTF8();
+  using Cut = TextColumn::Cut;
+  TextTable table({{.cut = Cut::atEnd, .least = 6},
+                   {.alignRight = true},
+                   {},
+                   {.cut = Cut::atStart, .least = 8}});
+  table.addRow({"日本語の長い題名です", "1", "", "/music/夜/e\u0301tude.flac"});
+  table.addRow({"short", "1,234", "", ""});
+  const std::vector<std::string> whole = {"日本語の長い題名です      1  /music/夜/e\u0301tude.flac",
+                                          "short                 1,234"};
+  EXPECT_EQ(table.lines(1000), whole);
+  for (int columns = 23; columns < 60; ++columns) {
+    const auto lines = table.lines(columns);
+    for (const std::string& line : lines) {
+      EXPECT_LE(terminal::columnsTaken(line), columns) << line;
+    }
+    // The numbers end in the same column.
+    const auto numberEnd = [](const std::string& line, const char* number) {
+      return terminal::columnsTaken(line.substr(0, line.find(number))) +
+             static_cast<int>(std::strlen(number));
+    };
+    EXPECT_EQ(numberEnd(lines[0], " 1  "), numberEnd(lines[1], " 1,234") + 2) << lines[0];
+    EXPECT_TRUE(lines[0].ends_with("de.flac")) << lines[0];
+  }
+  EXPECT_EQ(terminal::fittedEnd("abce\u0301f", 2), "…f") << "a mark without its letter";
 }
 
 TEST(StatusLine, FitsEveryWidth) {
