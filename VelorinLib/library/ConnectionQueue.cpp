@@ -1,5 +1,9 @@
 #include "library/ConnectionQueue.h"
 
+#include <sqlite3.h>
+
+#include <thread>
+
 #include "foundation/Log.h"
 
 namespace velorin {
@@ -31,6 +35,22 @@ unsigned facetsOf(std::string_view table, std::string_view column) {
   return bit(Facet::library);
 }
 
+/// Needs the file for itself for a moment. Where two programs open a new file at once SQLite does
+/// not wait for that, as either might wait for the other, but reports the file as busy.
+void enterWAL(sqlite::Connection& connection) {
+  using namespace std::chrono_literals;
+  const auto deadline = std::chrono::steady_clock::now() + 5s;
+  for (;;) {
+    try {
+      connection.executeScript("PRAGMA journal_mode = WAL");
+      return;
+    } catch (const sqlite::SqliteError& error) {
+      if (error.code() != SQLITE_BUSY || std::chrono::steady_clock::now() > deadline) throw;
+    }
+    std::this_thread::sleep_for(10ms);
+  }
+}
+
 }  // namespace
 
 ConnectionQueue::ConnectionQueue(const std::filesystem::path& file, sqlite::Access access)
@@ -43,9 +63,12 @@ ConnectionQueue::ConnectionQueue() : ConnectionQueue(std::filesystem::path(":mem
 ConnectionQueue::~ConnectionQueue() = default;
 
 void ConnectionQueue::setUp(sqlite::Access access) {
-  _connection->executeScript(access == sqlite::Access::readWrite
-                                 ? "PRAGMA foreign_keys = ON; PRAGMA journal_mode = WAL"
-                                 : "PRAGMA query_only = ON");
+  if (access == sqlite::Access::readWrite) {
+    _connection->executeScript("PRAGMA foreign_keys = ON");
+    enterWAL(*_connection);
+  } else {
+    _connection->executeScript("PRAGMA query_only = ON");
+  }
   _connection->executeScript(R"(
 PRAGMA synchronous = NORMAL;
 PRAGMA cache_size = -65536;

@@ -129,16 +129,20 @@ TEST(LibraryFile, FirstRunsAtTheSameTimeEndAtOneLibrary) {
     SCOPED_TRACE(round);
     const test::TemporaryFolder folder;
     const auto file = folder / "library.sqlite";
-    std::vector<std::future<int>> runs;
+    std::vector<std::future<std::string>> runs;
     for (int run = 0; run < 4; ++run) {
       runs.push_back(std::async(std::launch::async, [&, run] {
-        const auto queue = openLibraryFile(file);
-        return static_cast<int>(queue->write([&](Writer& writer) {
-          return writer.run("INSERT INTO artists (name) VALUES (?)", std::to_string(run));
-        }));
+        try {
+          const auto queue = openLibraryFile(file);
+          return std::to_string(queue->write([&](Writer& writer) {
+            return writer.run("INSERT INTO artists (name) VALUES (?)", std::to_string(run));
+          }));
+        } catch (const VelorinDatabaseError& error) {
+          return error.message;
+        }
       }));
     }
-    for (auto& run : runs) EXPECT_NO_THROW(EXPECT_EQ(run.get(), 1));
+    for (auto& run : runs) EXPECT_EQ(run.get(), "1");
     EXPECT_TRUE(setAside(folder.path()).empty());
     EXPECT_EQ(artistsOf(*openLibraryFile(file)), 4);
   }
