@@ -1,0 +1,326 @@
+// The equalizer: its filters measured against the analogue circuits that they stand for, when it
+// leaves audio alone, and edits while it plays.
+#include "dsp/effects/EqualizerDSP.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "dsp/EffectHarness.h"
+
+namespace velorin {
+namespace {
+
+using test::impulse;
+using test::noise;
+using test::Signal;
+using Type = EQBand::FilterType;
+
+constexpr double kRate = 48000;
+
+std::vector<EQBand> flatBut(std::size_t index, EQBand band) {
+  auto bands = flatBands();
+  bands[index] = band;
+  return bands;
+}
+
+const EQBand kBump{.frequency = 1000, .gain = 6};
+
+struct ReadyEqualizer : EqualizerDSP {
+  explicit ReadyEqualizer(const std::vector<EQBand>& bands = flatBut(17, kBump),
+                          std::size_t channels = 2, double rate = kRate) {
+    setEnabled(true);
+    configure(rate, channels);
+    setBands(bands);
+  }
+  RenderLock& lock() { return _lock; }
+};
+
+bool passesDry(EqualizerDSP& effect, std::size_t channels = 2, double rate = kRate) {
+  const Signal in = noise(channels, 1000);
+  return test::identical(in, test::run(effect, in, rate));
+}
+
+// The cookbook's analogue prototypes at the frequency that the bilinear transform maps to f. They
+// share no arithmetic with the digital coefficients.
+double analogueMagnitude(const EQBand& band, double f, double rate) {
+  using std::numbers::pi;
+  const std::complex<double> s(0, std::tan(pi * f / rate) / std::tan(pi * band.frequency / rate));
+  const double a = std::pow(10.0, band.gain / 40);
+  const double q = band.q;
+  const double r = std::sqrt(a);
+  switch (band.filterType) {
+    case Type::peaking:
+      return std::abs((s * s + s * (a / q) + 1.0) / (s * s + s / (a * q) + 1.0));
+    case Type::lowShelf:
+      return std::abs(a * (s * s + s * (r / q) + a) / (a * s * s + s * (r / q) + 1.0));
+    case Type::highShelf:
+      return std::abs(a * (a * s * s + s * (r / q) + 1.0) / (s * s + s * (r / q) + a));
+    case Type::lowPass:
+      return std::abs(1.0 / (s * s + s / q + 1.0));
+    case Type::highPass:
+      return std::abs(s * s / (s * s + s / q + 1.0));
+  }
+  return 0;
+}
+
+TEST(Equalizer, EveryFilterHasTheResponseOfItsCircuitAtEveryRate) {
+  const EQBand bands[] = {
+      {20, 12, 4.318, Type::peaking},   {20000, -12, 4.318, Type::peaking},
+      {1000, -6, 0.1, Type::peaking},   {20, -12, 0.707, Type::lowShelf},
+      {250, 12, 10, Type::lowShelf},    {20000, 12, 0.5, Type::highShelf},
+      {2000, -12, 10, Type::highShelf}, {20, 12, 0.707, Type::highPass},
+      {1000, 0, 10, Type::highPass},    {20000, 0, 4.318, Type::lowPass},
+      {100, 0, 0.1, Type::lowPass},     {31.5, 0.01, 10, Type::peaking},
+  };
+  for (const double rate : {44100.0, 48000.0, 96000.0, 192000.0, 384000.0}) {
+    for (const EQBand& band : bands) {
+      ReadyEqualizer equalizer(flatBut(5, band), 1, rate);
+      // Until what rings is below what a float shows: a boosted peak rings with twice its Q, and
+      // filters of low Q creep as long as others ring.
+      const double seconds = 12 * std::max(band.q, 1 / band.q) / band.frequency;
+      const auto frames = static_cast<std::size_t>(rate * seconds) + 1000;
+      const Signal out = test::run(equalizer, impulse(1, frames), rate);
+      for (const double f : {20.0, band.frequency / 2, band.frequency, band.frequency * 2, 997.0,
+                             18000.0, rate * 0.45}) {
+        if (f >= rate / 2) continue;
+        const double expected = analogueMagnitude(band, f, rate);
+        const double measured = std::abs(test::transformAt(out[0], f, rate));
+        EXPECT_NEAR(measured, expected, 1e-5 * std::max(expected, 0.1))
+            << label(band.filterType) << " of " << band.frequency << " Hz at " << f << " Hz, rate "
+            << rate;
+      }
+    }
+  }
+}
+
+TEST(Equalizer, AllBandsTogetherMultiplyOnEveryChannel) {
+  auto bands = flatBands();
+  for (std::size_t i = 0; i < bands.size(); ++i) bands[i].gain = i % 2 == 0 ? 9 : -7.5;
+  ReadyEqualizer equalizer(bands, 8);
+  Signal in(8, std::vector<float>(60000));
+  for (std::size_t channel = 0; channel < in.size(); ++channel) {
+    in[channel][0] = 1 / static_cast<float>(1 + channel);
+  }
+  const Signal out = test::run(equalizer, in, kRate);
+  for (const double f : {25.0, 100.0, 440.0, 3150.0, 12500.0, 21000.0}) {
+    double expected = 1;
+    for (const EQBand& band : bands) expected *= analogueMagnitude(band, f, kRate);
+    for (std::size_t channel = 0; channel < out.size(); ++channel) {
+      const double measured = std::abs(test::transformAt(out[channel], f, kRate));
+      EXPECT_NEAR(measured * static_cast<double>(1 + channel), expected, 1e-4 * expected) << f;
+    }
+  }
+}
+
+TEST(Equalizer, IsFlatUntilABandReachesAHundredthOfADecibel) {
+  struct {
+    EQBand band;
+    bool isFlat;
+  } const cases[] = {
+      {{.frequency = 1000, .gain = 0.0099}, true},
+      {{.frequency = 1000, .gain = -0.0099, .q = 0.5}, true},
+      {{.frequency = 1000, .gain = 0.01}, false},
+      {{.frequency = 1000, .gain = -0.01}, false},
+      {{.frequency = 1000, .filterType = Type::lowPass}, false},
+      {{.frequency = 1000, .filterType = Type::highShelf}, false},
+  };
+  Signal odd = noise(2, 64);
+  odd[0][3] = -0.0f;
+  odd[0][4] = std::numeric_limits<float>::quiet_NaN();
+  odd[1][5] = std::numeric_limits<float>::denorm_min();
+  odd[1][6] = -std::numeric_limits<float>::infinity();
+  for (const auto& [band, isFlat] : cases) {
+    ReadyEqualizer equalizer(flatBut(30, band));
+    EXPECT_EQ(equalizer.isFlat(), isFlat) << band.gain;
+    EXPECT_EQ(test::identical(odd, test::run(equalizer, odd, kRate)), isFlat) << band.gain;
+  }
+  ReadyEqualizer equalizer;
+  equalizer.setEnabled(false);
+  EXPECT_TRUE(passesDry(equalizer));
+  equalizer.setEnabled(true);
+  EXPECT_FALSE(passesDry(equalizer));
+  equalizer.resetBands();
+  EXPECT_TRUE(equalizer.isFlat());
+  EXPECT_TRUE(passesDry(equalizer));
+}
+
+TEST(Equalizer, EditsAreHeldWithinTheLimits) {
+  constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+  EqualizerDSP equalizer;
+  EXPECT_EQ(equalizer.bands(), flatBands());
+  EXPECT_EQ(equalizer.peakGain(), 0);
+  equalizer.setBands(flatBut(3, {.frequency = 40, .gain = 20, .q = 0.01}));
+  EXPECT_EQ(equalizer.bands()[3], (EQBand{40, 12, 0.1, Type::peaking}));
+  equalizer.updateBand(3, -99, 99, std::nullopt);
+  EXPECT_EQ(equalizer.bands()[3], (EQBand{40, -12, 10, Type::peaking}));
+  equalizer.updateBand(3, std::nullopt, std::nullopt, Type::highPass);
+  EXPECT_EQ(equalizer.bands()[3], (EQBand{40, -12, 10, Type::highPass}));
+  equalizer.updateBand(3, kNaN, kNaN, std::nullopt);
+  EXPECT_EQ(equalizer.bands()[3], (EQBand{40, 0, EQBand::kDefaultQ, Type::highPass}));
+  const auto before = equalizer.bands();
+  equalizer.updateBand(31, 5, 5, Type::lowPass);
+  EXPECT_EQ(equalizer.bands(), before);
+  equalizer.updateBand(9, -3, std::nullopt, std::nullopt);
+  EXPECT_EQ(equalizer.peakGain(), 0);
+  equalizer.updateBand(10, 2.5, std::nullopt, std::nullopt);
+  EXPECT_EQ(equalizer.peakGain(), 2.5);
+  equalizer.resetBands();
+  EXPECT_EQ(equalizer.bands(), flatBands());
+  equalizer.setBands({});
+  EXPECT_EQ(equalizer.peakGain(), 0);
+  equalizer.setBands(std::vector<EQBand>{{.gain = -4}, {.gain = -3}});
+  EXPECT_EQ(equalizer.peakGain(), -3);
+}
+
+TEST(Equalizer, AnotherFormatPassesDryUntilItIsConfigured) {
+  ReadyEqualizer equalizer;
+  EXPECT_FALSE(passesDry(equalizer));
+  EXPECT_FALSE(passesDry(equalizer, 2, kRate + 1)) << "within 1 Hz";
+  EXPECT_TRUE(passesDry(equalizer, 2, kRate + 1.1));
+  EXPECT_TRUE(passesDry(equalizer)) << "the old filters do not come back by themselves";
+  equalizer.configure(kRate, 2);
+  EXPECT_FALSE(passesDry(equalizer));
+  EXPECT_TRUE(passesDry(equalizer, 3));
+  EXPECT_TRUE(passesDry(equalizer, 3));
+  equalizer.setBands(equalizer.bands());
+  EXPECT_FALSE(passesDry(equalizer, 3)) << "an edit designs for what plays";
+  EXPECT_FALSE(passesDry(equalizer, 3));
+  equalizer.configure(0, 2);
+  EXPECT_TRUE(passesDry(equalizer));
+  equalizer.configure(96000, 32);
+  EXPECT_FALSE(passesDry(equalizer, 32, 96000));
+  equalizer.configure(96000, 33);
+  EXPECT_TRUE(passesDry(equalizer, 33, 96000));
+
+  EqualizerDSP early;  // bands before there is a format
+  early.setEnabled(true);
+  early.setBands(flatBut(17, kBump));
+  EXPECT_TRUE(passesDry(early));
+  early.configure(kRate, 2);
+  EXPECT_FALSE(passesDry(early));
+}
+
+TEST(Equalizer, WhatItCannotProcessItLeavesWhole) {
+  ReadyEqualizer equalizer;
+  {
+    const RenderLockHold editing(equalizer.lock());
+    EXPECT_TRUE(passesDry(equalizer)) << "an editor is swapping filters";
+  }
+  EXPECT_FALSE(passesDry(equalizer));
+
+  Signal signal = noise(2, 64);
+  const Signal before = signal;
+  AudioBufferList list = test::listOf(signal, 0, 64);
+  equalizer.process(list, 0, kRate);
+  equalizer.process(list, -5, kRate);
+  list.buffers[1].data = nullptr;
+  equalizer.process(list, 64, kRate);
+  list.bufferCount = 0;
+  equalizer.process(list, 64, kRate);
+  EXPECT_TRUE(test::identical(signal, before));
+  EXPECT_FALSE(passesDry(equalizer));
+
+  auto bands = flatBut(0, kBump);
+  bands.pop_back();
+  equalizer.setBands(bands);
+  EXPECT_FALSE(equalizer.isFlat());
+  EXPECT_TRUE(passesDry(equalizer)) << "30 bands are no equalizer";
+  bands = flatBands();
+  bands.push_back(kBump);
+  equalizer.setBands(bands);
+  EXPECT_FALSE(equalizer.isFlat());
+  EXPECT_TRUE(passesDry(equalizer)) << "only 31 are read";
+}
+
+TEST(Equalizer, BandsWithoutAFilterAtTheRateAreLeftOutAndNamed) {
+  auto bands = flatBut(17, kBump);
+  bands[30] = {.frequency = 24000, .gain = 12};
+  bands[29] = {.frequency = 0, .gain = 3, .filterType = Type::highPass};
+  bands[28] = {.frequency = std::numeric_limits<double>::quiet_NaN(), .gain = 3};
+  bands[27] = {.frequency = 1e-9, .gain = 12, .filterType = Type::lowShelf};
+  bands[26] = {.frequency = 30000};  // inactive, unusable all the same
+  EqualizerDSP unconfigured;
+  unconfigured.setBands(bands);
+  EXPECT_TRUE(unconfigured.unusableBands().empty());
+
+  ReadyEqualizer equalizer(bands);
+  EXPECT_EQ(equalizer.unusableBands(), (std::vector<int>{26, 27, 28, 29, 30}));
+  ReadyEqualizer usableAlone;
+  const Signal in = noise(2, 5000);
+  EXPECT_TRUE(test::identical(test::run(equalizer, in, kRate), test::run(usableAlone, in, kRate)));
+  equalizer.configure(96000, 2);
+  EXPECT_EQ(equalizer.unusableBands(), (std::vector<int>{27, 28, 29}));
+  equalizer.setBands(flatBut(30, {.frequency = 50000, .gain = 12}));
+  EXPECT_FALSE(equalizer.isFlat());
+  EXPECT_TRUE(passesDry(equalizer, 2, 96000));
+}
+
+TEST(Equalizer, TheSizeOfBlocksDoesNotShow) {
+  auto bands = flatBut(17, kBump);
+  bands[0].gain = 12;
+  bands[30] = {20000, 6, 0.7, Type::highShelf};
+  const Signal in = noise(3, 70000);
+  ReadyEqualizer reference(bands, 3);
+  const Signal expected = test::run(reference, in, kRate, in[0].size());
+  for (const std::size_t block : test::kBlockSizes) {
+    ReadyEqualizer equalizer(bands, 3);
+    EXPECT_TRUE(test::identical(test::run(equalizer, in, kRate, block), expected)) << block;
+  }
+}
+
+TEST(Equalizer, BrokenSamplesDoNotOutliveTheirBlock) {
+  for (const float broken :
+       {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()}) {
+    ReadyEqualizer equalizer;
+    Signal in = noise(2, 512);
+    in[1][100] = broken;
+    const Signal out = test::run(equalizer, in, kRate);
+    EXPECT_TRUE(std::isfinite(out[0].back())) << "the other channel keeps its own state";
+    ReadyEqualizer fresh;
+    const Signal next = noise(2, 512, 0.5f, 7);
+    const Signal after = test::run(equalizer, next, kRate);
+    EXPECT_EQ(after[1], test::run(fresh, next, kRate)[1]);
+    EXPECT_TRUE(std::isfinite(after[0].back()));
+  }
+}
+
+TEST(Equalizer, EditsWhileItPlaysLeaveTheLastOneInPlace) {
+  ReadyEqualizer equalizer;
+  std::atomic<bool> stop{false};
+  std::atomic<int> broken{0};
+  std::thread renderer([&] {
+    const Signal in = noise(2, 64);
+    for (unsigned turn = 0; !stop; ++turn) {
+      const double rate = turn % 64 == 0 ? 44100 : kRate;
+      const Signal out = test::run(equalizer, in, rate, 64);
+      if (!(test::largestDifference(out, in) < 100)) ++broken;
+    }
+  });
+  std::thread otherEditor([&] {
+    for (int turn = 0; !stop; ++turn) {
+      equalizer.configure(turn % 2 == 0 ? 44100 : kRate, 2);
+      equalizer.updateBand(4, turn % 25 - 12, std::nullopt, std::nullopt);
+    }
+  });
+  auto bands = flatBands();
+  for (int turn = 0; turn < 1500; ++turn) {
+    for (EQBand& band : bands) band.gain = turn % 25 - 12;
+    equalizer.setBands(bands);
+    if (turn % 10 == 0) equalizer.resetBands();
+    ASSERT_LE(equalizer.unusableBands().size(), bands.size());
+    ASSERT_LE(equalizer.peakGain(), 12);
+  }
+  stop = true;
+  renderer.join();
+  otherEditor.join();
+  EXPECT_EQ(broken, 0);
+  equalizer.setBands(flatBut(17, kBump));
+  equalizer.configure(kRate, 2);
+  ReadyEqualizer fresh;
+  const Signal in = noise(2, 5000);
+  EXPECT_TRUE(test::identical(test::run(equalizer, in, kRate), test::run(fresh, in, kRate)));
+}
+
+}  // namespace
+}  // namespace velorin
