@@ -5,9 +5,11 @@
 // that no call that could hold it is still running. The render thread never frees one.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "dsp/DSPProcessor.h"
@@ -17,7 +19,8 @@ namespace velorin {
 
 class DSPChain {
  public:
-  DSPChain();
+  /// With diagnostics on, process() takes the time of each enabled effect.
+  explicit DSPChain(bool diagnosticsEnabled = false);
   ~DSPChain();
   DSPChain(const DSPChain&) = delete;
   DSPChain& operator=(const DSPChain&) = delete;
@@ -37,6 +40,18 @@ class DSPChain {
   /// Render thread only, one call at a time: runs every enabled effect in order, in place.
   void process(AudioBufferList& buffers, std::int64_t frameCount, double sampleRate) noexcept;
 
+  /// How long the calls of the effect at one position took since the last report.
+  struct Timing {
+    std::string name;  ///< the effect's short name
+    double peakMicros = 0;
+    double avgMicros = 0;
+    std::uint64_t calls = 0;
+  };
+  bool diagnosticsEnabled() const noexcept { return _diagnosticsEnabled; }
+  /// Of the first 16 positions, those that were called; starts the counts anew. Not the render
+  /// thread. A call that ends meanwhile may be counted in part.
+  std::vector<Timing> drainDiagnostics() EXCLUDES(_lock);
+
  private:
   struct Snapshot {
     std::vector<DSPProcessor*> processors;
@@ -45,7 +60,20 @@ class DSPChain {
     std::unique_ptr<const Snapshot> snapshot;
     std::uint64_t renderCount;  ///< of the call that may still hold it
   };
+  /// Written by the render thread, drained by another.
+  struct Slot {
+    std::atomic<std::uint64_t> peakNs{0};
+    std::atomic<std::uint64_t> totalNs{0};
+    std::atomic<std::uint64_t> calls{0};
+  };
+  static constexpr std::size_t kMaxSlots = 16;
+
   void freeRetired() REQUIRES(_lock);
+  void processTimed(const Snapshot& snapshot, AudioBufferList& buffers, std::int64_t frameCount,
+                    double sampleRate) noexcept;
+
+  const bool _diagnosticsEnabled;
+  std::array<Slot, kMaxSlots> _slots;
 
   std::atomic<const Snapshot*> _currentSnapshot;
   std::atomic<std::uint64_t> _renderCount{0};  ///< odd while process() runs
