@@ -3,6 +3,7 @@
 
 #include <immintrin.h>
 
+#include "platform/vector/BiquadKernels.h"
 #include "platform/vector/VectorKernels.h"
 #include "platform/vector/VectorScalar.h"
 
@@ -117,11 +118,60 @@ inline void storeNarrowed(std::int16_t* out, I value) {
       _mm_packs_epi32(_mm256_castsi256_si128(value), _mm256_extracti128_si256(value, 1)));
 }
 
+using D = __m256d;
+
+inline D load(const double* in) {
+  return _mm256_loadu_pd(in);
+}
+inline void store(double* out, D value) {
+  _mm256_storeu_pd(out, value);
+}
+inline D broadcastDouble(double value) {
+  return _mm256_set1_pd(value);
+}
+inline D multiply(D a, D b) {
+  return _mm256_mul_pd(a, b);
+}
+inline D plus(D a, D b) {
+  return _mm256_add_pd(a, b);
+}
+inline D minus(D a, D b) {
+  return _mm256_sub_pd(a, b);
+}
+// Per lane: `a` where 0 <= value < limit, else `b`.
+inline D whereWithin(D value, D limit, D a, D b) {
+  const D isLate = _mm256_cmp_pd(value, _mm256_setzero_pd(), _CMP_GE_OQ);
+  return _mm256_blendv_pd(b, a, _mm256_and_pd(isLate, _mm256_cmp_pd(value, limit, _CMP_LT_OQ)));
+}
+// The pair of a frame where shiftIn() takes it from; shiftIn() moves the lane pairs of `a` up by
+// one and fills in with the last pair of `before`.
+inline D loadPair(const double* in) {
+  return _mm256_broadcast_pd(reinterpret_cast<const __m128d*>(in));
+}
+inline D shiftIn(D before, D a) {
+  return _mm256_permute2f128_pd(before, a, 0x21);
+}
+using Tap = __m256i;
+inline Tap tapAt(std::size_t pair) {
+  return pair == 0 ? _mm256_set_epi32(7, 6, 5, 4, 3, 2, 1, 0)
+                   : _mm256_set_epi32(3, 2, 1, 0, 7, 6, 5, 4);
+}
+inline void storePair(double* out, D value, Tap tap) {
+  const __m256 moved = _mm256_permutevar8x32_ps(_mm256_castpd_ps(value), tap);
+  _mm_storeu_pd(out, _mm_castps_pd(_mm256_castps256_ps128(moved)));
+}
+
 inline void widenToDouble(const float* in, double* out) {
   _mm256_storeu_pd(out, _mm256_cvtps_pd(_mm_loadu_ps(in)));
 }
 inline void narrowToFloat(const double* in, float* out) {
   _mm_storeu_ps(out, _mm256_cvtpd_ps(_mm256_loadu_pd(in)));
+}
+// The conversion from memory to 128 bits leaves the processor with upper halves in use although no
+// 256-bit register is written, so the compiler does not clear them; SSE code that follows would
+// pay some hundred cycles.
+inline void afterNarrowing() {
+  _mm256_zeroupper();
 }
 inline __m128i truncate(const double* in, double scale, double low, double high) {
   const __m256d scaled = _mm256_mul_pd(_mm256_loadu_pd(in), _mm256_set1_pd(scale));
@@ -136,6 +186,7 @@ inline void storeInt16(std::int16_t* out, __m128i four) {
   _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packs_epi32(four, four));
 }
 
+#include "platform/vector/BiquadX86.inl"
 #include "platform/vector/VectorShuffles256.inl"
 #include "platform/vector/VectorX86.inl"
 

@@ -3,6 +3,7 @@
 
 #include <immintrin.h>
 
+#include "platform/vector/BiquadKernels.h"
 #include "platform/vector/VectorKernels.h"
 #include "platform/vector/VectorScalar.h"
 
@@ -124,12 +125,56 @@ inline void storeNarrowed(std::int16_t* out, I value) {
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm512_cvtsepi32_epi16(value));
 }
 
+using D = __m512d;
+
+inline D load(const double* in) {
+  return _mm512_loadu_pd(in);
+}
+inline void store(double* out, D value) {
+  _mm512_storeu_pd(out, value);
+}
+inline D broadcastDouble(double value) {
+  return _mm512_set1_pd(value);
+}
+inline D multiply(D a, D b) {
+  return _mm512_mul_pd(a, b);
+}
+inline D plus(D a, D b) {
+  return _mm512_add_pd(a, b);
+}
+inline D minus(D a, D b) {
+  return _mm512_sub_pd(a, b);
+}
+// Per lane: `a` where 0 <= value < limit, else `b`.
+inline D whereWithin(D value, D limit, D a, D b) {
+  const __mmask8 isLate = _mm512_cmp_pd_mask(value, _mm512_setzero_pd(), _CMP_GE_OQ);
+  return _mm512_mask_blend_pd(_mm512_mask_cmp_pd_mask(isLate, value, limit, _CMP_LT_OQ), b, a);
+}
+// The pair of a frame where shiftIn() takes it from; shiftIn() moves the lane pairs of `a` up by
+// one and fills in with the last pair of `before`.
+inline D loadPair(const double* in) {
+  return _mm512_castps_pd(_mm512_broadcast_f32x4(_mm_castpd_ps(_mm_loadu_pd(in))));
+}
+inline D shiftIn(D before, D a) {
+  return _mm512_castsi512_pd(
+      _mm512_alignr_epi64(_mm512_castpd_si512(a), _mm512_castpd_si512(before), 6));
+}
+using Tap = __m512i;
+inline Tap tapAt(std::size_t pair) {
+  const auto lane = static_cast<long long>(2 * pair);
+  return _mm512_set_epi64(0, 0, 0, 0, 0, 0, lane + 1, lane);
+}
+inline void storePair(double* out, D value, Tap tap) {
+  _mm_storeu_pd(out, _mm512_castpd512_pd128(_mm512_permutexvar_pd(tap, value)));
+}
+
 inline void widenToDouble(const float* in, double* out) {
   _mm512_storeu_pd(out, _mm512_cvtps_pd(_mm256_loadu_ps(in)));
 }
 inline void narrowToFloat(const double* in, float* out) {
   _mm256_storeu_ps(out, _mm512_cvtpd_ps(_mm512_loadu_pd(in)));
 }
+inline void afterNarrowing() {}
 inline __m256i truncate(const double* in, double scale, double low, double high) {
   const __m512d scaled = _mm512_mul_pd(_mm512_loadu_pd(in), _mm512_set1_pd(scale));
   const __m512d number =
@@ -144,6 +189,7 @@ inline void storeInt16(std::int16_t* out, __m256i eight) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_cvtsepi32_epi16(eight));
 }
 
+#include "platform/vector/BiquadX86.inl"
 #include "platform/vector/VectorShuffles256.inl"
 #include "platform/vector/VectorX86.inl"
 

@@ -9,6 +9,8 @@
 
 namespace velorin::vector {
 
+struct BiquadPairs;
+
 /// Instruction sets, slowest first.
 enum class Level { scalar, sse2, avx2, avx512 };
 
@@ -51,6 +53,10 @@ struct Kernels {
   void (*interleavePairs32)(const void*, const void*, std::byte*, std::size_t) noexcept;
   void (*deinterleavePairs16)(const std::byte*, void*, void*, std::size_t) noexcept;
   void (*deinterleavePairs32)(const std::byte*, void*, void*, std::size_t) noexcept;
+
+  /// As in BiquadKernels.h.
+  void (*filterPairs)(const BiquadPairs&, double*, std::size_t) noexcept;
+  unsigned (*brokenStreams)(const double*, std::size_t) noexcept;
 
   /// The low three bytes of each word, little-endian.
   void (*packInt24)(const std::int32_t*, std::byte*, std::size_t) noexcept;

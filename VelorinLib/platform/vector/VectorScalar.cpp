@@ -286,6 +286,8 @@ const Kernels kScalarKernels = {
     .interleavePairs32 = scalar::interleavePairs32,
     .deinterleavePairs16 = scalar::deinterleavePairs16,
     .deinterleavePairs32 = scalar::deinterleavePairs32,
+    .filterPairs = scalar::filterPairs,
+    .brokenStreams = scalar::brokenStreams,
     .packInt24 = scalar::packInt24,
 };
 

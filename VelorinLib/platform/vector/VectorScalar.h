@@ -25,6 +25,10 @@ inline constexpr float kExp[] = {1.38824573e-3f, 8.36654566e-3f, 4.16672006e-2f,
 
 }  // namespace velorin::vector::tanh_constants
 
+namespace velorin::vector {
+struct BiquadPairs;
+}
+
 namespace velorin::vector::scalar {
 
 // Contracts: Vector.h and VectorKernels.h.
@@ -67,6 +71,8 @@ void interleavePairs16(const void* a, const void* b, std::byte* out, std::size_t
 void interleavePairs32(const void* a, const void* b, std::byte* out, std::size_t count) noexcept;
 void deinterleavePairs16(const std::byte* in, void* a, void* b, std::size_t count) noexcept;
 void deinterleavePairs32(const std::byte* in, void* a, void* b, std::size_t count) noexcept;
+void filterPairs(const BiquadPairs& cascade, double* samples, std::size_t frames) noexcept;
+unsigned brokenStreams(const double* values, std::size_t pairs) noexcept;
 void packInt24(const std::int32_t* in, std::byte* out, std::size_t count) noexcept;
 
 }  // namespace velorin::vector::scalar

@@ -3,6 +3,7 @@
 
 #include <emmintrin.h>
 
+#include "platform/vector/BiquadKernels.h"
 #include "platform/vector/VectorKernels.h"
 #include "platform/vector/VectorScalar.h"
 
@@ -118,6 +119,46 @@ inline void storeNarrowed(std::int16_t* out, I value) {
   _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packs_epi32(value, value));
 }
 
+using D = __m128d;
+
+inline D load(const double* in) {
+  return _mm_loadu_pd(in);
+}
+inline void store(double* out, D value) {
+  _mm_storeu_pd(out, value);
+}
+inline D broadcastDouble(double value) {
+  return _mm_set1_pd(value);
+}
+inline D multiply(D a, D b) {
+  return _mm_mul_pd(a, b);
+}
+inline D plus(D a, D b) {
+  return _mm_add_pd(a, b);
+}
+inline D minus(D a, D b) {
+  return _mm_sub_pd(a, b);
+}
+// Per lane: `a` where 0 <= value < limit, else `b`.
+inline D whereWithin(D value, D limit, D a, D b) {
+  const D mask = _mm_and_pd(_mm_cmpge_pd(value, _mm_setzero_pd()), _mm_cmplt_pd(value, limit));
+  return _mm_or_pd(_mm_and_pd(mask, a), _mm_andnot_pd(mask, b));
+}
+// A register is one pair here: nothing shifts within it.
+inline D loadPair(const double* in) {
+  return _mm_loadu_pd(in);
+}
+inline D shiftIn(D before, D) {
+  return before;
+}
+struct Tap {};
+inline Tap tapAt(std::size_t) {
+  return {};
+}
+inline void storePair(double* out, D value, Tap) {
+  _mm_storeu_pd(out, value);
+}
+
 inline void widenToDouble(const float* in, double* out) {
   const __m128i pair = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(in));
   _mm_storeu_pd(out, _mm_cvtps_pd(_mm_castsi128_ps(pair)));
@@ -126,6 +167,7 @@ inline void narrowToFloat(const double* in, float* out) {
   const __m128i pair = _mm_castps_si128(_mm_cvtpd_ps(_mm_loadu_pd(in)));
   _mm_storel_epi64(reinterpret_cast<__m128i*>(out), pair);
 }
+inline void afterNarrowing() {}
 inline __m128i truncate(const double* in, double scale, double low, double high) {
   const __m128d scaled = _mm_mul_pd(_mm_loadu_pd(in), _mm_set1_pd(scale));
   const __m128d number = _mm_and_pd(scaled, _mm_cmpord_pd(scaled, scaled));
@@ -170,6 +212,7 @@ inline void unzip32(const std::byte* in, std::byte* a, std::byte* b) {
 }
 inline void pack24(const std::int32_t*, std::byte*) {}
 
+#include "platform/vector/BiquadX86.inl"
 #include "platform/vector/VectorX86.inl"
 
 }  // namespace sse2

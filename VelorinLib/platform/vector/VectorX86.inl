@@ -179,6 +179,7 @@ void floatToDouble(const float* in, double* out, std::size_t count) noexcept {
 void doubleToFloat(const double* in, float* out, std::size_t count) noexcept {
   std::size_t i = 0;
   for (; i + kDoubleLanes <= count; i += kDoubleLanes) narrowToFloat(in + i, out + i);
+  afterNarrowing();
   scalar::doubleToFloat(in + i, out + i, count - i);
 }
 
@@ -334,5 +335,7 @@ constexpr Kernels kTable = {
     .interleavePairs32 = interleavePairs32,
     .deinterleavePairs16 = deinterleavePairs16,
     .deinterleavePairs32 = deinterleavePairs32,
+    .filterPairs = filterPairs,
+    .brokenStreams = brokenStreams,
     .packInt24 = packInt24,
 };
