@@ -13,7 +13,7 @@ namespace {
 /// Counts the different albums of each artist.
 class AlbumCounter {
  public:
-  explicit AlbumCounter(std::size_t artists) : _latest(artists, 0) {}
+  explicit AlbumCounter(std::size_t artists) : _latest(artists) {}
 
   void add(std::size_t artist, std::int64_t album) {
     // An album's tracks mostly come one after the other.
@@ -33,7 +33,7 @@ class AlbumCounter {
   }
 
  private:
-  std::vector<std::int64_t> _latest;
+  std::vector<std::optional<std::int64_t>> _latest;
   std::vector<std::pair<std::size_t, std::int64_t>> _pairs;
 };
 
