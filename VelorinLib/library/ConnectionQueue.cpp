@@ -17,7 +17,7 @@ unsigned bit(Facet facet) {
 
 /// What a listing may see of a statement that writes this column (of any column when it is empty).
 unsigned facetsOf(std::string_view table, std::string_view column) {
-  if (table == "artists") return bit(Facet::library);
+  if (table == "artists" || table == "tracks_fts") return bit(Facet::library);
   if (table == "albums") {
     const bool unseen =
         column == "artworkPath" || column == "worstFormat" || column == "accentColorHex";

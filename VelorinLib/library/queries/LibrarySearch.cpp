@@ -14,7 +14,7 @@ namespace {
 using Ids = std::vector<std::int64_t>;
 
 // A focus is checked row by row, best rows first: so many at first, then eight times as many.
-constexpr std::int64_t kFirstChecked = 2'000;
+constexpr std::int64_t kFirstChecked = 100;
 
 // SQLite refuses longer patterns of LIKE, and no name is so long.
 constexpr std::size_t kLongestLike = 50'000;
@@ -98,10 +98,6 @@ std::optional<std::string> likeAnywhere(std::string_view text) {
   return pattern;
 }
 
-std::optional<SqlFragment> focusText(const std::optional<FocusFilter>& focus) {
-  return focus ? focusSQL(*focus) : std::nullopt;
-}
-
 }  // namespace
 
 template <class Use>
@@ -118,7 +114,7 @@ std::vector<TrackInfo> LibrarySearch::searchTracks(std::string_view text,
                                                    const std::optional<TrackSort>& sort,
                                                    const std::optional<FocusFilter>& focus,
                                                    std::int64_t limit, std::int64_t offset) {
-  const auto filter = focusText(focus);
+  const auto filter = focusSQL(focus);
   if (sort)
     return searchSorted(text, filter.value_or(SqlFragment{"TRUE", {}}), *sort, limit, offset);
   return search(text, [&](sqlite::Reader& reader, const SearchMatches& matches) {
@@ -131,7 +127,7 @@ std::vector<TrackInfo> LibrarySearch::searchTracks(std::string_view text,
 std::vector<TrackInfo> LibrarySearch::searchRecentlyAddedTracks(
     std::string_view text, const std::optional<FocusFilter>& focus, std::int64_t limit,
     std::int64_t offset) {
-  const auto filter = focusText(focus);
+  const auto filter = focusSQL(focus);
   return search(text, [&](sqlite::Reader& reader, const SearchMatches& matches) {
     if (!filter) return matches.newestFirst(limit, offset);
     return focusedPage(reader, matches, *filter, limit, offset,
@@ -145,7 +141,7 @@ std::vector<TrackInfo> LibrarySearch::searchTracks(TrackCategory category, const
                                                    std::int64_t limit, std::int64_t offset) {
   SqlFragment filter{category == TrackCategory::genre ? "tracks.genre = ?" : "tracks.composer = ?",
                      {value}};
-  if (const auto more = focusText(focus)) {
+  if (const auto more = focusSQL(focus)) {
     filter.text += " AND " + more->text;
     filter.arguments.insert(filter.arguments.end(), more->arguments.begin(), more->arguments.end());
   }

@@ -20,7 +20,7 @@ void require(bool condition) {
 }
 
 /// SQLite's variable-length integer: seven bits a byte, the highest first, all eight of a ninth.
-std::uint64_t readVarint(std::span<const std::byte> bytes, std::size_t& at, std::size_t end) {
+std::uint64_t readLongVarint(std::span<const std::byte> bytes, std::size_t& at, std::size_t end) {
   std::uint64_t value = 0;
   for (int i = 0; i < 9; ++i) {
     require(at < end);
@@ -30,6 +30,30 @@ std::uint64_t readVarint(std::span<const std::byte> bytes, std::size_t& at, std:
     if (byte < 0x80) break;
   }
   return value;
+}
+
+/// Most are of one byte.
+inline std::uint64_t readVarint(std::span<const std::byte> bytes, std::size_t& at,
+                                std::size_t end) {
+  if (at < end && bytes[at] < std::byte{0x80}) return std::to_integer<std::uint64_t>(bytes[at++]);
+  return readLongVarint(bytes, at, end);
+}
+
+/// The number of positions in a part of a position list. Numbers are whole in each part.
+std::uint32_t countPositions(std::span<const std::byte> bytes, std::size_t& at, std::size_t end,
+                             bool& columnNext) {
+  std::uint32_t count = 0;
+  while (at < end) {
+    if (!columnNext && bytes[at] == kColumnMark) {
+      ++at;
+      columnNext = true;
+      continue;
+    }
+    readVarint(bytes, at, end);
+    count += static_cast<std::uint32_t>(!columnNext);
+    columnNext = false;
+  }
+  return count;
 }
 
 std::size_t readTwoBytes(std::span<const std::byte> bytes, std::size_t at) {
@@ -114,8 +138,6 @@ FtsSegmentCursor::FtsSegmentCursor(sqlite::Reader& reader, const FtsSegment& seg
           reader.query("SELECT id, block FROM tracks_fts_data WHERE id BETWEEN ? AND ? ORDER BY id",
                        _nextPage, (segment.id << kSegmentShift) + segment.lastPage)) {}
 
-FtsSegmentCursor::~FtsSegmentCursor() = default;
-
 bool FtsSegmentCursor::loadPage() {
   // A statement that has come to its end would begin anew.
   _isAtEnd = _isAtEnd || !_pages.next();
@@ -147,11 +169,9 @@ std::size_t FtsSegmentCursor::termOffset(std::size_t index) const {
   return index < _termOffsets.size() ? _termOffsets[index] : _contentEnd;
 }
 
-std::uint64_t FtsSegmentCursor::readNumber(std::size_t end) {
-  return readVarint(_page, _at, end);
-}
-
-bool FtsSegmentCursor::next() {
+bool FtsSegmentCursor::nextTerm() {
+  while (nextRows()) {
+  }
   while (true) {
     while (_nextTerm == _termOffsets.size()) {
       if (!loadPage()) return false;
@@ -159,85 +179,77 @@ bool FtsSegmentCursor::next() {
     readTerm();
     const int order = _term.compare(0, _prefix.size(), _prefix);
     if (order > 0) return false;
-    if (order == 0) break;
+    _hasMoreRows = order == 0;
+    if (_hasMoreRows) return true;
   }
-  readDoclist();
-  return true;
 }
 
 /// A page's first term is whole, the others repeat the beginning of the one before.
 void FtsSegmentCursor::readTerm() {
   const std::size_t end = termOffset(_nextTerm + 1);
-  _at = termOffset(_nextTerm);
-  const std::size_t kept = _nextTerm == 0 ? 0 : readNumber(end);
+  std::size_t at = termOffset(_nextTerm);
+  const std::size_t kept = _nextTerm == 0 ? 0 : readVarint(_page, at, end);
   require(kept <= _term.size());
-  const std::size_t added = readNumber(end);
-  require(added <= end - _at);
+  const std::size_t added = readVarint(_page, at, end);
+  require(added <= end - at);
   _term.resize(kept);
-  _term.append(reinterpret_cast<const char*>(_page.data()) + _at, added);
-  _at += added;
+  _term.append(reinterpret_cast<const char*>(_page.data()) + at, added);
   ++_nextTerm;
+  _doclist = at + added;
+  _lastRow = 0;
+  _rows.clear();
 }
 
-/// The rows of the term just read. They go on on the next pages until one has a term.
-void FtsSegmentCursor::readDoclist() {
-  _postings.clear();
-  _pending = 0;
-  readRows(_at, termOffset(_nextTerm));
-  while (_nextTerm == _termOffsets.size() && loadPage()) {
-    _at = kPageHeader;
-    const std::size_t end = termOffset(0);
-    readRest(_firstRow != 0 ? _firstRow : end);
-    if (_firstRow != 0) readRows(_firstRow, end);
+/// The rows of a term go on on the next pages until one has a term.
+bool FtsSegmentCursor::nextRows() {
+  // A row whose positions were cut by the end of the page has not been given out.
+  _rows.erase(_rows.begin(), _rows.end() - static_cast<std::ptrdiff_t>(_pending > 0));
+  while (_hasMoreRows) {
+    if (_doclist != 0) {
+      readRows(std::exchange(_doclist, 0), termOffset(_nextTerm));
+    } else if (loadPage()) {
+      readRest(_firstRow != 0 ? _firstRow : termOffset(0));
+      if (_firstRow != 0) readRows(_firstRow, termOffset(0));
+    } else {
+      break;
+    }
+    _hasMoreRows = _nextTerm == _termOffsets.size();
+    if (!rows().empty()) return true;
   }
+  _hasMoreRows = false;
   require(_pending == 0);
+  return !_rows.empty();
 }
 
 /// The first row of a doclist, and the first on a page, is given as such, any other as the
 /// distance from the one before.
 void FtsSegmentCursor::readRows(std::size_t from, std::size_t end) {
-  _at = from;
-  std::int64_t row = 0;
-  for (bool isFirst = true; _at < end; isFirst = false) {
-    const std::uint64_t step = readNumber(end);
-    row = static_cast<std::int64_t>(isFirst ? step : static_cast<std::uint64_t>(row) + step);
-    require(row > 0 && (_postings.empty() || row > _postings.back().row));
-    _postings.push_back({row, 0});
+  std::size_t at = from;
+  std::uint64_t before = 0;
+  while (at < end) {
+    const std::uint64_t next = before + readVarint(_page, at, end);
+    const auto row = static_cast<std::int64_t>(next);
+    require(row > _lastRow);
+    before = next;
+    _lastRow = row;
     // Its lowest bit says that an older segment's entry is void, as it is anyway.
-    const std::uint64_t size = readNumber(end) >> 1;
-    const std::size_t here = std::min<std::uint64_t>(size, end - _at);
-    _pending = size - here;
-    // Only the end of a page cuts a position list.
-    require(_pending == 0 || end == _contentEnd);
+    const std::uint64_t size = readVarint(_page, at, end) >> 1;
+    const std::size_t here = std::min<std::uint64_t>(size, end - at);
     _columnNext = false;
-    countPositions(_at + here);
+    _rows.push_back({row, countPositions(_page, at, at + here, _columnNext)});
+    _pending = size - here;
   }
+  // Only the end of a page cuts a position list.
+  require(_pending == 0 || end == _contentEnd);
 }
 
 /// What is left of a position list that began on the page before.
 void FtsSegmentCursor::readRest(std::size_t end) {
-  const std::size_t here = std::min(_pending, end - _at);
-  require(here == end - _at);
-  _pending -= here;
+  std::size_t at = kPageHeader;
+  require(_pending >= end - at);
+  _pending -= end - at;
   require(_pending == 0 || end == _contentEnd);
-  if (here > 0) countPositions(_at + here);
-}
-
-void FtsSegmentCursor::countPositions(std::size_t end) {
-  std::uint32_t count = 0;
-  while (_at < end) {
-    if (_columnNext) {
-      readNumber(end);
-      _columnNext = false;
-    } else if (_page[_at] == kColumnMark) {
-      ++_at;
-      _columnNext = true;
-    } else {
-      readNumber(end);
-      ++count;
-    }
-  }
-  _postings.back().count += count;
+  if (at < end) _rows.back().count += countPositions(_page, at, end, _columnNext);
 }
 
 }  // namespace velorin

@@ -44,29 +44,29 @@ struct FtsPosting {
   std::uint32_t count;  ///< how often; 0: the term is gone
 };
 
-/// Walks over those terms of one segment that begin with a prefix, in the order of their bytes. In
-/// a read, on its thread.
+/// Walks over those terms of one segment that begin with a prefix, in the order of their bytes, and
+/// over the rows of each, some page's worth at a time. In a read, on its thread.
 class FtsSegmentCursor {
  public:
   FtsSegmentCursor(sqlite::Reader& reader, const FtsSegment& segment, std::string_view prefix);
-  ~FtsSegmentCursor();
 
   /// Advances to the next term; false at the end.
-  bool next();
-
+  bool nextTerm();
   /// With the byte that FTS5 puts before each term.
   const std::string& term() const noexcept { return _term; }
-  /// Rows ascending. Valid until the next call of next().
-  const std::vector<FtsPosting>& postings() const noexcept { return _postings; }
+
+  /// Advances to the next rows of the term, one at least; false at the end.
+  bool nextRows();
+  /// Rows ascending, across all calls. Valid until the next call.
+  std::span<const FtsPosting> rows() const noexcept {
+    return std::span(_rows).first(_rows.size() - static_cast<std::size_t>(_pending > 0));
+  }
 
  private:
   bool loadPage();
   void readTerm();
-  void readDoclist();
   void readRows(std::size_t from, std::size_t end);
   void readRest(std::size_t end);
-  void countPositions(std::size_t end);
-  std::uint64_t readNumber(std::size_t end);
   std::size_t termOffset(std::size_t index) const;
 
   std::string _prefix;
@@ -80,11 +80,13 @@ class FtsSegmentCursor {
   std::size_t _firstRow = 0;  ///< of a doclist that goes on from the page before; 0: none
   std::vector<std::size_t> _termOffsets;
   std::size_t _nextTerm = 0;
-  std::size_t _at = 0;
 
   std::string _term;
-  std::vector<FtsPosting> _postings;
-  std::size_t _pending = 0;  ///< bytes of the last position list that are on the next page
+  std::size_t _doclist = 0;  ///< where it begins on the page; 0: on the next one
+  bool _hasMoreRows = false;
+  std::vector<FtsPosting> _rows;
+  std::int64_t _lastRow = 0;
+  std::size_t _pending = 0;  ///< bytes of the last row's positions that are on the next page
   bool _columnNext = false;  ///< inside a position list: the next number is that of a column
 };
 

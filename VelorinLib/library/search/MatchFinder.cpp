@@ -7,12 +7,14 @@ namespace velorin {
 namespace {
 
 SearchMatches matchesByFts5(sqlite::Reader& reader, const SearchPattern& pattern) {
-  SearchMatches matches;
+  std::vector<SearchMatches::Match> matches;
   reader.each(
       "SELECT rowid, rank FROM tracks_fts WHERE tracks_fts MATCH ?",
-      [&](const sqlite::Row& row) { matches.add(row.get<std::int64_t>(0), row.get<double>(1)); },
+      [&](const sqlite::Row& row) {
+        matches.push_back({row.get<std::int64_t>(0), row.get<double>(1)});
+      },
       pattern.match());
-  return matches;
+  return SearchMatches(std::move(matches));
 }
 
 }  // namespace

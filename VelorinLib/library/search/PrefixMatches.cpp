@@ -19,8 +19,8 @@ class Occurrences {
  public:
   explicit Occurrences(const RowSizes& sizes) : _first(sizes.firstRow()), _counts(sizes.span()) {}
 
-  void add(const std::vector<FtsPosting>& postings) {
-    unsigned beyond = 0;
+  void add(std::span<const FtsPosting> postings) {
+    std::uint64_t highest = 0;
     for (const FtsPosting& posting : postings) {
       const auto index = static_cast<std::uint64_t>(posting.row - _first);
       if (index >= _counts.size()) {
@@ -30,9 +30,9 @@ class Occurrences {
       }
       const std::uint64_t sum = std::uint64_t{_counts[index]} + posting.count;
       _counts[index] = static_cast<std::uint8_t>(sum);
-      beyond |= static_cast<unsigned>(sum > 0xff);
+      highest = std::max(highest, sum);
     }
-    if (beyond != 0) throw UnknownFtsFormat();
+    if (highest > std::numeric_limits<std::uint8_t>::max()) throw UnknownFtsFormat();
   }
 
   void clear() { std::ranges::fill(_counts, std::uint8_t{0}); }
@@ -65,125 +65,140 @@ class Occurrences {
   std::vector<std::uint8_t> _counts;
 };
 
-/// Adds what all segments say of a prefix. For a term that several hold, entries of newer segments
-/// hide those of older ones.
+/// The rows of one term in one segment, from the first that was not yet taken.
+struct Stream {
+  FtsSegmentCursor* cursor;
+  std::span<const FtsPosting> rows;  ///< not empty
+
+  /// Drops the first rows; false when none are left.
+  bool drop(std::size_t count) {
+    rows = rows.subspan(count);
+    if (rows.empty() && cursor->nextRows()) rows = cursor->rows();
+    return !rows.empty();
+  }
+};
+
+/// Adds what the segments, newest first, say of one term: of entries for the same row the newest
+/// holds. Most segments hold ranges of rows of their own, which are added as they come.
+void addTerm(std::vector<Stream>& streams, Occurrences& occurrences) {
+  while (!streams.empty()) {
+    std::size_t lowest = 0;
+    std::int64_t end = std::numeric_limits<std::int64_t>::max();  // first row of the others
+    for (std::size_t i = 1; i < streams.size(); ++i) {
+      const std::int64_t row = streams[i].rows[0].row;
+      const std::int64_t least = streams[lowest].rows[0].row;
+      if (row < least) lowest = i;
+      end = std::min(end, std::max(row, least));
+    }
+    Stream& stream = streams[lowest];
+    if (stream.rows[0].row == end) {
+      occurrences.add(stream.rows.first(1));
+      std::erase_if(streams,
+                    [&](Stream& each) { return each.rows[0].row == end && !each.drop(1); });
+      continue;
+    }
+    const auto below = std::ranges::lower_bound(stream.rows, end, {}, &FtsPosting::row);
+    const auto count = static_cast<std::size_t>(below - stream.rows.begin());
+    occurrences.add(stream.rows.first(count));
+    if (!stream.drop(count)) streams.erase(streams.begin() + static_cast<std::ptrdiff_t>(lowest));
+  }
+}
+
+/// Adds what all segments say of a prefix.
 void collect(sqlite::Reader& reader, const std::vector<FtsSegment>& segments,
              const std::string& prefix, Occurrences& occurrences) {
   std::vector<std::unique_ptr<FtsSegmentCursor>> cursors;  // newest first
   for (const FtsSegment& segment : segments) {
     auto cursor = std::make_unique<FtsSegmentCursor>(reader, segment, prefix);
-    if (cursor->next()) cursors.push_back(std::move(cursor));
+    if (cursor->nextTerm()) cursors.push_back(std::move(cursor));
   }
-  const auto byTerm = [](const auto& one, const auto& other) {
-    return one->term() < other->term();
-  };
-  std::vector<FtsPosting> united;
-  std::vector<FtsPosting> both;
+  std::vector<FtsSegmentCursor*> holders;  // of the term at hand
+  std::vector<Stream> streams;
   while (!cursors.empty()) {
-    const std::string term = (*std::ranges::min_element(cursors, byTerm))->term();
-    const std::vector<FtsPosting>* rows = nullptr;
+    holders.clear();
     for (const auto& cursor : cursors) {
-      if (cursor->term() != term) continue;
-      if (rows == nullptr) {
-        rows = &cursor->postings();
-        continue;
-      }
-      // Of equal elements a union takes the first list's.
-      both.clear();
-      std::ranges::set_union(*rows, cursor->postings(), std::back_inserter(both), {},
-                             &FtsPosting::row, &FtsPosting::row);
-      united.swap(both);
-      rows = &united;
+      const int order = holders.empty() ? 0 : cursor->term().compare(holders[0]->term());
+      if (order < 0) holders.clear();
+      if (order <= 0) holders.push_back(cursor.get());
     }
-    occurrences.add(*rows);
-    std::erase_if(cursors, [&](auto& cursor) { return cursor->term() == term && !cursor->next(); });
+    streams.clear();
+    for (FtsSegmentCursor* holder : holders) {
+      if (holder->nextRows()) streams.push_back({holder, holder->rows()});
+    }
+    addTerm(streams, occurrences);
+    for (FtsSegmentCursor* holder : holders) {
+      if (holder->nextTerm()) continue;
+      std::erase_if(cursors, [&](const auto& cursor) { return cursor.get() == holder; });
+    }
   }
 }
 
-/// Rows that have all prefixes so far, and how often they have each.
-struct Candidates {
-  std::vector<std::uint32_t> rows;                ///< indexes, ascending
-  std::vector<std::vector<std::uint8_t>> counts;  ///< one list a prefix, one element a row
-  std::vector<std::size_t> hits;                  ///< rows of the table with the prefix
-};
-
-void begin(Candidates& candidates, const Occurrences& occurrences) {
-  const std::size_t hits = occurrences.rows();
-  candidates.hits.push_back(hits);
-  candidates.rows.reserve(hits);
-  candidates.counts.emplace_back().reserve(hits);
-  occurrences.each([&](std::size_t index) {
-    candidates.rows.push_back(static_cast<std::uint32_t>(index));
-    candidates.counts[0].push_back(occurrences[index]);
-  });
-}
-
-void narrow(Candidates& candidates, const Occurrences& occurrences) {
-  candidates.hits.push_back(occurrences.rows());
-  candidates.counts.emplace_back(candidates.rows.size());
-  std::size_t kept = 0;
-  for (std::size_t i = 0; i < candidates.rows.size(); ++i) {
-    const std::uint8_t count = occurrences[candidates.rows[i]];
-    if (count == 0) continue;
-    candidates.rows[kept] = candidates.rows[i];
-    for (auto& list : candidates.counts) list[kept] = list[i];
-    candidates.counts.back()[kept] = count;
-    ++kept;
-  }
-  candidates.rows.resize(kept);
-  for (auto& list : candidates.counts) list.resize(kept);
-}
-
-double inverseFrequency(double rows, double hits) {
-  const double idf = std::log((rows - hits + 0.5) / (hits + 0.5));
-  return idf <= 0.0 ? kLeastIDF : idf;
-}
-
-SearchMatches ranked(const Candidates& candidates, const RowSizes& sizes, const FtsTotals& totals) {
-  const double meanTokens = static_cast<double>(totals.tokens) / static_cast<double>(totals.rows);
-  // By the number of tokens, for those that most rows have.
-  const auto lengthTerm = [&](unsigned tokens) {
-    const double length = tokens;
-    return kSaturation * (1 - kLengthWeight + kLengthWeight * length / meanTokens);
-  };
-  std::array<double, 256> lengthTerms{};
-  for (unsigned i = 0; i < lengthTerms.size(); ++i) lengthTerms[i] = lengthTerm(i);
-  std::vector<double> idf;
-  for (const std::size_t hits : candidates.hits) {
-    idf.push_back(inverseFrequency(static_cast<double>(totals.rows), static_cast<double>(hits)));
+/// What the terms of the sum have in common.
+class Relevance {
+ public:
+  Relevance(const RowSizes& sizes, const FtsTotals& totals)
+      : _sizes(sizes),
+        _rows(static_cast<double>(totals.rows)),
+        _meanTokens(static_cast<double>(totals.tokens) / static_cast<double>(totals.rows)) {
+    for (unsigned i = 0; i < _ofLength.size(); ++i) _ofLength[i] = ofLength(i);
   }
 
-  SearchMatches matches;
-  matches.reserve(candidates.rows.size());
-  for (std::size_t i = 0; i < candidates.rows.size(); ++i) {
-    const unsigned tokens = sizes.tokens(candidates.rows[i]);
+  double idf(std::size_t rowsWithPhrase) const {
+    const auto hits = static_cast<double>(rowsWithPhrase);
+    const double idf = std::log((_rows - hits + 0.5) / (hits + 0.5));
+    return idf <= 0.0 ? kLeastIDF : idf;
+  }
+
+  /// A phrase's part, given its IDF and its occurrences in the row of an index of RowSizes.
+  double part(double idf, double occurrences, std::size_t row) const {
+    const unsigned tokens = _sizes.tokens(row);
     if (tokens == 0) throw UnknownFtsFormat();
-    const double length = tokens < lengthTerms.size() ? lengthTerms[tokens] : lengthTerm(tokens);
-    double score = 0.0;
-    for (std::size_t phrase = 0; phrase < idf.size(); ++phrase) {
-      const double count = candidates.counts[phrase][i];
-      score += idf[phrase] * ((count * (kSaturation + 1.0)) / (count + length));
-    }
-    matches.add(sizes.firstRow() + candidates.rows[i], -1.0 * score);
+    const double length = tokens < _ofLength.size() ? _ofLength[tokens] : ofLength(tokens);
+    return idf * ((occurrences * (kSaturation + 1.0)) / (occurrences + length));
   }
-  return matches;
-}
+
+ private:
+  double ofLength(double tokens) const {
+    return kSaturation * (1 - kLengthWeight + kLengthWeight * tokens / _meanTokens);
+  }
+
+  const RowSizes& _sizes;
+  double _rows;
+  double _meanTokens;
+  std::array<double, 128> _ofLength{};  // by the number of tokens; few rows have more
+};
 
 }  // namespace
 
 SearchMatches matchesOfPrefixes(sqlite::Reader& reader, const RowSizes& sizes,
                                 const std::vector<std::string>& prefixes) {
-  const FtsTotals totals = ftsTotals(reader);
   const std::vector<FtsSegment> segments = ftsSegments(reader);
+  const Relevance relevance(sizes, ftsTotals(reader));
   Occurrences occurrences(sizes);
-  Candidates candidates;
+  std::vector<SearchMatches::Match> matches;  // with the sum so far for a rank
   for (std::size_t i = 0; i < prefixes.size(); ++i) {
     if (i > 0) occurrences.clear();
     collect(reader, segments, prefixes[i], occurrences);
-    i == 0 ? begin(candidates, occurrences) : narrow(candidates, occurrences);
-    if (candidates.rows.empty()) return {};
+    const std::size_t rows = occurrences.rows();
+    const double idf = relevance.idf(rows);
+    if (i == 0) {
+      matches.reserve(rows);
+      occurrences.each([&](std::size_t row) {
+        matches.push_back({sizes.firstRow() + static_cast<std::int64_t>(row),
+                           relevance.part(idf, occurrences[row], row)});
+      });
+    } else {
+      std::erase_if(matches, [&](SearchMatches::Match& match) {
+        const auto row = static_cast<std::size_t>(match.id - sizes.firstRow());
+        if (occurrences[row] == 0) return true;
+        match.rank += relevance.part(idf, occurrences[row], row);
+        return false;
+      });
+    }
+    if (matches.empty()) break;
   }
-  return ranked(candidates, sizes, totals);
+  for (SearchMatches::Match& match : matches) match.rank = -1.0 * match.rank;
+  return SearchMatches(std::move(matches));
 }
 
 }  // namespace velorin

@@ -22,7 +22,7 @@ namespace velorin {
 /// ranks are those of FTS5 to the last bit. Prefixes are those of SearchPattern; there is one at
 /// least. Throws UnknownFtsFormat.
 ///
-/// Meanwhile takes a byte for each id of RowSizes, and 4 + prefixes + 16 bytes a match.
+/// Meanwhile takes a byte for each id of RowSizes, and 16 bytes a match of the first prefix.
 SearchMatches matchesOfPrefixes(sqlite::Reader& reader, const RowSizes& sizes,
                                 const std::vector<std::string>& prefixes);
 

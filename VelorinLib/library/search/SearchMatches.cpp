@@ -57,13 +57,13 @@ std::vector<std::int64_t> SearchMatches::byRelevance(std::int64_t limit,
 }
 
 std::vector<std::int64_t> SearchMatches::byRelevance(std::vector<std::int64_t> among) const {
-  SearchMatches found;
+  std::vector<Match> found;
   std::ranges::sort(among);
   among.erase(std::ranges::unique(among).begin(), among.end());
   for (const std::int64_t id : among) {
-    if (const Match* match = find(id)) found._matches.push_back(*match);
+    if (const Match* match = find(id)) found.push_back(*match);
   }
-  return found.byRelevance(-1);
+  return SearchMatches(std::move(found)).byRelevance(-1);
 }
 
 std::vector<std::int64_t> SearchMatches::newestFirst(std::int64_t limit,

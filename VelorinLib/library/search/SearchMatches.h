@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace velorin {
@@ -15,9 +16,9 @@ class SearchMatches {
     bool operator==(const Match&) const = default;
   };
 
-  /// Ids come in ascending order.
-  void add(std::int64_t id, double rank) { _matches.push_back({id, rank}); }
-  void reserve(std::size_t count) { _matches.reserve(count); }
+  SearchMatches() = default;
+  /// In ascending order of their ids.
+  explicit SearchMatches(std::vector<Match> matches) : _matches(std::move(matches)) {}
 
   /// By id.
   const std::vector<Match>& all() const noexcept { return _matches; }
