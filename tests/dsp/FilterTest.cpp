@@ -4,9 +4,9 @@
 #include <limits>
 
 #include "dsp/EffectHarness.h"
+#include "dsp/VectorLevel.h"
 #include "dsp/filters/Biquad.h"
 #include "dsp/filters/BiquadCascade.h"
-#include "platform/vector/VectorKernels.h"
 
 namespace velorin {
 namespace {
@@ -45,25 +45,10 @@ void process(BiquadCascade& cascade, Signal& signal, std::size_t from, std::size
   cascade.process(planes.data(), frames);
 }
 
-class AtLevel {
- public:
-  explicit AtLevel(vector::Level level) : _before(&vector::activeKernels()) {
-    vector::setLevel(level);
-  }
-  ~AtLevel() {
-    for (const vector::Level level : vector::availableLevels()) {
-      if (&vector::kernels(level) == _before) vector::setLevel(level);
-    }
-  }
-
- private:
-  const vector::Kernels* _before;
-};
-
 TEST(BiquadCascade, IsThePlainRecursionToTheBit) {
   const Sections all = thirdOctaves(48000, 33);
   for (const vector::Level level : vector::availableLevels()) {
-    const AtLevel tested(level);
+    const test::AtLevel tested(level);
     for (std::size_t count = 0; count <= all.size(); ++count) {
       const Sections sections(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(count));
       const std::size_t channels = 1 + count % 8;

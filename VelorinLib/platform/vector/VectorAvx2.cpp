@@ -95,6 +95,10 @@ inline I shiftLeft(I a, __m128i distance) {
 inline I shiftRight(I a, __m128i distance) {
   return _mm256_sra_epi32(a, distance);
 }
+// The bits of floats to integers of the same order, and back.
+inline I orderKey(I a) {
+  return _mm256_xor_si256(a, _mm256_srli_epi32(_mm256_srai_epi32(a, 31), 1));
+}
 inline F powerOfTwo(I exponent) {
   return _mm256_castsi256_ps(
       _mm256_slli_epi32(_mm256_add_epi32(exponent, _mm256_set1_epi32(127)), 23));
@@ -187,6 +191,7 @@ inline void storeInt16(std::int16_t* out, __m128i four) {
 }
 
 #include "platform/vector/BiquadX86.inl"
+#include "platform/vector/MedianX86.inl"
 #include "platform/vector/VectorShuffles256.inl"
 #include "platform/vector/VectorX86.inl"
 

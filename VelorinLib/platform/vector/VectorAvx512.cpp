@@ -103,6 +103,10 @@ inline I shiftLeft(I a, __m128i distance) {
 inline I shiftRight(I a, __m128i distance) {
   return _mm512_sra_epi32(a, distance);
 }
+// The bits of floats to integers of the same order, and back.
+inline I orderKey(I a) {
+  return _mm512_xor_si512(a, _mm512_srli_epi32(_mm512_srai_epi32(a, 31), 1));
+}
 inline F powerOfTwo(I exponent) {
   return _mm512_castsi512_ps(
       _mm512_slli_epi32(_mm512_add_epi32(exponent, _mm512_set1_epi32(127)), 23));
@@ -190,6 +194,7 @@ inline void storeInt16(std::int16_t* out, __m256i eight) {
 }
 
 #include "platform/vector/BiquadX86.inl"
+#include "platform/vector/MedianX86.inl"
 #include "platform/vector/VectorShuffles256.inl"
 #include "platform/vector/VectorX86.inl"
 

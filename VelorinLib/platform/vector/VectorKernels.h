@@ -58,6 +58,9 @@ struct Kernels {
   void (*filterPairs)(const BiquadPairs&, double*, std::size_t) noexcept;
   unsigned (*brokenStreams)(const double*, std::size_t) noexcept;
 
+  /// As in Median.h.
+  void (*medianOf21)(const float*, float*, std::size_t) noexcept;
+
   /// The low three bytes of each word, little-endian.
   void (*packInt24)(const std::int32_t*, std::byte*, std::size_t) noexcept;
 };

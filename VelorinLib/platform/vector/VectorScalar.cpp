@@ -288,6 +288,7 @@ const Kernels kScalarKernels = {
     .deinterleavePairs32 = scalar::deinterleavePairs32,
     .filterPairs = scalar::filterPairs,
     .brokenStreams = scalar::brokenStreams,
+    .medianOf21 = scalar::medianOf21,
     .packInt24 = scalar::packInt24,
 };
 

@@ -73,6 +73,7 @@ void deinterleavePairs16(const std::byte* in, void* a, void* b, std::size_t coun
 void deinterleavePairs32(const std::byte* in, void* a, void* b, std::size_t count) noexcept;
 void filterPairs(const BiquadPairs& cascade, double* samples, std::size_t frames) noexcept;
 unsigned brokenStreams(const double* values, std::size_t pairs) noexcept;
+void medianOf21(const float* in, float* out, std::size_t count) noexcept;
 void packInt24(const std::int32_t* in, std::byte* out, std::size_t count) noexcept;
 
 }  // namespace velorin::vector::scalar

@@ -98,6 +98,10 @@ inline I shiftLeft(I a, __m128i distance) {
 inline I shiftRight(I a, __m128i distance) {
   return _mm_sra_epi32(a, distance);
 }
+// The bits of floats to integers of the same order, and back.
+inline I orderKey(I a) {
+  return _mm_xor_si128(a, _mm_srli_epi32(_mm_srai_epi32(a, 31), 1));
+}
 inline F powerOfTwo(I exponent) {
   return _mm_castsi128_ps(_mm_slli_epi32(_mm_add_epi32(exponent, _mm_set1_epi32(127)), 23));
 }
@@ -213,6 +217,7 @@ inline void unzip32(const std::byte* in, std::byte* a, std::byte* b) {
 inline void pack24(const std::int32_t*, std::byte*) {}
 
 #include "platform/vector/BiquadX86.inl"
+#include "platform/vector/MedianX86.inl"
 #include "platform/vector/VectorX86.inl"
 
 }  // namespace sse2

@@ -337,5 +337,6 @@ constexpr Kernels kTable = {
     .deinterleavePairs32 = deinterleavePairs32,
     .filterPairs = filterPairs,
     .brokenStreams = brokenStreams,
+    .medianOf21 = medianOf21,
     .packInt24 = packInt24,
 };
