@@ -31,7 +31,7 @@ class Output {
         _in(2, kFrames, 4),
         _out(2, kFrames, 4),
         _path(RenderPath::Stream{_ring, _cells, _gate, kRate, 4, isInteger, kDeadlineUs}, _controls,
-              _chain, _spectrum) {
+              DSPStages{_headroom, _chain, _clipping}, _spectrum) {
     fill();
   }
 
@@ -57,6 +57,8 @@ class Output {
   RenderGate _gate;
   RenderControls _controls;
   DSPChain _chain;
+  ClippingDetector _clipping;
+  HeadroomDSP _headroom{_clipping};
   SpectrumCaptureRing _spectrum{4096};
   PlanarBuffers _in;
   PlanarBuffers _out;

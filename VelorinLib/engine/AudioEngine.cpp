@@ -1,17 +1,33 @@
 #include "engine/AudioEngine.h"
 
 #include "engine/AudioEngineImpl.h"
+#include "foundation/Preferences.h"
 
 namespace velorin {
+namespace {
+
+DSPChainConfig startUpChain(const Preferences& preferences, DSPEffects& effects) {
+  if (const auto bytes = preferences.getBytes("dspChainConfig")) {
+    const std::string_view json(reinterpret_cast<const char*>(bytes->data()), bytes->size());
+    if (auto stored = chainConfigFromJSON(json)) return std::move(*stored);
+  }
+  return chainOfSwitches([&](DSPEffectType type) { return effects.effect(type).isEnabled(); });
+}
+
+}  // namespace
 
 AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences, EventBus& bus_)
     : hardware(hardware_),
       bus(bus_),
-      progressTimer(bus_, controls),
+      effects(std::make_shared<DSPEffects>(
+          HeadphoneProfileDatabase::shared(),
+          preferences.getBool("dspDiagnosticsEnabled").value_or(false))),
+      progressTimer(bus_, controls, effects),
       devices(hardware_, preferences, bus_),
       settings(EngineSettings::load(preferences)),
       output(hardware_, devices) {
   devices.restore();
+  effects->applyChain(startUpChain(preferences, *effects).entries);
 }
 
 AudioEngine::AudioEngine(AudioHardware& hardware, Preferences& preferences, EventBus& bus)
@@ -198,8 +214,13 @@ void AudioEngine::selectOutputDevice(AudioDeviceID device) {
   _impl->switchToDevice(device);
 }
 
-DSPChain& AudioEngine::dspChain() {
-  return _impl->dspChain;
+DSPEffects& AudioEngine::effects() {
+  return *_impl->effects;
+}
+
+void AudioEngine::applyDSPChainConfig(const std::vector<DSPChainEntry>& entries) {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->effects->applyChain(entries);
 }
 SpectrumCaptureRing& AudioEngine::spectrumCaptureRing() {
   return _impl->spectrumCaptureRing;

@@ -25,7 +25,8 @@ namespace velorin {
 class AudioHardware;
 class EventBus;
 class Preferences;
-class DSPChain;
+class DSPEffects;
+struct DSPChainEntry;
 class SpectrumCaptureRing;
 
 class AudioEngine {
@@ -108,7 +109,11 @@ class AudioEngine {
 
   // --- Parts that others use ---
 
-  DSPChain& dspChain();
+  /// The effects and their chain. Their parameters may be set on any thread but the render thread,
+  /// one caller at a time.
+  DSPEffects& effects();
+  /// Order and switches of the effects, from the next render call on. Any thread.
+  void applyDSPChainConfig(const std::vector<DSPChainEntry>& entries);
   SpectrumCaptureRing& spectrumCaptureRing();
   void setSpectrumCaptureEnabled(bool on);
 

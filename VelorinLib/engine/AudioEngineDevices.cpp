@@ -162,7 +162,8 @@ PlaybackFacts AudioEngine::Impl::facts() {
     facts.resampledTo = playing->targetSampleRate;
   }
   facts.isIntegerOutput = playing->isIntegerOutput;
-  facts.effectsActive = !playing->isIntegerOutput && dspChain.isActive();
+  facts.effectsActive = !playing->isIntegerOutput &&
+                        (effects->chain.isActive() || effects->headroomDSP.headroomDB() > 0);
   facts.softwareVolumeActive = !playing->isIntegerOutput &&
                                controls->volumeMode.load() == VolumeMode::software &&
                                std::abs(controls->volume.load() - 1.0f) > 0.0001f;

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <memory>
 
-#include "dsp/DSPChain.h"
+#include "dsp/DSPEffects.h"
 #include "engine/AudioEngine.h"
 #include "engine/EngineSettings.h"
 #include "engine/PlaybackSession.h"
@@ -89,7 +89,7 @@ struct AudioEngine::Impl {
   AudioHardware& hardware;
   EventBus& bus;
   const std::shared_ptr<RenderControls> controls = std::make_shared<RenderControls>();
-  DSPChain dspChain;
+  const std::shared_ptr<DSPEffects> effects;
   SpectrumCaptureRing spectrumCaptureRing{4096};
   NowPlaying nowPlaying;
   ProgressTimer progressTimer;

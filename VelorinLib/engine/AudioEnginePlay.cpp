@@ -239,7 +239,7 @@ bool AudioEngine::Impl::jumpWithinCueFile(const Track& track, std::optional<doub
 
 bool AudioEngine::Impl::startAudioOutput(const Track& track, double start) {
   auto playing = currentSession();
-  dspChain.sampleRateChanged(playing->clientFormat.sampleRate);
+  effects->formatChanged(playing->clientFormat.sampleRate, playing->clientFormat.channelsPerFrame);
 
   const int generation = playGeneration.load();
   const auto prepared =
@@ -263,7 +263,8 @@ bool AudioEngine::Impl::startAudioOutput(const Track& track, double start) {
                                   .bufferDeadlineUs = output.bufferDeadlineUs()};
   renderingSession.store(playing.get());
   setRendering(true);
-  auto renderPath = std::make_unique<RenderPath>(stream, *controls, dspChain, spectrumCaptureRing);
+  auto renderPath =
+      std::make_unique<RenderPath>(stream, *controls, effects->stages(), spectrumCaptureRing);
   if (!output.begin(std::move(renderPath), playing->clientFormat.sampleRate)) return false;
 
   outputDeviceName = hardware.deviceName(devices.current());

@@ -110,7 +110,7 @@ struct Rig {
       session->waker.signal();
       path.emplace(RenderPath::Stream{*session->ring, session->cells, session->gate, 44100, 4,
                                       session->isIntegerOutput, 1e8},
-                   controls, chain, spectrum);
+                   controls, DSPStages{headroom, chain, clipping}, spectrum);
     }
     PlanarBuffers out(2, frames, 4);
     const std::uint32_t taken = RenderPath::render(&*path, out.list(), frames);
@@ -130,6 +130,8 @@ struct Rig {
   CountingDecoder* decoder = nullptr;
   RenderControls controls;
   DSPChain chain;
+  ClippingDetector clipping;
+  HeadroomDSP headroom{clipping};
   SpectrumCaptureRing spectrum{64};
   std::optional<RenderPath> path;
   std::atomic<int> ended{0};

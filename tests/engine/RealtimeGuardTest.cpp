@@ -150,6 +150,8 @@ void renderEverything(std::uint32_t sampleSize, bool isInteger) {
   RenderGate gate;
   RenderControls controls;
   DSPChain chain;
+  ClippingDetector clipping;
+  HeadroomDSP headroom{clipping};
   SpectrumCaptureRing spectrum(4096);
   GainEffect effect(0.9f);
   chain.setProcessors({&effect});
@@ -157,7 +159,7 @@ void renderEverything(std::uint32_t sampleSize, bool isInteger) {
   controls.spectrumCaptureEnabled = true;
   // The shortest deadline: every call is also counted as an overload.
   RenderPath path(RenderPath::Stream{ring, cells, gate, 192000, sampleSize, isInteger, 0}, controls,
-                  chain, spectrum);
+                  DSPStages{headroom, chain, clipping}, spectrum);
   PlanarBuffers in(2, 1 << 15, sampleSize);
   PlanarBuffers out(4, 1 << 14, sampleSize);
   std::vector<float> captured(4096);
@@ -196,7 +198,7 @@ TEST(RealtimeGuard, TheRenderPathIsClean) {
 // A track from start to end with the listener's hand on everything.
 void playWithInterruptions(EngineHarness& h, const Track& track) {
   GainEffect effect(0.9f);
-  h.engine->dspChain().setProcessors({&effect});
+  h.engine->effects().chain.setProcessors({&effect});
   h.engine->setSpectrumCaptureEnabled(true);
   h.engine->play(track);
   ASSERT_EQ(h.engine->state(), PlaybackState::playing);
@@ -204,8 +206,8 @@ void playWithInterruptions(EngineHarness& h, const Track& track) {
   for (int turn = 0; turn < 8 && h.engine->state() != PlaybackState::stopped; ++turn) {
     h.engine->setVolume(turn % 2 == 0 ? 0.3f : 1.0f);
     h.engine->seek(0.1 * turn);
-    h.engine->dspChain().setProcessors(turn % 2 == 0 ? std::vector<DSPProcessor*>{&effect}
-                                                     : std::vector<DSPProcessor*>{});
+    h.engine->effects().chain.setProcessors(turn % 2 == 0 ? std::vector<DSPProcessor*>{&effect}
+                                                          : std::vector<DSPProcessor*>{});
     h.engine->pause();
     h.engine->spectrumCaptureRing().read(captured.data(), captured.size());
     h.engine->resume();
@@ -217,7 +219,7 @@ void playWithInterruptions(EngineHarness& h, const Track& track) {
   }
   EXPECT_TRUE(h.waitFor("next auto")) << "the track never ended";
   h.engine->stop();
-  h.engine->dspChain().setProcessors({});
+  h.engine->effects().chain.setProcessors({});
 }
 
 TEST(RealtimeGuard, TheWholeEngineIsCleanOnVirtualDevices) {
@@ -246,7 +248,7 @@ TEST(RealtimeGuardDeathTest, AnEffectThatAllocatesIsCaughtOnTheDevicesThread) {
       {
         EngineHarness h(wideDevice(VirtualClock::paced));
         Careless effect;
-        h.engine->dspChain().setProcessors({&effect});
+        h.engine->effects().chain.setProcessors({&effect});
         h.engine->play(h.file("a.flac", {.frames = 44'100}));
         h.waitFor("next auto");
       },

@@ -27,7 +27,7 @@ struct Rig {
                                 .bytesPerFrame = sampleSize,
                                 .isIntegerOutput = isInteger,
                                 .bufferDeadlineUs = deadlineUs},
-             controls, chain, spectrum),
+             controls, DSPStages{headroom, chain, clipping}, spectrum),
         in(channels, kMost, sampleSize),
         out(listChannels > 0 ? listChannels : channels, kMost, sampleSize) {
     // What a device's buffer holds before it is written is nobody's business: make it show.
@@ -73,6 +73,8 @@ struct Rig {
   RenderGate gate;
   RenderControls controls;
   DSPChain chain;
+  ClippingDetector clipping;
+  HeadroomDSP headroom{clipping};
   SpectrumCaptureRing spectrum{16384};
   RenderPath path;
   PlanarBuffers in;

@@ -55,11 +55,11 @@ std::int64_t renderOverloadLimitUs(double bufferDeadlineUs) noexcept {
   return std::min<std::int64_t>(deadline / 2, std::max<std::int64_t>(5000, deadline / 10));
 }
 
-RenderPath::RenderPath(const Stream& stream, RenderControls& controls, DSPChain& chain,
+RenderPath::RenderPath(const Stream& stream, RenderControls& controls, const DSPStages& stages,
                        SpectrumCaptureRing& spectrum)
     : _stream(stream),
       _controls(controls),
-      _chain(chain),
+      _stages(stages),
       _spectrum(spectrum),
       _overloadLimitUs(renderOverloadLimitUs(stream.bufferDeadlineUs)) {}
 
@@ -85,7 +85,9 @@ std::uint32_t RenderPath::renderFrames(AudioBufferList& list, std::uint32_t fram
   if (taken < frames) zero(list, taken, frames, _stream.bytesPerFrame);
 
   if (!_stream.isIntegerOutput) {
-    _chain.process(list, frames, _stream.sampleRate);
+    _stages.headroom.process(list, frames);
+    _stages.chain.process(list, frames, _stream.sampleRate);
+    _stages.clipping.process(list, frames);
     const float volume = _controls.volume.load(std::memory_order_relaxed);
     if (_controls.volumeMode.load(std::memory_order_relaxed) == VolumeMode::software &&
         std::abs(volume - 1.0f) > kUnityTolerance) {

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "dsp/DSPChain.h"
+#include "dsp/DSPEffects.h"
 #include "engine/render/RenderGate.h"
 #include "engine/render/SpectrumCaptureRing.h"
 #include "engine/render/TransportCells.h"
@@ -40,7 +40,7 @@ class RenderPath {
     double bufferDeadlineUs;  ///< one device buffer, microseconds
   };
 
-  RenderPath(const Stream& stream, RenderControls& controls, DSPChain& chain,
+  RenderPath(const Stream& stream, RenderControls& controls, const DSPStages& stages,
              SpectrumCaptureRing& spectrum);
 
   /// The unit's render callback; `context` is a RenderPath. Bound by foundation/Realtime.h.
@@ -56,7 +56,7 @@ class RenderPath {
 
   const Stream _stream;
   RenderControls& _controls;
-  DSPChain& _chain;
+  const DSPStages _stages;
   SpectrumCaptureRing& _spectrum;
   const std::int64_t _overloadLimitUs;
   std::array<float, kSpectrumScratchFrames> _spectrumScratchL{};

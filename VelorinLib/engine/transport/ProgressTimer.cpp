@@ -17,6 +17,7 @@ constexpr int kTicksPerReport = 40;
 struct ProgressTimer::State {
   EventBus& bus;
   std::shared_ptr<RenderControls> controls;
+  std::shared_ptr<DSPEffects> effects;
   std::optional<RepeatingTimer> timer;
   int tickCount = 0;
 
@@ -34,11 +35,21 @@ struct ProgressTimer::State {
     if (const auto overloads = controls->renderOverloadCount.exchange(0); overloads >= 1) {
       log::line("⚠️ Render callback overloads (>5ms): {} in last 10s", overloads);
     }
+    if (effects->chain.diagnosticsEnabled()) reportTimings();
+  }
+
+  void reportTimings() {
+    std::string report;
+    for (const DSPChain::Timing& each : effects->chain.drainDiagnostics()) {
+      report += fmt::format("  {}={:.0f}/{:.0f}", each.name, each.peakMicros, each.avgMicros);
+    }
+    if (!report.empty()) log::line("🔬 DSP timing (peak/avg µs):{}", report);
   }
 };
 
-ProgressTimer::ProgressTimer(EventBus& bus, std::shared_ptr<RenderControls> controls)
-    : _state(new State{bus, std::move(controls), std::nullopt, 0}) {}
+ProgressTimer::ProgressTimer(EventBus& bus, std::shared_ptr<RenderControls> controls,
+                             std::shared_ptr<DSPEffects> effects)
+    : _state(new State{bus, std::move(controls), std::move(effects), std::nullopt, 0}) {}
 
 ProgressTimer::~ProgressTimer() {
   stop();

@@ -1,4 +1,5 @@
-// The quarter-second tick of a playing track, and the ten-second report of render overloads.
+// The quarter-second tick of a playing track, and the ten-second report of render overloads and of
+// the time that effects take.
 #pragma once
 
 #include <memory>
@@ -13,7 +14,8 @@ class EventBus;
 class ProgressTimer {
  public:
   /// The bus must outlive every tick.
-  ProgressTimer(EventBus& bus, std::shared_ptr<RenderControls> controls);
+  ProgressTimer(EventBus& bus, std::shared_ptr<RenderControls> controls,
+                std::shared_ptr<DSPEffects> effects);
   ~ProgressTimer();
   ProgressTimer(const ProgressTimer&) = delete;
   ProgressTimer& operator=(const ProgressTimer&) = delete;
