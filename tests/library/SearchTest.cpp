@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <thread>
 
 #include "library/TestLibrary.h"
 #include "library/queries/LibrarySearch.h"
@@ -346,6 +347,24 @@ TEST(LibrarySearch, RelevanceFollowsEdits) {
         "VALUES (1, 'One of many', 'Artist', 'Album')");
   });
   EXPECT_EQ(idsOf(search.searchTracks("one")), (Ids{2, 1}));
+}
+
+TEST(LibrarySearch, ServesManyThreadsWhileTheLibraryGrows) {
+  TestLibrary library;
+  library.add({.title = "One"});
+  LibrarySearch search(library.database());
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] {
+      for (std::size_t found = 0; found < 20;) {
+        const std::size_t now = search.searchTracks("one").size();
+        ASSERT_GE(now, found);
+        found = now;
+      }
+    });
+  }
+  for (int i = 2; i <= 20; ++i) library.add({.title = "One", .path = std::to_string(i)});
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST(PrefixMatches, LeaveWhatTheyDoNotKnowToFts5) {

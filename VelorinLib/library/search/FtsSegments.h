@@ -3,9 +3,9 @@
 // FTS5 itself gives out a prefix's rows one at a time through a virtual table, after it has merged
 // all their position lists; with hundreds of thousands of rows that alone takes longer than a
 // whole search may. This walk decodes the same bytes in one go. It only reads, and knows one
-// version of the format, the one that SQLite has written since 2016 ("version" 4): see the head
-// comment of fts5_index.c in SQLite's public-domain source. Whatever is not as expected there
-// throws UnknownFtsFormat, upon which the caller asks FTS5.
+// version of the format, 4, which is what SQLite writes for a table like ours; the head comment of
+// fts5_index.c in SQLite's public-domain source describes it. Whatever is not as expected throws
+// UnknownFtsFormat, upon which the caller asks FTS5.
 //
 // The index is a list of segments, each a sorted run of terms in pages of some 4 KB. A term's rows
 // may be spread over several segments; of two entries for one term and row the one in the newer

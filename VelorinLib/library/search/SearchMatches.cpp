@@ -59,7 +59,7 @@ std::vector<std::int64_t> SearchMatches::byRelevance(std::int64_t limit,
 std::vector<std::int64_t> SearchMatches::byRelevance(std::vector<std::int64_t> among) const {
   std::vector<Match> found;
   std::ranges::sort(among);
-  among.erase(std::ranges::unique(among).begin(), among.end());
+  among.erase(std::unique(among.begin(), among.end()), among.end());
   for (const std::int64_t id : among) {
     if (const Match* match = find(id)) found.push_back(*match);
   }
