@@ -89,7 +89,7 @@ TEST(Removal, CleanUpFindsTheWeakestFormatAndLeavesAnAlbumItsArtist) {
     std::optional<std::string> weakest;
   };
   for (const Case& each :
-       {Case{{"DSD", "FLAC", "mp3", "AAC"}, "mp3"}, Case{{"DSD", "wav", "ALAC"}, "wav"},
+       {Case{{"DSD", "FLAC", "mp3", "AAC"}, "mp3"}, Case{{"DSD", "ALAC", "wav"}, "ALAC"},
         Case{{"dsd", "DSD"}, "dsd"}, Case{{"FLAC", std::nullopt}, std::nullopt}}) {
     TestLibrary library;
     for (const auto& format : each.formats) {
