@@ -13,8 +13,9 @@ namespace {
 
 using Ids = std::vector<std::int64_t>;
 
-// A focus is checked row by row, best rows first: so many at first, then eight times as many.
-constexpr std::int64_t kFirstChecked = 100;
+// A focus is checked row by row, best rows first: so many are put in order at first, and eight
+// times as many whenever they have run out.
+constexpr std::ptrdiff_t kFirstOrdered = 200;
 
 // SQLite refuses longer patterns of LIKE, and no name is so long.
 constexpr std::size_t kLongestLike = 50'000;
@@ -49,26 +50,23 @@ std::vector<Record> records(sqlite::Reader& reader, std::string_view sql,
   return found;
 }
 
-/// Those of the ids that are inside the focus, in their order.
-Ids inFocus(sqlite::Reader& reader, const Ids& ids, const SqlFragment& focus) {
-  Ids kept;
-  sqlite::forEachSlice(ids, [&](std::span<const std::int64_t> slice) {
-    const auto found =
-        reader.column<std::int64_t>(fmt::format("SELECT tracks.id FROM tracks\n"
-                                                "JOIN albums ON albums.id = tracks.albumId\n"
-                                                "WHERE tracks.id IN ({})\nAND {}",
-                                                sqlite::placeholders(slice.size()), focus.text),
-                                    slice, focus.arguments);
-    const std::unordered_set<std::int64_t> inside(found.begin(), found.end());
-    for (const std::int64_t id : slice) {
-      if (inside.contains(id)) kept.push_back(id);
-    }
-  });
-  return kept;
+/// Appends those of the ids that are inside the focus, in their order.
+void appendInFocus(Ids& kept, sqlite::Reader& reader, std::span<const std::int64_t> ids,
+                   const SqlFragment& focus) {
+  const auto found =
+      reader.column<std::int64_t>(fmt::format("SELECT tracks.id FROM tracks\n"
+                                              "JOIN albums ON albums.id = tracks.albumId\n"
+                                              "WHERE tracks.id IN ({})\nAND {}",
+                                              sqlite::placeholders(ids.size()), focus.text),
+                                  ids, focus.arguments);
+  const std::unordered_set<std::int64_t> inside(found.begin(), found.end());
+  for (const std::int64_t id : ids) {
+    if (inside.contains(id)) kept.push_back(id);
+  }
 }
 
-/// A page of what the focus leaves. `ordered` gives the first so many matches. Only as many are
-/// checked as the page needs.
+/// A page of what the focus leaves. `ordered(n)` gives the first n matches. No more are put in
+/// order, and checked against the focus, than the page needs.
 template <class Ordered>
 Ids focusedPage(sqlite::Reader& reader, const SearchMatches& matches, const SqlFragment& focus,
                 std::int64_t limit, std::int64_t offset, Ordered&& ordered) {
@@ -76,14 +74,15 @@ Ids focusedPage(sqlite::Reader& reader, const SearchMatches& matches, const SqlF
   const std::int64_t from = std::max<std::int64_t>(offset, 0);
   const std::int64_t wanted = limit < 0 || limit > all - from ? all : from + limit;
   Ids kept;
-  std::int64_t checked = 0;
-  for (std::int64_t next = std::max(kFirstChecked, wanted);
-       checked < all && std::ssize(kept) < wanted; next *= 8) {
-    next = std::min(next, all);
-    const Ids ids = ordered(next);
-    const Ids more = inFocus(reader, Ids(ids.begin() + checked, ids.end()), focus);
-    kept.insert(kept.end(), more.begin(), more.end());
-    checked = next;
+  Ids ids;
+  for (std::size_t next = 0; std::ssize(kept) < wanted;) {
+    if (next == ids.size()) {
+      if (std::ssize(ids) == all) break;
+      ids = ordered(std::min(all, std::max(kFirstOrdered, 8 * std::ssize(ids))));
+    }
+    const std::size_t count = std::min(sqlite::kSliceSize, ids.size() - next);
+    appendInFocus(kept, reader, std::span(ids).subspan(next, count), focus);
+    next += count;
   }
   kept.resize(static_cast<std::size_t>(std::min<std::int64_t>(std::ssize(kept), wanted)));
   kept.erase(kept.begin(), kept.begin() + std::min<std::int64_t>(from, std::ssize(kept)));
@@ -200,21 +199,15 @@ std::vector<Album> LibrarySearch::searchAlbumsOfArtist(std::string_view text,
   if (pattern.isEmpty() || !queue) return {};
   return queue->read([&](sqlite::Reader& reader) {
     const SearchMatches matches = _finder.find(queue, reader, pattern);
-    std::unordered_set<std::int64_t> found;
-    reader.each(
-        "SELECT tracks.id, albums.id FROM albums\n"
-        "JOIN tracks ON tracks.albumId = albums.id\n"
-        "WHERE albums.artistId = ?",
-        [&](const sqlite::Row& row) {
-          if (matches.contains(row.get<std::int64_t>(0))) found.insert(row.get<std::int64_t>(1));
-        },
-        artistId);
     std::vector<Album> albums = records<Album>(
         reader,
         fmt::format("SELECT {} FROM albums WHERE albums.artistId = ?\nORDER BY {}, albums.id",
                     rows::kAlbumColumns, kAlbumOrderWithinArtist),
         artistId);
-    std::erase_if(albums, [&](const Album& album) { return !found.contains(*album.id); });
+    std::erase_if(albums, [&](const Album& album) {
+      return matching(reader, matches, "SELECT id FROM tracks WHERE albumId = ?", *album.id)
+          .empty();
+    });
     return albums;
   });
 }
