@@ -58,7 +58,7 @@ std::string among(const char* statement, const char* column, std::size_t count) 
                      fmt::format("{} IN ({})", column, sqlite::placeholders(count)));
 }
 
-/// The orphans among these ids; the ids that go are never so many that a list is a burden.
+/// Those of these ids that a statement finds.
 Ids orphansAmong(Writer& writer, const char* statement, const Ids& ids) {
   Ids orphans;
   sqlite::forEachSlice(ids, [&](std::span<const std::int64_t> slice) {

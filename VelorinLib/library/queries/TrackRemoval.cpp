@@ -129,7 +129,7 @@ void TrackRemoval::clearLibrary() const {
   const auto queue = _database.dbQueue();
   if (!queue) throw VelorinDatabaseError(kDatabaseUnavailable);
   // With foreign keys on, SQLite would look for what hangs on each of the tracks: at a million,
-  // twelve seconds instead of one.
+  // twelve seconds instead of two.
   queue->writeWithoutForeignKeys([](Writer& writer) {
     renewFullTextIndex(writer);
     std::vector<std::string> tables = dependentTables(writer);
