@@ -1,14 +1,16 @@
 #include "dsp/effects/ChannelEffects.h"
 
+#include <algorithm>
+
 #include "dsp/effects/Level.h"
 
 namespace velorin {
 
 void BalanceDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
                          double /*sampleRate*/) noexcept {
-  const float balance = _balance.load(std::memory_order_relaxed);
-  if (buffers.bufferCount < 2 || balance == 0 || frameCount < 1) return;
-  const float factors[2] = {balance > 0 ? 1 - balance : 1, balance < 0 ? 1 + balance : 1};
+  const float towards = balance();
+  if (buffers.bufferCount < 2 || towards == 0 || frameCount < 1) return;
+  const float factors[2] = {towards > 0 ? 1 - towards : 1, towards < 0 ? 1 + towards : 1};
   for (std::uint32_t i = 0; i < 2; ++i) {
     auto* data = buffers.channel<float>(i);
     if (data == nullptr) continue;
@@ -22,7 +24,7 @@ std::vector<EffectParameter> BalanceDSP::parameters() {
            .maximum = 1,
            .defaultValue = 0,
            .get = [this] { return balance(); },
-           .set = [this](double value) { setBalance(static_cast<float>(value)); }}};
+           .set = [this](double value) { setBalance(value); }}};
 }
 
 void ChannelSwapDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
@@ -45,17 +47,13 @@ void PhaseInvertDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
 }
 
 std::vector<EffectParameter> PhaseInvertDSP::parameters() {
-  return {
-      {.name = "channel",
-       .minimum = 0,
-       .maximum = 2,
-       .defaultValue = 0,
-       .choices = {"left", "right", "both"},
-       .get = [this] { return static_cast<double>(channel()); },
-       .set =
-           [this](double value) {
-             setChannel(value < 0.5 ? Channel::left : value < 1.5 ? Channel::right : Channel::both);
-           }}};
+  return {{.name = "channel",
+           .minimum = 0,
+           .maximum = 2,
+           .defaultValue = 0,
+           .choices = {"left", "right", "both"},
+           .get = [this] { return static_cast<double>(channel()); },
+           .set = [this](double value) { setChannel(choiceOf(value, Channel::both)); }}};
 }
 
 void MonoMixDSP::process(AudioBufferList& buffers, std::int64_t frameCount,

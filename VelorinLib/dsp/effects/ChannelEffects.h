@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "dsp/DSPEffect.h"
+#include "dsp/HeldValue.h"
 
 namespace velorin {
 
@@ -14,15 +15,15 @@ class BalanceDSP : public DSPEffect {
   BalanceDSP() : DSPEffect(DSPEffectType::balance) {}
 
   /// -1 (left) to 1 (right). Any thread but the render thread.
-  void setBalance(float balance) noexcept { _balance.store(balance, std::memory_order_relaxed); }
-  float balance() const noexcept { return _balance.load(std::memory_order_relaxed); }
+  void setBalance(double balance) noexcept { _balance.set(balance); }
+  float balance() const noexcept { return _balance.get(); }
 
   void process(AudioBufferList& buffers, std::int64_t frameCount,
                double sampleRate) noexcept override;
   std::vector<EffectParameter> parameters() override;
 
  private:
-  std::atomic<float> _balance{0};
+  HeldValue<float> _balance{-1, 1, 0};
 };
 
 /// Left becomes right and right left.

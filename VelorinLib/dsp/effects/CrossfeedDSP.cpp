@@ -2,95 +2,71 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 
 #include "dsp/effects/Level.h"
 
 namespace velorin {
 namespace {
 
-constexpr std::size_t kMask = 4095;
 // Below this a fraction of a sample is none.
 constexpr float kWholeSample = 0.000001f;
 
 }  // namespace
 
 CrossfeedDSP::CrossfeedDSP() : DSPEffect(DSPEffectType::crossfeed) {
-  setCrossfeedLevel(_crossfeedLevel);
-  redesign();
+  setCrossfeedLevel(crossfeedLevel());
+  _design.designFor(44100, [this](double rate) { return design(rate); });
 }
 
 void CrossfeedDSP::setEnabled(bool enabled) noexcept {
-  // So that switching it on again does not play what it heard before.
-  if (!enabled) _needsReset.store(true, std::memory_order_relaxed);
+  // What it heard before must not play again. Asked for on both ends: a block that runs while it
+  // is switched off may still take something up.
+  if (!enabled || !isEnabled()) _needsReset.store(true, std::memory_order_relaxed);
   DSPEffect::setEnabled(enabled);
 }
 
 void CrossfeedDSP::setCutoffFrequency(double hertz) {
-  _cutoffFrequency = hertz;
+  _cutoffFrequency.set(hertz);
   redesign();
 }
 
 void CrossfeedDSP::setCrossfeedLevel(double level) noexcept {
-  _crossfeedLevel = level;
-  _crossfeedGain.store(static_cast<float>(level), std::memory_order_relaxed);
-  _outputTrim.store(static_cast<float>(1 / (1 + level)), std::memory_order_relaxed);
+  _crossfeedLevel.set(level);
+  const double held = crossfeedLevel();
+  _crossfeedGain.store(static_cast<float>(held), std::memory_order_relaxed);
+  _outputTrim.store(static_cast<float>(1 / (1 + held)), std::memory_order_relaxed);
 }
 
 void CrossfeedDSP::setDelayTime(double seconds) {
-  _delayTime = seconds;
+  _delayTime.set(seconds);
   redesign();
 }
 
 void CrossfeedDSP::formatChanged(double sampleRate) {
-  if (!(sampleRate > 0) || std::fabs(sampleRate - _currentSampleRate) <= 1.0) return;
-  _currentSampleRate = sampleRate;
-  redesign();
+  if (std::fabs(sampleRate - _design.rate()) <= 1.0) return;
+  _design.designFor(sampleRate, [this](double rate) { return design(rate); });
   _needsReset.store(true, std::memory_order_relaxed);
 }
 
 void CrossfeedDSP::redesign() {
-  const double rate = _currentSampleRate;
-  BiquadCoefficients lowPass;
-  // Q = 0.5: two first-order poles, -6 dB at the corner.
-  if (biquad::isUsable(rate, _cutoffFrequency))
-    lowPass = biquad::lowPass(rate, _cutoffFrequency, 0.5);
-  const double samples = std::max(_delayTime * rate, 0.0);
-  const bool fits = samples < static_cast<double>(kDelaySize);
-  const std::size_t whole = fits ? static_cast<std::size_t>(samples) : kDelaySize - 1;
-  const float fraction = fits ? static_cast<float>(samples - static_cast<double>(whole)) : 0;
-  _design.install(std::make_unique<Design>(lowPass, whole, fraction), rate,
-                  [](Design& next, Design& old) { next.filter.takeState(old.filter); });
+  _design.redesign([this](double rate) { return design(rate); },
+                   [](Design& next, Design& old) { next.filter.takeState(old.filter); });
 }
 
-void CrossfeedDSP::reset(Design& design) noexcept {
-  _delayBufferL.fill(0);
-  _delayBufferR.fill(0);
-  _delayWriteIndex = 0;
-  design.filter.reset();
-}
-
-/// Linear interpolation towards the older sample. Reading comes before writing.
-void CrossfeedDSP::delay(const Design& design, const float* in, Ring& ring, float* out,
-                         std::size_t count) const noexcept {
-  const float f = design.delayFraction;
-  std::size_t w = _delayWriteIndex;
-  std::size_t r = (w - design.delayReadOffset) & kMask;
-  if (f < kWholeSample) {
-    for (std::size_t i = 0; i < count; ++i) {
-      out[i] = ring[r];
-      ring[w] = in[i];
-      w = (w + 1) & kMask;
-      r = (r + 1) & kMask;
-    }
-    return;
+std::unique_ptr<CrossfeedDSP::Design> CrossfeedDSP::design(double sampleRate) const {
+  std::vector<BiquadCoefficients> sections;
+  if (biquad::isUsable(sampleRate, cutoffFrequency())) {
+    // Q = 0.5: two first-order poles, -6 dB at the corner.
+    sections.push_back(biquad::lowPass(sampleRate, cutoffFrequency(), 0.5));
   }
-  for (std::size_t i = 0; i < count; ++i) {
-    out[i] = (1 - f) * ring[r] + f * ring[(r - 1) & kMask];
-    ring[w] = in[i];
-    w = (w + 1) & kMask;
-    r = (r + 1) & kMask;
+  const double samples = std::min(delayTime() * sampleRate, static_cast<double>(kLongestDelay + 1));
+  const auto whole = static_cast<std::size_t>(samples);
+  FractionalDelay delay{kLongestDelay, kLongestDelay + 1, 0};
+  if (whole <= kLongestDelay) {
+    const auto fraction = static_cast<float>(samples - static_cast<double>(whole));
+    delay = {whole, whole + 1, fraction < kWholeSample ? 0 : fraction};
   }
+  return std::make_unique<Design>(sections, delay);
 }
 
 void CrossfeedDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
@@ -98,24 +74,29 @@ void CrossfeedDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
   if (!isEnabled() || frameCount < 1 || frameCount > kMaxFrames) return;
   const StereoPair pair(buffers);
   if (!pair.isComplete()) return;
-  const auto design = _design.tryUse();
+  const auto design = _design.useAtAnyRate();
   if (!design) return;
-  if (_needsReset.exchange(false, std::memory_order_relaxed)) reset(*design);
+  if (_needsReset.load(std::memory_order_relaxed)) {
+    _needsReset.store(false, std::memory_order_relaxed);
+    _delayL.reset();
+    _delayR.reset();
+    design->filter.reset();
+  }
 
   const float trim = _outputTrim.load(std::memory_order_relaxed);
   const float cross = trim * _crossfeedGain.load(std::memory_order_relaxed);
   const auto n = static_cast<std::size_t>(frameCount);
   for (std::size_t from = 0; from < n; from += kPiece) {
     const std::size_t count = std::min(kPiece, n - from);
-    float* left = pair.left + from;
-    float* right = pair.right + from;
-    delay(*design, left, _delayBufferL, _workBufferL.data(), count);
-    delay(*design, right, _delayBufferR, _workBufferR.data(), count);
-    _delayWriteIndex = (_delayWriteIndex + count) & kMask;
-    float* work[] = {_workBufferL.data(), _workBufferR.data()};
-    design->filter.process(work, count);
-    vector::weightedSum(left, trim, _workBufferR.data(), cross, left, count);
-    vector::weightedSum(right, trim, _workBufferL.data(), cross, right, count);
+    float* const left = pair.left + from;
+    float* const right = pair.right + from;
+    float* const crossed[] = {_workBufferL.data(), _workBufferR.data()};
+    design->delay.read(_delayL.append(left, count), crossed[0], count);
+    design->delay.read(_delayR.append(right, count), crossed[1], count);
+    design->filter.process(crossed, count);
+    if (cross == 0 && trim == 1) continue;
+    vector::weightedSum(left, trim, crossed[1], cross, left, count);
+    vector::weightedSum(right, trim, crossed[0], cross, right, count);
   }
 }
 

@@ -32,8 +32,8 @@ void DeclickerDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
                            double /*sampleRate*/) noexcept {
   if (frameCount < 1) return;
   const auto n = std::min(static_cast<std::size_t>(frameCount), kMaxFrames);
-  const int limit = std::clamp(maxClickLength(), 0, static_cast<int>(kLongestLimit));
-  const Settings settings{threshold(), blend(), static_cast<std::size_t>(limit)};
+  const auto limit = std::min(static_cast<std::size_t>(maxClickLength()), kLongestLimit);
+  const Settings settings{threshold(), blend(), limit};
   _debugProcessCalls.fetch_add(1, std::memory_order_relaxed);
   for (std::uint32_t i = 0; i < std::min(buffers.bufferCount, 2U); ++i) {
     auto* data = buffers.channel<float>(i);
@@ -47,10 +47,13 @@ void DeclickerDSP::processChannel(float* data, std::size_t n, Tail& tail,
   extend(data, n, tail);
   // A shorter block leaves the tail as it was.
   if (n >= kWindowSize) std::copy_n(data + n - kWindowSize, kWindowSize, tail.begin());
-  detect(data, n, settings.threshold);
+  const std::uint64_t found = detect(data, n, settings.threshold);
+  _debugClicksFound.fetch_add(found, std::memory_order_relaxed);
+  const bool isWhole = settings.blend >= 0.9999f;
+  if (isWhole && found == 0) return;  // as it is
   std::copy_n(data, n, _repairBuf.data());
   repair(data, n, settings.limit);
-  if (settings.blend >= 0.9999f) {
+  if (isWhole) {
     std::copy_n(_repairBuf.data(), n, data);
   } else if (settings.blend > 0.0001f) {
     vector::weightedSum(data, 1 - settings.blend, _repairBuf.data(), settings.blend, data, n);
@@ -69,7 +72,7 @@ void DeclickerDSP::extend(const float* data, std::size_t n, const Tail& tail) no
   std::fill_n(out + kWindowSize + n, kHalfWindow, data[n - 1]);
 }
 
-void DeclickerDSP::detect(const float* data, std::size_t n, float threshold) noexcept {
+std::uint64_t DeclickerDSP::detect(const float* data, std::size_t n, float threshold) noexcept {
   float* median = _medianBuf.data();
   float* level = _rmsBuf.data();
   medianOf21(_extendedBuf.data() + kWindowSize - kHalfWindow, median, n);
@@ -78,11 +81,7 @@ void DeclickerDSP::detect(const float* data, std::size_t n, float threshold) noe
 
   // Over the medians: a click does not raise its own threshold.
   vector::square(median, level, n);
-  float e = level[0];
-  for (std::size_t i = 0; i < n; ++i) {
-    e = e * kKeep + level[i] * kTake;
-    level[i] = e;
-  }
+  followLevel(n);
   vector::squareRoot(level, level, n);
   vector::multiplyByScalar(level, threshold, level, n);
 
@@ -92,7 +91,23 @@ void DeclickerDSP::detect(const float* data, std::size_t n, float threshold) noe
     _clickMask[i] = isClick ? 1 : 0;
     found += isClick ? 1 : 0;
   }
-  _debugClicksFound.fetch_add(found, std::memory_order_relaxed);
+  return found;
+}
+
+void DeclickerDSP::followLevel(std::size_t n) noexcept {
+  // A fading follower would end in denormals, which are slow; far below the floor it is 0.
+  constexpr std::size_t kPiece = 256;
+  constexpr float kNothing = 1e-30f;
+  float* const level = _rmsBuf.data();
+  float e = level[0];
+  for (std::size_t from = 0; from < n; from += kPiece) {
+    if (e < kNothing) e = 0;
+    const std::size_t to = std::min(from + kPiece, n);
+    for (std::size_t i = from; i < to; ++i) {
+      e = e * kKeep + level[i] * kTake;
+      level[i] = e;
+    }
+  }
 }
 
 void DeclickerDSP::repair(const float* data, std::size_t n, std::size_t limit) noexcept {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "dsp/DSPEffect.h"
+#include "dsp/HeldValue.h"
 
 namespace velorin {
 
@@ -21,19 +22,15 @@ class DeclickerDSP : public DSPEffect {
   DeclickerDSP();
 
   // Any thread but the render thread.
-  /// Detection factor: the lower, the more is a click.
-  void setThreshold(float threshold) noexcept {
-    _threshold.store(threshold, std::memory_order_relaxed);
-  }
-  float threshold() const noexcept { return _threshold.load(std::memory_order_relaxed); }
-  /// Longest run to repair, in samples; more than 128 counts as 128.
-  void setMaxClickLength(int samples) noexcept {
-    _maxClickLength.store(samples, std::memory_order_relaxed);
-  }
-  int maxClickLength() const noexcept { return _maxClickLength.load(std::memory_order_relaxed); }
+  /// Detection factor, 0 to 1000: the lower, the more is a click.
+  void setThreshold(double threshold) noexcept { _threshold.set(threshold); }
+  float threshold() const noexcept { return _threshold.get(); }
+  /// Longest run to repair, in samples, 0 to 65,536; more than 128 counts as 128.
+  void setMaxClickLength(double samples) noexcept { _maxClickLength.set(samples); }
+  int maxClickLength() const noexcept { return _maxClickLength.get(); }
   /// Share of the repaired signal, 0 to 1.
-  void setBlend(float blend) noexcept { _blend.store(blend, std::memory_order_relaxed); }
-  float blend() const noexcept { return _blend.load(std::memory_order_relaxed); }
+  void setBlend(double blend) noexcept { _blend.set(blend); }
+  float blend() const noexcept { return _blend.get(); }
 
   /// Calls of process(), and samples marked as clicks, since the program began. Any thread.
   std::uint64_t processCalls() const noexcept {
@@ -59,13 +56,15 @@ class DeclickerDSP : public DSPEffect {
   };
   void processChannel(float* data, std::size_t n, Tail& tail, const Settings& settings) noexcept;
   void extend(const float* data, std::size_t n, const Tail& tail) noexcept;
-  void detect(const float* data, std::size_t n, float threshold) noexcept;
+  /// Fills the mask; returns how many samples it marks.
+  std::uint64_t detect(const float* data, std::size_t n, float threshold) noexcept;
+  void followLevel(std::size_t n) noexcept;
   void repair(const float* data, std::size_t n, std::size_t limit) noexcept;
   void repairSpan(const float* data, std::size_t n, std::size_t start, std::size_t end) noexcept;
 
-  std::atomic<float> _threshold{3};
-  std::atomic<int> _maxClickLength{48};
-  std::atomic<float> _blend{1};
+  HeldValue<float> _threshold{0, 1000, 3};
+  HeldValue<int> _maxClickLength{0, 65536, 48};
+  HeldValue<float> _blend{0, 1, 1};
   std::atomic<std::uint64_t> _debugProcessCalls{0};
   std::atomic<std::uint64_t> _debugClicksFound{0};
 

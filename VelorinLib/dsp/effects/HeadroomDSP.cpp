@@ -4,9 +4,10 @@
 
 namespace velorin {
 
-void HeadroomDSP::setHeadroom(float dB) noexcept {
-  _headroomDB.store(dB, std::memory_order_relaxed);
-  _gainLinear.store(dB <= 0 ? 1.0f : linearGain(-dB), std::memory_order_relaxed);
+void HeadroomDSP::setHeadroom(double dB) noexcept {
+  _headroomDB.set(dB);
+  const float held = headroomDB();
+  _gainLinear.store(held > 0 ? linearGain(-held) : 1.0f, std::memory_order_relaxed);
   _detector.reset();
 }
 

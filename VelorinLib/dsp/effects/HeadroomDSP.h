@@ -3,6 +3,7 @@
 
 #include <atomic>
 
+#include "dsp/HeldValue.h"
 #include "dsp/effects/ClippingDetector.h"
 
 namespace velorin {
@@ -12,9 +13,9 @@ class HeadroomDSP {
   /// The detector starts anew with each change of headroom, and outlives this.
   explicit HeadroomDSP(ClippingDetector& detector) : _detector(detector) {}
 
-  /// dB to take away, 0 or less for none. Any thread but the render thread.
-  void setHeadroom(float dB) noexcept;
-  float headroomDB() const noexcept { return _headroomDB.load(std::memory_order_relaxed); }
+  /// dB to take away, at most 100; 0 or less, or a NaN, for none. Any thread but the render thread.
+  void setHeadroom(double dB) noexcept;
+  float headroomDB() const noexcept { return _headroomDB.get(); }
   void reset() noexcept { setHeadroom(0); }
 
   /// Render thread.
@@ -23,7 +24,7 @@ class HeadroomDSP {
  private:
   ClippingDetector& _detector;
   std::atomic<float> _gainLinear{1};
-  std::atomic<float> _headroomDB{0};
+  HeldValue<float> _headroomDB{-100, 100, 0};
 };
 
 }  // namespace velorin

@@ -1,9 +1,10 @@
 // More bass and treble as the volume falls.
 #pragma once
 
-#include <atomic>
+#include <vector>
 
 #include "dsp/DSPEffect.h"
+#include "dsp/HeldValue.h"
 #include "dsp/effects/FixedFilter.h"
 
 namespace velorin {
@@ -11,24 +12,23 @@ namespace velorin {
 /// Shelves at 100 Hz and 10 kHz whose boost grows as the volume falls below the reference; at or
 /// above it not one bit changes. Every channel; those beyond the first share one state.
 ///
-/// The setters design the filter anew; not the render thread, one caller at a time.
+/// Dry until the first sampleRateChanged(). The setters design the filter anew; any thread but the
+/// render thread, as is sampleRateChanged().
 class LoudnessCompensationDSP : public DSPEffect {
  public:
   LoudnessCompensationDSP() : DSPEffect(DSPEffectType::loudnessCompensation) {}
 
   /// The listening volume, 0 to 1.
-  void setVolume(float volume);
-  float volume() const noexcept { return _volume.load(std::memory_order_relaxed); }
-  /// The volume at which the boost is zero.
-  void setReferenceLevel(float level);
-  float referenceLevel() const noexcept { return _referenceLevel.load(std::memory_order_relaxed); }
-  /// dB at volume 0.
-  void setMaxBassBoostDB(float dB);
-  float maxBassBoostDB() const noexcept { return _maxBassBoostDB.load(std::memory_order_relaxed); }
-  void setMaxTrebleBoostDB(float dB);
-  float maxTrebleBoostDB() const noexcept {
-    return _maxTrebleBoostDB.load(std::memory_order_relaxed);
-  }
+  void setVolume(double volume);
+  float volume() const noexcept { return _volume.get(); }
+  /// The volume at which the boost is zero, 0 to 1.
+  void setReferenceLevel(double level);
+  float referenceLevel() const noexcept { return _referenceLevel.get(); }
+  /// dB at volume 0, 0 to 40.
+  void setMaxBassBoostDB(double dB);
+  float maxBassBoostDB() const noexcept { return _maxBassBoostDB.get(); }
+  void setMaxTrebleBoostDB(double dB);
+  float maxTrebleBoostDB() const noexcept { return _maxTrebleBoostDB.get(); }
 
   /// The share of the largest boosts that is in use, 0 at the reference to 1 at volume 0.
   float boostFactor() const noexcept;
@@ -38,17 +38,17 @@ class LoudnessCompensationDSP : public DSPEffect {
   void sampleRateChanged(double sampleRate) override;
   std::vector<EffectParameter> parameters() override;
 
- private:
-  std::atomic<float> _referenceLevel{0.8f};
-  std::atomic<float> _maxBassBoostDB{12};
-  std::atomic<float> _maxTrebleBoostDB{6};
-  std::atomic<float> _volume{1};
+ protected:
   FixedFilter _filter;
 
-  // What the filter was designed for.
-  std::atomic<float> _appliedVolume{1};
-  std::atomic<float> _appliedBassBoost{0};
-  std::atomic<float> _appliedTrebleBoost{0};
+ private:
+  void change(HeldValue<float>& parameter, double value);
+  std::vector<BiquadCoefficients> design(double sampleRate) const;
+
+  HeldValue<float> _referenceLevel{0, 1, 0.8f};
+  HeldValue<float> _maxBassBoostDB{0, 40, 12};
+  HeldValue<float> _maxTrebleBoostDB{0, 40, 6};
+  HeldValue<float> _volume{0, 1, 1};
 };
 
 }  // namespace velorin

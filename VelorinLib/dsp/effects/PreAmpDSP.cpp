@@ -4,14 +4,14 @@
 
 namespace velorin {
 
-void PreAmpDSP::setGain(float gainDB) noexcept {
-  _gainLinear.store(linearGain(gainDB), std::memory_order_relaxed);
-  _gainDB.store(gainDB, std::memory_order_relaxed);
+void PreAmpDSP::setGain(double gainDB) noexcept {
+  _gainDB.set(gainDB);
+  _gainLinear.store(linearGain(gain()), std::memory_order_relaxed);
 }
 
 void PreAmpDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
                         double /*sampleRate*/) noexcept {
-  if (_gainDB.load(std::memory_order_relaxed) == 0) return;
+  if (gain() == 0) return;
   multiplyChannels(buffers, _gainLinear.load(std::memory_order_relaxed), frameCount);
 }
 
@@ -22,7 +22,7 @@ std::vector<EffectParameter> PreAmpDSP::parameters() {
            .defaultValue = 0,
            .unit = "dB",
            .get = [this] { return gain(); },
-           .set = [this](double value) { setGain(static_cast<float>(value)); }}};
+           .set = [this](double value) { setGain(value); }}};
 }
 
 }  // namespace velorin

@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "dsp/DSPEffect.h"
+#include "dsp/HeldValue.h"
 
 namespace velorin {
 
@@ -12,9 +13,9 @@ class PreAmpDSP : public DSPEffect {
  public:
   PreAmpDSP() : DSPEffect(DSPEffectType::preAmp) {}
 
-  /// dB. Any thread but the render thread.
-  void setGain(float gainDB) noexcept;
-  float gain() const noexcept { return _gainDB.load(std::memory_order_relaxed); }
+  /// dB, -100 to 100. Any thread but the render thread.
+  void setGain(double gainDB) noexcept;
+  float gain() const noexcept { return _gainDB.get(); }
 
   void process(AudioBufferList& buffers, std::int64_t frameCount,
                double sampleRate) noexcept override;
@@ -22,7 +23,7 @@ class PreAmpDSP : public DSPEffect {
 
  private:
   // Two words: for one block the render thread may see a new one and an old one.
-  std::atomic<float> _gainDB{0};
+  HeldValue<float> _gainDB{-100, 100, 0};
   std::atomic<float> _gainLinear{1};
 };
 

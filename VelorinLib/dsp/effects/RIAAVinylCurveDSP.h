@@ -7,7 +7,8 @@
 namespace velorin {
 
 /// Shelves at the corners of the three RIAA time constants, 3180, 318 and 75 microseconds (IEC
-/// 60098), on every channel. Channels beyond the first share one state.
+/// 60098), on every channel. Channels beyond the first share one state. Dry until the first
+/// sampleRateChanged().
 class RIAAVinylCurveDSP : public DSPEffect {
  public:
   RIAAVinylCurveDSP() : DSPEffect(DSPEffectType::riaaVinylCurve) {}
@@ -16,7 +17,7 @@ class RIAAVinylCurveDSP : public DSPEffect {
                double sampleRate) noexcept override;
   void sampleRateChanged(double sampleRate) override;
 
- private:
+ protected:
   FixedFilter _filter;
 };
 

@@ -9,24 +9,24 @@ constexpr double kReferenceLUFS = -18;
 
 double firstOf(std::initializer_list<std::optional<double>> candidates) {
   for (const auto& each : candidates) {
-    if (each) return *each;
+    if (each && std::isfinite(*each)) return *each;
   }
   return 0;
 }
 
 }  // namespace
 
-void ReplayGainDSP::setTrackGain(float gainDB, float peak) noexcept {
-  _cachedBaseGain.store(linearGain(gainDB), std::memory_order_relaxed);
-  _peak.store(peak, std::memory_order_relaxed);
-  _gainDB.store(gainDB, std::memory_order_relaxed);
+void ReplayGainDSP::setTrackGain(double gainDB, double peak) noexcept {
+  _peak.set(std::isfinite(peak) ? peak : 0);
+  _gainDB.set(gainDB);
+  _cachedBaseGain.store(linearGain(_gainDB.get()), std::memory_order_relaxed);
 }
 
 void ReplayGainDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
                             double /*sampleRate*/) noexcept {
-  if (_gainDB.load(std::memory_order_relaxed) == 0) return;
+  if (_gainDB.get() == 0) return;
   float gain = _cachedBaseGain.load(std::memory_order_relaxed);
-  const float peak = _peak.load(std::memory_order_relaxed);
+  const float peak = _peak.get();
   if (peak > 0 && 1 / peak < gain) gain = 1 / peak;
   multiplyChannels(buffers, gain, frameCount);
 }
@@ -38,7 +38,7 @@ std::vector<EffectParameter> ReplayGainDSP::parameters() {
            .defaultValue = 0,
            .choices = {"track", "album"},
            .get = [this] { return static_cast<double>(mode()); },
-           .set = [this](double value) { setMode(value >= 0.5 ? Mode::album : Mode::track); }}};
+           .set = [this](double value) { setMode(choiceOf(value, Mode::album)); }}};
 }
 
 TrackGain trackGain(const Track& track, ReplayGainDSP::Mode mode) {

@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "dsp/DSPEffect.h"
+#include "dsp/HeldValue.h"
 #include "records/Track.h"
 
 namespace velorin {
@@ -20,8 +21,9 @@ class ReplayGainDSP : public DSPEffect {
   void setMode(Mode mode) noexcept { _mode.store(mode, std::memory_order_relaxed); }
   Mode mode() const noexcept { return _mode.load(std::memory_order_relaxed); }
 
-  /// Gain in dB, peak linear (0: unknown), of the track that plays.
-  void setTrackGain(float gainDB, float peak) noexcept;
+  /// Gain in dB, held within 100 either way, and peak, linear, of the track that plays. A peak that
+  /// is no positive number is unknown.
+  void setTrackGain(double gainDB, double peak) noexcept;
   void clearTrackGain() noexcept { setTrackGain(0, 0); }
 
   void process(AudioBufferList& buffers, std::int64_t frameCount,
@@ -30,8 +32,8 @@ class ReplayGainDSP : public DSPEffect {
 
  private:
   std::atomic<Mode> _mode{Mode::track};
-  std::atomic<float> _gainDB{0};
-  std::atomic<float> _peak{0};
+  HeldValue<float> _gainDB{-100, 100, 0};
+  HeldValue<float> _peak{0, 1e9f, 0};
   std::atomic<float> _cachedBaseGain{1};
 };
 
@@ -42,7 +44,7 @@ struct TrackGain {
 };
 
 /// Tags before our own scan, whose reference is -18 LUFS; in album mode the album's values before
-/// the track's.
+/// the track's. A value that is not finite counts as none.
 TrackGain trackGain(const Track& track, ReplayGainDSP::Mode mode);
 
 }  // namespace velorin

@@ -1,67 +1,72 @@
 // Places the stereo pair at an angle and a distance from the listener.
 #pragma once
 
-#include <array>
-#include <atomic>
+#include <memory>
 
 #include "dsp/DSPEffect.h"
+#include "dsp/HeldValue.h"
 #include "dsp/filters/BiquadCascade.h"
+#include "dsp/filters/DelayLine.h"
 #include "dsp/filters/RateState.h"
 
 namespace velorin {
 
 /// Interaural delay and level, a low-pass for the head's shadow on the far ear, and two early
 /// reflections. The first two channels; of a longer block the frames beyond 65,536 stay dry. Dry
-/// until the first sampleRateChanged().
+/// until the first sampleRateChanged(). Straight ahead, at 1 m and without a room, not one bit
+/// changes.
+///
+/// The setters and sampleRateChanged(): any thread but the render thread.
 class SpatialAudioDSP : public DSPEffect {
  public:
   static constexpr std::int64_t kMaxFrames = 65536;
 
   SpatialAudioDSP() : DSPEffect(DSPEffectType::spatialAudio) {}
 
-  // Not the render thread; one caller at a time.
   /// Degrees, -180 to 180; to the right where positive. Designs the shadow filter anew.
-  void setAzimuth(float degrees);
-  float azimuth() const noexcept { return _azimuth.load(std::memory_order_relaxed); }
+  void setAzimuth(double degrees);
+  float azimuth() const noexcept { return _azimuth.get(); }
   /// 0 to 1.
-  void setRoomSize(float size) noexcept { _roomSize.store(size, std::memory_order_relaxed); }
-  float roomSize() const noexcept { return _roomSize.load(std::memory_order_relaxed); }
-  /// Metres, 0.5 to 5.
-  void setDistance(float metres) noexcept { _distance.store(metres, std::memory_order_relaxed); }
-  float distance() const noexcept { return _distance.load(std::memory_order_relaxed); }
+  void setRoomSize(double size) noexcept { _roomSize.set(size); }
+  float roomSize() const noexcept { return _roomSize.get(); }
+  /// Metres, 0.5 to 1000.
+  void setDistance(double metres) noexcept { _distance.set(metres); }
+  float distance() const noexcept { return _distance.get(); }
   void sampleRateChanged(double sampleRate) override;
 
   void process(AudioBufferList& buffers, std::int64_t frameCount,
                double sampleRate) noexcept override;
   std::vector<EffectParameter> parameters() override;
 
- private:
-  static constexpr std::size_t kDelaySize = 1024;  // powers of two
-  static constexpr std::size_t kReflectionSize = 4096;
-
-  /// One ear's delay line and its place in the room.
-  struct Ear {
-    std::size_t whole;  ///< delay in samples
-    float fraction;
-    float gain;
-  };
-  static Ear ear(double delay, float gain) noexcept;
-  void position(float* left, float* right, std::size_t n, float azimuth,
-                double sampleRate) noexcept;
-  void reflect(float* left, float* right, std::size_t n, double sampleRate) noexcept;
-
-  std::atomic<float> _azimuth{0};
-  std::atomic<float> _roomSize{0.3f};
-  std::atomic<float> _distance{1};
+ protected:
   RateState<BiquadCascade> _shadow;
 
-  // Of the render thread.
-  std::array<float, kDelaySize> _delayBufL{};
-  std::array<float, kDelaySize> _delayBufR{};
-  std::size_t _writeIndex = 0;
-  std::array<float, kReflectionSize> _reflBufL{};
-  std::array<float, kReflectionSize> _reflBufR{};
-  std::size_t _reflWriteIndex = 0;
+ private:
+  static constexpr std::size_t kDelaySize = 1024;
+  static constexpr std::size_t kReflectionSize = 4096;
+
+  /// What becomes of one ear's signal.
+  struct Ear {
+    FractionalDelay delay;
+    float gain;      ///< of the ear
+    float distance;  ///< gain of the distance
+  };
+  static Ear ear(double samples, float gain, float distance) noexcept;
+  static void position(DelayLine<kDelaySize>& line, const Ear& ear, float* data,
+                       std::size_t n) noexcept;
+  void reflect(float* left, float* right, std::size_t n, float room, double sampleRate) noexcept;
+
+  std::unique_ptr<BiquadCascade> design(double sampleRate) const;
+
+  HeldValue<float> _azimuth{-180, 180, 0};
+  HeldValue<float> _roomSize{0, 1, 0.3f};
+  HeldValue<float> _distance{0.5f, 1000, 1};
+
+  // Of the render thread; they keep what they hold while the effect is off.
+  DelayLine<kDelaySize> _delayL;
+  DelayLine<kDelaySize> _delayR;
+  DelayLine<kReflectionSize> _reflectionL;
+  DelayLine<kReflectionSize> _reflectionR;
 };
 
 }  // namespace velorin

@@ -12,138 +12,126 @@ namespace {
 constexpr double kCrossoverHz = 300;
 constexpr double kHaasSeconds = 0.0008;
 
+std::unique_ptr<BiquadCascade> crossover(double sampleRate) {
+  std::vector<BiquadCoefficients> sections;
+  if (biquad::isUsable(sampleRate, kCrossoverHz)) {
+    sections.push_back(biquad::lowPass(sampleRate, kCrossoverHz, std::numbers::sqrt2));
+  }
+  return std::make_unique<BiquadCascade>(sections, 2);
+}
+
 }  // namespace
 
 StereoWidenerDSP::StereoWidenerDSP() : DSPEffect(DSPEffectType::stereoWidener) {
-  sampleRateChanged(_lastSampleRate);
+  sampleRateChanged(44100);
 }
 
 void StereoWidenerDSP::setEnabled(bool enabled) noexcept {
-  if (!enabled) _needsReset.store(true, std::memory_order_relaxed);
+  // On both ends: a block that runs while it is switched off may still take something up.
+  if (!enabled || !isEnabled()) _needsReset.store(true, std::memory_order_relaxed);
   DSPEffect::setEnabled(enabled);
 }
 
 void StereoWidenerDSP::setAlgorithm(Algorithm algorithm) {
-  {
-    const RenderLockHold hold(_lock);
-    _algorithm.store(algorithm, std::memory_order_relaxed);
-  }
-  sampleRateChanged(_lastSampleRate);
+  _algorithm.store(algorithm, std::memory_order_relaxed);
+  _crossover.redesign(crossover);
 }
 
 void StereoWidenerDSP::sampleRateChanged(double sampleRate) {
-  if (!(sampleRate > 0)) return;
-  std::unique_ptr<BiquadCascade> setup;
-  if (biquad::isUsable(sampleRate, kCrossoverHz)) {
-    const auto lowPass = biquad::lowPass(sampleRate, kCrossoverHz, std::numbers::sqrt2);
-    setup = std::make_unique<BiquadCascade>(std::span(&lowPass, 1), 2);
-  }
-  // The old filter, which `setup` takes, is destroyed after the lock.
-  const RenderLockHold hold(_lock);
-  _lpBiquadSetup.swap(setup);
-  _lastSampleRate.store(sampleRate, std::memory_order_relaxed);
-  _needsRebuild.store(false, std::memory_order_relaxed);
-}
-
-void StereoWidenerDSP::reset() noexcept {
-  _haasWriteIndex = 0;
-  _haasDelayBuffer.fill(0);
-  if (_lpBiquadSetup) _lpBiquadSetup->reset();
+  _crossover.designFor(sampleRate, crossover);
 }
 
 void StereoWidenerDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
                                double sampleRate) noexcept {
   const StereoPair pair(buffers);
   if (frameCount < 1 || !pair.isComplete()) return;
-  const float w = width();
-  const bool resets = _needsReset.load(std::memory_order_relaxed);
-  if (w == 1.0f && !resets) return;
-  if (!_lock.tryLock()) return;
-  if (resets) {
+  if (_needsReset.load(std::memory_order_relaxed)) {
+    const auto lowPass = _crossover.useAtAnyRate();
+    if (!lowPass) return;
     _needsReset.store(false, std::memory_order_relaxed);
-    reset();
+    _haasDelay.reset();
+    lowPass->reset();
   }
+  const float w = width();
+  if (w == 1) return;
   // Exactly the rate: half a hertz already moves the delay.
-  if (sampleRate != _lastSampleRate.load(std::memory_order_relaxed)) _needsRebuild.store(true);
-  if (w != 1.0f && !_needsRebuild.load(std::memory_order_relaxed)) {
-    const auto n = static_cast<std::size_t>(frameCount);
-    switch (algorithm()) {
-      case Algorithm::midSide:
-        midSide(pair.left, pair.right, n, w);
-        break;
-      case Algorithm::haas:
-        haas(w > 1 ? pair.right : pair.left, n, w, sampleRate);
-        break;
-      case Algorithm::frequencyDependent:
-        frequencyDependent(pair.left, pair.right, n, w);
-        break;
+  const auto lowPass = _crossover.use(sampleRate, 0);
+  if (!lowPass) return;
+
+  const auto n = static_cast<std::size_t>(frameCount);
+  const Algorithm which = algorithm();
+  if (which == Algorithm::haas) {
+    haas(w > 1 ? pair.right : pair.left, n, w, sampleRate);
+    return;
+  }
+  if (n > kMaxFrames) return;
+  const Gains gains{(1 + w) * 0.5f, (1 - w) * 0.5f};
+  for (std::size_t from = 0; from < n; from += kPiece) {
+    const std::size_t count = std::min(kPiece, n - from);
+    float* const left = pair.left + from;
+    float* const right = pair.right + from;
+    if (which == Algorithm::midSide) {
+      midSide(left, right, count, gains);
+    } else if (lowPass->sections() > 0) {
+      frequencyDependent(*lowPass, left, right, count, gains);
     }
   }
-  _lock.unlock();
 }
 
-void StereoWidenerDSP::midSide(float* left, float* right, std::size_t n, float w) noexcept {
-  if (n > kMaxFrames) return;
-  const float m = (1 + w) * 0.5f;
-  const float s = (1 - w) * 0.5f;
-  vector::weightedSum(left, m, right, s, _tempL.data(), n);
-  vector::weightedSum(right, m, left, s, _tempR.data(), n);
-  std::copy_n(_tempL.data(), n, left);
-  std::copy_n(_tempR.data(), n, right);
+void StereoWidenerDSP::midSide(float* left, float* right, std::size_t count, Gains gains) noexcept {
+  vector::weightedSum(left, gains.own, right, gains.other, _tempL.data(), count);
+  vector::weightedSum(right, gains.own, left, gains.other, right, count);
+  std::copy_n(_tempL.data(), count, left);
 }
 
-void StereoWidenerDSP::haas(float* delayed, std::size_t n, float w, double sampleRate) noexcept {
-  const float d = std::fabs(w - 1) * static_cast<float>(sampleRate * kHaasSeconds);
-  const auto whole = static_cast<std::size_t>(d);
-  const float f = d - static_cast<float>(whole);
-  constexpr std::size_t kMask = kHaasSize - 1;
-  std::size_t at = _haasWriteIndex;
-  for (std::size_t i = 0; i < n; ++i) {
-    _haasDelayBuffer[at] = delayed[i];
-    // Where the delay is longer than the ring the position wraps within it.
-    const std::size_t r = (at - whole) & kMask;
-    delayed[i] = (1 - f) * _haasDelayBuffer[r] + f * _haasDelayBuffer[(r - 1) & kMask];
-    at = (at + 1) & kMask;
+void StereoWidenerDSP::haas(float* delayed, std::size_t n, float width,
+                            double sampleRate) noexcept {
+  const float samples = std::fabs(width - 1) * static_cast<float>(sampleRate * kHaasSeconds);
+  const auto whole = static_cast<std::size_t>(samples);
+  // A delay that is longer than the ring, above 320 kHz, wraps within it.
+  const FractionalDelay delay{whole % kHaasSize, (whole + 1) % kHaasSize,
+                              samples - static_cast<float>(whole)};
+  for (std::size_t from = 0; from < n; from += kPiece) {
+    const std::size_t count = std::min(kPiece, n - from);
+    delay.read(_haasDelay.append(delayed + from, count), delayed + from, count);
   }
-  _haasWriteIndex = at;
 }
 
-void StereoWidenerDSP::frequencyDependent(float* left, float* right, std::size_t n,
-                                          float w) noexcept {
-  if (n > kMaxFrames || !_lpBiquadSetup) return;
-  float* lowL = _tempL.data();
-  float* lowR = _tempR.data();
-  _lpBiquadSetup->processChannel(0, left, lowL, n);
-  _lpBiquadSetup->processChannel(1, right, lowR, n);
-  vector::subtract(left, lowL, left, n);
-  vector::subtract(right, lowR, right, n);
-  const float m = (1 + w) * 0.5f;
-  const float s = (1 - w) * 0.5f;
-  vector::multiplyAdd(left, m, lowL, n);
-  vector::multiplyAdd(right, s, lowL, n);
-  vector::multiplyAdd(right, m, lowR, n);
-  vector::multiplyAdd(left, s, lowR, n);
-  std::copy_n(lowL, n, left);
-  std::copy_n(lowR, n, right);
+void StereoWidenerDSP::frequencyDependent(BiquadCascade& lowPass, float* left, float* right,
+                                          std::size_t count, Gains gains) noexcept {
+  float* const lowL = _tempL.data();
+  float* const lowR = _tempR.data();
+  std::copy_n(left, count, lowL);
+  std::copy_n(right, count, lowR);
+  float* const lows[] = {lowL, lowR};
+  lowPass.process(lows, count);
+  // From here on left and right are the highs.
+  vector::subtract(left, lowL, left, count);
+  vector::subtract(right, lowR, right, count);
+  vector::multiplyAdd(left, gains.own, lowL, count);
+  vector::multiplyAdd(right, gains.other, lowL, count);
+  vector::multiplyAdd(right, gains.own, lowR, count);
+  vector::multiplyAdd(left, gains.other, lowR, count);
+  std::copy_n(lowL, count, left);
+  std::copy_n(lowR, count, right);
 }
 
 std::vector<EffectParameter> StereoWidenerDSP::parameters() {
-  return {{.name = "width",
-           .minimum = 0,
-           .maximum = 2,
-           .defaultValue = 1,
-           .get = [this] { return width(); },
-           .set = [this](double value) { setWidth(static_cast<float>(value)); }},
-          {.name = "algorithm",
-           .minimum = 0,
-           .maximum = 2,
-           .defaultValue = 0,
-           .choices = {"midSide", "haas", "frequencyDependent"},
-           .get = [this] { return static_cast<double>(algorithm()); },
-           .set =
-               [this](double value) {
-                 setAlgorithm(static_cast<Algorithm>(std::clamp(std::lround(value), 0L, 2L)));
-               }}};
+  return {
+      {.name = "width",
+       .minimum = 0,
+       .maximum = 2,
+       .defaultValue = 1,
+       .get = [this] { return width(); },
+       .set = [this](double value) { setWidth(value); }},
+      {.name = "algorithm",
+       .minimum = 0,
+       .maximum = 2,
+       .defaultValue = 0,
+       .choices = {"midSide", "haas", "frequencyDependent"},
+       .get = [this] { return static_cast<double>(algorithm()); },
+       .set =
+           [this](double value) { setAlgorithm(choiceOf(value, Algorithm::frequencyDependent)); }}};
 }
 
 }  // namespace velorin

@@ -5,13 +5,18 @@
 #include <atomic>
 
 #include "dsp/DSPEffect.h"
+#include "dsp/HeldValue.h"
 #include "dsp/filters/BiquadCascade.h"
-#include "foundation/RenderLock.h"
+#include "dsp/filters/DelayLine.h"
+#include "dsp/filters/RateState.h"
 
 namespace velorin {
 
 /// The first two channels. At width 1 not one bit changes, whatever the algorithm. The modes
 /// mid/side and frequency dependent pass blocks of more than 8192 frames dry.
+///
+/// The setters, sampleRateChanged() and setEnabled(): any thread but the render thread. Until the
+/// first sampleRateChanged() it is ready for 44.1 kHz.
 class StereoWidenerDSP : public DSPEffect {
  public:
   enum class Algorithm {
@@ -19,14 +24,16 @@ class StereoWidenerDSP : public DSPEffect {
     haas,                ///< delays one side by up to 0.8 ms
     frequencyDependent,  ///< mid/side above 300 Hz
   };
+  static constexpr std::size_t kMaxFrames = 8192;
 
   StereoWidenerDSP();
 
-  // Not the render thread; one caller at a time.
+  /// Starts from silence when it is switched on again.
   void setEnabled(bool enabled) noexcept override;
   /// 0 (mono) to 2; 1 is no change.
-  void setWidth(float width) noexcept { _width.store(width, std::memory_order_relaxed); }
-  float width() const noexcept { return _width.load(std::memory_order_relaxed); }
+  void setWidth(double width) noexcept { _width.set(width); }
+  float width() const noexcept { return _width.get(); }
+  /// Designs the crossover anew.
   void setAlgorithm(Algorithm algorithm);
   Algorithm algorithm() const noexcept { return _algorithm.load(std::memory_order_relaxed); }
   void sampleRateChanged(double sampleRate) override;
@@ -35,30 +42,33 @@ class StereoWidenerDSP : public DSPEffect {
                double sampleRate) noexcept override;
   std::vector<EffectParameter> parameters() override;
 
+ protected:
+  /// The low-pass of the crossover.
+  RateState<BiquadCascade> _crossover;
+
  private:
-  static constexpr std::size_t kMaxFrames = 8192;
   static constexpr std::size_t kHaasSize = 256;  // a power of two
+  using HaasLine = DelayLine<kHaasSize>;
+  static constexpr std::size_t kPiece = HaasLine::kMaxRun;
 
-  void reset() noexcept REQUIRES(_lock);
-  void midSide(float* left, float* right, std::size_t n, float w) noexcept;
-  void haas(float* delayed, std::size_t n, float w, double sampleRate) noexcept;
-  void frequencyDependent(float* left, float* right, std::size_t n, float w) noexcept
-      REQUIRES(_lock);
+  /// Shares of the own side and of the other one.
+  struct Gains {
+    float own;
+    float other;
+  };
+  void midSide(float* left, float* right, std::size_t count, Gains gains) noexcept;
+  void haas(float* delayed, std::size_t n, float width, double sampleRate) noexcept;
+  void frequencyDependent(BiquadCascade& lowPass, float* left, float* right, std::size_t count,
+                          Gains gains) noexcept;
 
-  std::atomic<float> _width{1};
+  HeldValue<float> _width{0, 2, 1};
   std::atomic<Algorithm> _algorithm{Algorithm::midSide};
   std::atomic<bool> _needsReset{false};
-  std::atomic<double> _lastSampleRate{44100};
-  std::atomic<bool> _needsRebuild{true};
-
-  RenderLock _lock;
-  std::unique_ptr<BiquadCascade> _lpBiquadSetup GUARDED_BY(_lock);
 
   // Of the render thread.
-  std::array<float, kHaasSize> _haasDelayBuffer{};
-  std::size_t _haasWriteIndex = 0;
-  std::array<float, kMaxFrames> _tempL{};
-  std::array<float, kMaxFrames> _tempR{};
+  HaasLine _haasDelay;
+  std::array<float, kPiece> _tempL{};
+  std::array<float, kPiece> _tempR{};
 };
 
 }  // namespace velorin

@@ -8,24 +8,24 @@ constexpr double kQ = 1.4142 / 2;
 
 }  // namespace
 
-void SubsonicFilterDSP::setCutoff(float cutoff) {
-  _cutoff.store(cutoff, std::memory_order_relaxed);
-  sampleRateChanged(_filter.rate());
+std::vector<BiquadCoefficients> SubsonicFilterDSP::design(double sampleRate) const {
+  if (!biquad::isUsable(sampleRate, cutoff())) return {};
+  return {biquad::highPass(sampleRate, cutoff(), kQ)};
+}
+
+void SubsonicFilterDSP::setCutoff(double cutoff) {
+  _cutoff.set(cutoff);
+  _filter.redesign([this](double rate) { return design(rate); });
 }
 
 void SubsonicFilterDSP::sampleRateChanged(double sampleRate) {
-  if (!(sampleRate > 0)) return;
-  std::vector<BiquadCoefficients> sections;
-  if (biquad::isUsable(sampleRate, cutoff())) {
-    sections.push_back(biquad::highPass(sampleRate, cutoff(), kQ));
-  }
-  _filter.install(sections, sampleRate);
+  _filter.designFor(sampleRate, [this](double rate) { return design(rate); });
 }
 
 void SubsonicFilterDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
                                 double sampleRate) noexcept {
-  if (!isEnabled() || frameCount < 1 || !_filter.fits(sampleRate)) return;
-  _filter.process(buffers, frameCount);
+  if (!isEnabled() || frameCount < 1) return;
+  _filter.process(buffers, frameCount, sampleRate);
 }
 
 std::vector<EffectParameter> SubsonicFilterDSP::parameters() {
@@ -35,7 +35,7 @@ std::vector<EffectParameter> SubsonicFilterDSP::parameters() {
            .defaultValue = 20,
            .unit = "Hz",
            .get = [this] { return cutoff(); },
-           .set = [this](double value) { setCutoff(static_cast<float>(value)); }}};
+           .set = [this](double value) { setCutoff(value); }}};
 }
 
 }  // namespace velorin

@@ -8,11 +8,11 @@ namespace velorin {
 
 void TubeWarmthDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
                             double /*sampleRate*/) noexcept {
-  if (frameCount < 1) return;
+  const float wet = mix();
+  if (frameCount < 1 || wet == 0) return;
   const auto n = static_cast<std::size_t>(std::min(frameCount, kMaxFrames));
   const float g = drive() * 4 + 1;
   const float inverse = 1 / g;
-  const float wet = mix();
   for (std::uint32_t i = 0; i < buffers.bufferCount; ++i) {
     auto* data = buffers.channel<float>(i);
     if (data == nullptr) continue;
@@ -33,13 +33,13 @@ std::vector<EffectParameter> TubeWarmthDSP::parameters() {
            .maximum = 1,
            .defaultValue = 0.3,
            .get = [this] { return drive(); },
-           .set = [this](double value) { setDrive(static_cast<float>(value)); }},
+           .set = [this](double value) { setDrive(value); }},
           {.name = "mix",
            .minimum = 0,
            .maximum = 1,
            .defaultValue = 0.5,
            .get = [this] { return mix(); },
-           .set = [this](double value) { setMix(static_cast<float>(value)); }}};
+           .set = [this](double value) { setMix(value); }}};
 }
 
 }  // namespace velorin

@@ -2,14 +2,14 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 
 #include "dsp/DSPEffect.h"
+#include "dsp/HeldValue.h"
 
 namespace velorin {
 
 /// tanh(g x) / g beside the dry signal, g = 1 + 4 drive: small signals keep their level. Every
-/// channel. Of a longer block the frames beyond 65,536 stay dry.
+/// channel. With no mix not one bit changes. Of a longer block the frames beyond 65,536 stay dry.
 class TubeWarmthDSP : public DSPEffect {
  public:
   static constexpr std::int64_t kMaxFrames = 65536;
@@ -17,10 +17,11 @@ class TubeWarmthDSP : public DSPEffect {
   TubeWarmthDSP() : DSPEffect(DSPEffectType::tubeWarmth) {}
 
   // 0 to 1 each. Any thread but the render thread.
-  void setDrive(float drive) noexcept { _drive.store(drive, std::memory_order_relaxed); }
-  float drive() const noexcept { return _drive.load(std::memory_order_relaxed); }
-  void setMix(float mix) noexcept { _mix.store(mix, std::memory_order_relaxed); }
-  float mix() const noexcept { return _mix.load(std::memory_order_relaxed); }
+  void setDrive(double drive) noexcept { _drive.set(drive); }
+  float drive() const noexcept { return _drive.get(); }
+  /// Share of the saturated signal.
+  void setMix(double mix) noexcept { _mix.set(mix); }
+  float mix() const noexcept { return _mix.get(); }
 
   void process(AudioBufferList& buffers, std::int64_t frameCount,
                double sampleRate) noexcept override;
@@ -30,8 +31,8 @@ class TubeWarmthDSP : public DSPEffect {
   // A piece of a block at a time: what is worked on stays in the cache.
   static constexpr std::size_t kPiece = 1024;
 
-  std::atomic<float> _drive{0.3f};
-  std::atomic<float> _mix{0.5f};
+  HeldValue<float> _drive{0, 1, 0.3f};
+  HeldValue<float> _mix{0, 1, 0.5f};
   std::array<float, kPiece> _drivenBuf{};
 };
 

@@ -3,12 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
+#include "dsp/effects/FixedFilter.h"
 #include "platform/vector/Vector.h"
 
 namespace velorin {
 namespace {
-
-constexpr float kTwoToMinus32 = 0x1p-32f;
 
 std::vector<BiquadCoefficients> lowPass(double rate, double f, double q) {
   if (!biquad::isUsable(rate, f)) return {};
@@ -17,54 +16,56 @@ std::vector<BiquadCoefficients> lowPass(double rate, double f, double q) {
 
 }  // namespace
 
-void VinylSimulatorDSP::setWarmth(float warmth) {
-  _warmth.store(warmth, std::memory_order_relaxed);
-  sampleRateChanged(_filters.rate());
+void VinylSimulatorDSP::setWarmth(double warmth) {
+  _warmth.set(warmth);
+  _filters.redesign([this](double rate) { return design(rate); });
 }
 
 void VinylSimulatorDSP::sampleRateChanged(double sampleRate) {
-  if (!(sampleRate > 0)) return;
+  _filters.designFor(sampleRate, [this](double rate) { return design(rate); });
+}
+
+std::unique_ptr<VinylSimulatorDSP::Filters> VinylSimulatorDSP::design(double sampleRate) const {
   const double corner = 20000.0 * std::pow(0.15, static_cast<double>(warmth()));
-  _filters.install(
-      std::make_unique<Filters>(lowPass(sampleRate, corner, 0.707), lowPass(sampleRate, 4000, 0.5)),
-      sampleRate);
+  return std::make_unique<Filters>(lowPass(sampleRate, corner, 0.707),
+                                   lowPass(sampleRate, 4000, 0.5));
 }
 
 void VinylSimulatorDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
                                 double sampleRate) noexcept {
-  if (frameCount < 1 || !_filters.fits(sampleRate)) return;
-  const auto filters = _filters.tryUse();
+  if (frameCount < 1) return;
+  const auto filters = _filters.use(sampleRate);
   if (!filters) return;
   const auto n = static_cast<std::size_t>(std::min(frameCount, kMaxFrames));
-  makeNoise(*filters, n);
-  const bool rollsOff = warmth() > 0.01f;
-  for (std::uint32_t i = 0; i < buffers.bufferCount; ++i) {
-    auto* data = buffers.channel<float>(i);
-    if (data == nullptr) continue;
-    if (rollsOff) filters->warmth.processChannel(i == 0 ? 0 : 1, data, data, n);
-    vector::add(data, _noiseBuf.data(), data, n);
-  }
-}
+  if (warmth() > 0.01f) filterChannels(filters->warmth, buffers, n);
 
-void VinylSimulatorDSP::makeNoise(Filters& filters, std::size_t n) noexcept {
-  float* noise = _noiseBuf.data();
-  for (std::size_t i = 0; i < n; ++i) {
-    noise[i] = static_cast<float>(static_cast<std::int32_t>(draw())) * kTwoToMinus32;
-  }
-  filters.noise.processChannel(0, noise, noise, n);
-  vector::multiplyByScalar(noise, noiseLevel() * 0.02f, noise, n);
-
+  // All of a block's noise is drawn before its crackle.
+  NoiseGenerator noise = _generator;
+  NoiseGenerator crackle = _generator.ahead(n);
+  const float noiseGain = noiseLevel() * 0.02f;
   const float threshold = crackleRate() * 0.003f;
-  for (std::size_t i = 0; i < n; ++i) {
-    float spike = 0;
-    if (static_cast<float>(draw()) * kTwoToMinus32 < threshold) {
-      const std::uint32_t state = draw();
-      spike = static_cast<float>(state) * kTwoToMinus32 * 0.05f + 0.01f;
-      if ((state & 1) != 0) spike = -spike;
+  const bool isSilent = noiseGain == 0 && threshold == 0;
+  for (std::size_t from = 0; from < n; from += kPiece) {
+    const std::size_t count = std::min(kPiece, n - from);
+    for (std::size_t i = 0; i < count; ++i) _noiseBuf[i] = noise.drawSigned();
+    filters->noise.processChannel(0, _noiseBuf.data(), _noiseBuf.data(), count);
+    vector::multiplyByScalar(_noiseBuf.data(), noiseGain, _noiseBuf.data(), count);
+    for (std::size_t i = 0; i < count; ++i) {
+      float spike = 0;
+      if (crackle.drawUnsigned() < threshold) {
+        const std::uint32_t state = crackle.draw();
+        spike = static_cast<float>(state) * 0x1p-32f * 0.05f + 0.01f;
+        if ((state & 1) != 0) spike = -spike;
+      }
+      _crackleBuf[i] = spike;
     }
-    _crackleBuf[i] = spike;
+    vector::add(_noiseBuf.data(), _crackleBuf.data(), _noiseBuf.data(), count);
+    for (std::uint32_t i = 0; i < buffers.bufferCount && !isSilent; ++i) {
+      auto* data = buffers.channel<float>(i);
+      if (data != nullptr) vector::add(data + from, _noiseBuf.data(), data + from, count);
+    }
   }
-  vector::add(noise, _crackleBuf.data(), noise, n);
+  _generator = crackle;
 }
 
 std::vector<EffectParameter> VinylSimulatorDSP::parameters() {
@@ -73,19 +74,19 @@ std::vector<EffectParameter> VinylSimulatorDSP::parameters() {
            .maximum = 1,
            .defaultValue = 0.15,
            .get = [this] { return noiseLevel(); },
-           .set = [this](double value) { setNoiseLevel(static_cast<float>(value)); }},
+           .set = [this](double value) { setNoiseLevel(value); }},
           {.name = "crackleRate",
            .minimum = 0,
            .maximum = 1,
            .defaultValue = 0.3,
            .get = [this] { return crackleRate(); },
-           .set = [this](double value) { setCrackleRate(static_cast<float>(value)); }},
+           .set = [this](double value) { setCrackleRate(value); }},
           {.name = "warmth",
            .minimum = 0,
            .maximum = 1,
            .defaultValue = 0.5,
            .get = [this] { return warmth(); },
-           .set = [this](double value) { setWarmth(static_cast<float>(value)); }}};
+           .set = [this](double value) { setWarmth(value); }}};
 }
 
 }  // namespace velorin

@@ -2,38 +2,43 @@
 #pragma once
 
 #include <array>
-#include <atomic>
-#include <optional>
+#include <memory>
+#include <span>
 
 #include "dsp/DSPEffect.h"
+#include "dsp/HeldValue.h"
 #include "dsp/filters/BiquadCascade.h"
+#include "dsp/filters/NoiseGenerator.h"
 #include "dsp/filters/RateState.h"
 
 namespace velorin {
 
 /// All channels get the same noise, after the roll-off of the programme. Of a longer block the
-/// frames beyond 65,536 stay as they are. Channels beyond the first share one filter state.
+/// frames beyond 65,536 stay as they are. Channels beyond the first share one filter state. Dry
+/// until the first sampleRateChanged(). With all at 0 not one bit changes.
+///
+/// The setters and sampleRateChanged(): any thread but the render thread.
 class VinylSimulatorDSP : public DSPEffect {
  public:
   static constexpr std::int64_t kMaxFrames = 65536;
 
   VinylSimulatorDSP() : DSPEffect(DSPEffectType::vinylSimulator) {}
 
-  // 0 to 1 each. Not the render thread.
-  void setNoiseLevel(float level) noexcept { _noiseLevel.store(level, std::memory_order_relaxed); }
-  float noiseLevel() const noexcept { return _noiseLevel.load(std::memory_order_relaxed); }
-  void setCrackleRate(float rate) noexcept { _crackleRate.store(rate, std::memory_order_relaxed); }
-  float crackleRate() const noexcept { return _crackleRate.load(std::memory_order_relaxed); }
+  // 0 to 1 each.
+  void setNoiseLevel(double level) noexcept { _noiseLevel.set(level); }
+  float noiseLevel() const noexcept { return _noiseLevel.get(); }
+  void setCrackleRate(double rate) noexcept { _crackleRate.set(rate); }
+  float crackleRate() const noexcept { return _crackleRate.get(); }
   /// Designs the filter anew.
-  void setWarmth(float warmth);
-  float warmth() const noexcept { return _warmth.load(std::memory_order_relaxed); }
+  void setWarmth(double warmth);
+  float warmth() const noexcept { return _warmth.get(); }
 
   void process(AudioBufferList& buffers, std::int64_t frameCount,
                double sampleRate) noexcept override;
   void sampleRateChanged(double sampleRate) override;
   std::vector<EffectParameter> parameters() override;
 
- private:
+ protected:
   struct Filters {
     Filters(std::span<const BiquadCoefficients> warmthSections,
             std::span<const BiquadCoefficients> noiseSections)
@@ -41,22 +46,21 @@ class VinylSimulatorDSP : public DSPEffect {
     BiquadCascade warmth;
     BiquadCascade noise;
   };
-  /// One step of the generator: x 1664525 + 1013904223 modulo 2^32.
-  std::uint32_t draw() noexcept {
-    _rngState = _rngState * 1664525U + 1013904223U;
-    return _rngState;
-  }
-  void makeNoise(Filters& filters, std::size_t n) noexcept;
-
-  std::atomic<float> _noiseLevel{0.15f};
-  std::atomic<float> _crackleRate{0.3f};
-  std::atomic<float> _warmth{0.5f};
   RateState<Filters> _filters;
 
+ private:
+  static constexpr std::size_t kPiece = 1024;
+
+  std::unique_ptr<Filters> design(double sampleRate) const;
+
+  HeldValue<float> _noiseLevel{0, 1, 0.15f};
+  HeldValue<float> _crackleRate{0, 1, 0.3f};
+  HeldValue<float> _warmth{0, 1, 0.5f};
+
   // Of the render thread.
-  std::uint32_t _rngState = 0xDEADBEEF;
-  std::vector<float> _noiseBuf = std::vector<float>(kMaxFrames);
-  std::vector<float> _crackleBuf = std::vector<float>(kMaxFrames);
+  NoiseGenerator _generator{0xDEADBEEF};
+  std::array<float, kPiece> _noiseBuf{};
+  std::array<float, kPiece> _crackleBuf{};
 };
 
 }  // namespace velorin

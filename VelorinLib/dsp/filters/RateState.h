@@ -5,33 +5,47 @@
 #include <atomic>
 #include <cmath>
 #include <memory>
+#include <utility>
 
+#include "foundation/Mutex.h"
 #include "foundation/RenderLock.h"
 
 namespace velorin {
 
 /// Holds what an effect has designed for a rate. The render thread never designs: a block of
-/// another rate marks the state as unfit, and audio passes dry until the next install().
+/// another rate marks the state as unfit, and audio passes dry until the next design.
+///
+/// `design(rate)` returns a std::unique_ptr<State> and reads the effect's parameters; designs are
+/// made one at a time, so that the state of the last one has the parameters that were set last.
+/// `adopt(next, old)` carries something over from the state that is replaced, out of reach of the
+/// render thread; it must be quick. States are made and destroyed outside the lock.
 template <class State>
 class RateState {
  public:
-  /// Puts a new state in its place and destroys the old one outside the lock. `adopt(next, old)`,
-  /// where there is an old one, is called under the lock to carry something over. Not the render
-  /// thread; one caller at a time.
-  template <class Adopt>
-  void install(std::unique_ptr<State> next, double rate, Adopt&& adopt) {
-    // The parameter, which takes the old state, outlives the hold.
-    const RenderLockHold hold(_lock);
-    if (_state) adopt(*next, *_state);
-    _state.swap(next);
-    _rate.store(rate, std::memory_order_relaxed);
-    _needsRebuild.store(false, std::memory_order_relaxed);
+  /// Not the render thread. A rate in Hz that is none, 0 or less or a gigahertz, is passed over.
+  template <class Design, class Adopt>
+  void designFor(double rate, Design&& design, Adopt&& adopt) EXCLUDES(_editing, _lock) {
+    if (!(rate > 0 && rate < 1e9)) return;
+    const MutexLock editing(_editing);
+    install(design(rate), rate, adopt);
   }
-  void install(std::unique_ptr<State> next, double rate) {
-    install(std::move(next), rate, [](State&, State&) {});
+  template <class Design>
+  void designFor(double rate, Design&& design) EXCLUDES(_editing, _lock) {
+    designFor(rate, design, [](State&, State&) {});
   }
 
-  /// The rate of the state in Hz, 0 before the first. Any thread.
+  /// The same at the rate of the last design; does nothing before the first.
+  template <class Design, class Adopt>
+  void redesign(Design&& design, Adopt&& adopt) EXCLUDES(_editing, _lock) {
+    const MutexLock editing(_editing);
+    if (const double now = rate(); now > 0) install(design(now), now, adopt);
+  }
+  template <class Design>
+  void redesign(Design&& design) EXCLUDES(_editing, _lock) {
+    redesign(design, [](State&, State&) {});
+  }
+
+  /// Of the last design in Hz, 0 before the first. Any thread.
   double rate() const noexcept { return _rate.load(std::memory_order_relaxed); }
 
   /// The render thread's hold on the state; empty when the block has to pass dry.
@@ -54,26 +68,45 @@ class RateState {
     State* _state = nullptr;
   };
 
-  /// Render thread. Rates that differ by 1 Hz or less are one.
-  bool fits(double sampleRate) noexcept {
-    if (std::fabs(sampleRate - rate()) > 1.0) invalidate();
-    return !_needsRebuild.load(std::memory_order_relaxed);
+  /// Render thread. Empty when an editor is at it and when the state is not for this rate; rates
+  /// that differ by `tolerance` Hz or less are one.
+  Use use(double sampleRate, double tolerance = 1.0) noexcept NO_THREAD_SAFETY_ANALYSIS {
+    if (!_lock.tryLock()) return {};
+    // Under the lock, so that no design is marked that was made meanwhile.
+    if (!(std::fabs(sampleRate - rate()) <= tolerance)) _needsRebuild = true;
+    if (_state && !_needsRebuild) return {_lock, _state.get()};
+    _lock.unlock();
+    return {};
   }
-  void invalidate() noexcept { _needsRebuild.store(true, std::memory_order_relaxed); }
 
-  /// Render thread, after fits(). Empty when somebody holds the lock, or without a state.
-  Use tryUse() noexcept NO_THREAD_SAFETY_ANALYSIS {
+  /// Render thread. The same, whatever rate the state is for.
+  Use useAtAnyRate() noexcept NO_THREAD_SAFETY_ANALYSIS {
     if (!_lock.tryLock()) return {};
     if (_state) return {_lock, _state.get()};
     _lock.unlock();
     return {};
   }
 
+  /// What use() tries: whoever holds it makes blocks pass dry.
+  RenderLock& lock() noexcept { return _lock; }
+
  private:
+  template <class Adopt>
+  void install(std::unique_ptr<State> next, double rate, Adopt&& adopt) REQUIRES(_editing)
+      EXCLUDES(_lock) {
+    // The parameter, which takes the old state, outlives the hold.
+    const RenderLockHold hold(_lock);
+    if (_state) adopt(*next, *_state);
+    _state.swap(next);
+    _rate.store(rate, std::memory_order_relaxed);
+    _needsRebuild = false;
+  }
+
+  Mutex _editing;  ///< taken before _lock
   RenderLock _lock;
-  std::unique_ptr<State> _state;  // under _lock
-  std::atomic<double> _rate{0};
-  std::atomic<bool> _needsRebuild{true};
+  std::unique_ptr<State> _state GUARDED_BY(_lock);
+  bool _needsRebuild GUARDED_BY(_lock) = true;
+  std::atomic<double> _rate{0};  ///< written under both
 };
 
 }  // namespace velorin
