@@ -1,9 +1,31 @@
 #include "AudioSetup.h"
 
+#include "dsp/ChainFile.h"
+#include "dsp/DSPEffects.h"
+#include "dsp/presets/EQPresetManager.h"
 #include "engine/AudioEngine.h"
+#include "foundation/Text.h"
 #include "platform/audio/AudioHardware.h"
 
 namespace velorin {
+
+std::optional<std::string> applyChainFile(const std::filesystem::path& path, AudioEngine& engine) {
+  const auto file = readChainFile(path);
+  if (!file) return file.error().text;
+  // A chain may name a profile.
+  HeadphoneProfileDatabase::shared().load();
+  if (const auto fault = apply(file.value(), engine.effects(), EQPresetManager::shared())) {
+    return text::pathForDisplay(path) + ": " + fault->text;
+  }
+  return std::nullopt;
+}
+
+void prepareEffects(const Track& track, AudioEngine& engine) {
+  DSPEffects& effects = engine.effects();
+  const TrackGain gain = trackGain(track, effects.replayGain.mode());
+  effects.replayGain.setTrackGain(static_cast<float>(gain.gainDB), static_cast<float>(gain.peak));
+  effects.headroomDSP.setHeadroom(static_cast<float>(effects.requiredHeadroomDB(&track)));
+}
 
 void applySettings(const EngineOptions& options, AudioEngine& engine) {
   if (options.integer) engine.setIntegerMode(true);

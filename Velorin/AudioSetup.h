@@ -1,6 +1,7 @@
 // Making an engine play as the command line says.
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +12,15 @@ namespace velorin {
 
 class AudioEngine;
 class AudioHardware;
+struct Track;
+
+/// Hands the chain of a file to the engine. Nothing on success, else one line that says what is
+/// wrong; then the engine keeps what it has. Engine queue, or before anything plays.
+std::optional<std::string> applyChainFile(const std::filesystem::path& file, AudioEngine& engine);
+
+/// Sets the effects that depend on the track: ReplayGain, and the headroom for what all of them
+/// can add. Engine queue, before the track plays.
+void prepareEffects(const Track& track, AudioEngine& engine);
 
 /// Hands the settings to the engine. Engine queue, or before anything plays.
 void applySettings(const EngineOptions& options, AudioEngine& engine);

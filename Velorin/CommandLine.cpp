@@ -44,6 +44,7 @@ class Grammar {
     addInfo();
     addLibrary();
     addSearch();
+    addDsp();
   }
 
   Command parse(int argc, const char* const* argv) {
@@ -62,6 +63,7 @@ class Grammar {
     if (*_infoCommand) return _info;
     if (*_libraryListCommand) return _libraryList;
     if (*_searchCommand) return search();
+    if (*_dspCommand) return _dsp;
     return ShowText{_app.help()};
   }
 
@@ -143,6 +145,38 @@ class Grammar {
         "To find nothing is no error: the exit code is 0.");
   }
 
+  void addDsp() {
+    using Action = DspOptions::Action;
+    _dspCommand = _app.add_subcommand("dsp", "Show the effects and what they do");
+    _dspCommand->require_subcommand(1);
+    const auto add = [this](const char* name, const char* description, Action action) {
+      CLI::App* command = _dspCommand->add_subcommand(name, description);
+      command->add_flag("--json", _dsp.json, "Print JSON");
+      command->callback([this, action] { _dsp.action = action; });
+      return command;
+    };
+    add("list", "List the effects and what can be set", Action::list);
+    add("presets", "List the presets of the equalizer", Action::presets);
+    add("profiles", "List the headphone profiles", Action::profiles);
+    CLI::App* response =
+        add("response", "Show the frequency response of a chain", Action::response);
+    addChain(response, _dsp.chain)->required();
+    response->add_option("--png", _dsp.png, "Draw it into a picture")->type_name("OUT.png");
+    response->add_option("--rate", _dsp.sampleRate, "Sample rate [44100]")
+        ->check(rate())
+        ->type_name("HZ");
+    response->footer(
+        "A chain file is JSON, such as\n"
+        "  {\"entries\": [{\"effectType\": \"equalizer\"}, {\"effectType\": \"crossfeed\"}],\n"
+        "   \"parameters\": {\"equalizer\": {\"preset\": \"Rock\"},\n"
+        "                  \"crossfeed\": {\"cutoffFrequency\": 650}}}");
+  }
+
+  static CLI::Option* addChain(CLI::App* command, std::filesystem::path& chain) {
+    return command->add_option("--chain", chain, "Effect chain, see 'velorin dsp response --help'")
+        ->type_name("FILE.json");
+  }
+
   SearchOptions search() const {
     SearchOptions options = _search;
     for (const std::string& word : _searchWords) {
@@ -184,6 +218,7 @@ class Grammar {
     command->add_option("--start", engine.start, "Begin so far into the first file")
         ->check(finite(0, 1e9, "SECONDS"))
         ->type_name("SECONDS");
+    addChain(command, engine.chain);
     command->add_option("--volume", engine.volume, "Software volume, 0 to 1")
         ->check(finite(0, 1, "0..1"))
         ->type_name("0..1");
@@ -234,6 +269,8 @@ class Grammar {
   InfoOptions _info;
   LibraryListOptions _libraryList;
   SearchOptions _search;
+  CLI::App* _dspCommand = nullptr;
+  DspOptions _dsp;
   std::vector<std::string> _searchWords;
 };
 

@@ -11,5 +11,6 @@ int runDevices(const DevicesOptions& options);
 int runInfo(const InfoOptions& options);
 int runSearch(const SearchOptions& options);
 int runLibraryList(const LibraryListOptions& options);
+int runDsp(const DspOptions& options);
 
 }  // namespace velorin

@@ -3,6 +3,9 @@
 #include <FLAC/metadata.h>
 #include <fmt/format.h>
 
+#include <charconv>
+#include <cmath>
+
 #include <algorithm>
 #include <memory>
 #include <string_view>
@@ -31,6 +34,24 @@ std::string flacMD5(const fs::path& path) {
   return text;
 }
 
+std::optional<double>* replayGainField(FileFacts& facts, std::string_view name) {
+  return name == "replaygain_track_gain"   ? &facts.trackGain
+         : name == "replaygain_album_gain" ? &facts.albumGain
+         : name == "replaygain_track_peak" ? &facts.trackPeak
+         : name == "replaygain_album_peak" ? &facts.albumPeak
+                                           : nullptr;
+}
+
+/// The number that a tag such as "-7.25 dB" begins with.
+std::optional<double> leadingNumber(std::string_view text) {
+  text = text::trimWhitespaceAndNewlines(text);
+  if (text.starts_with('+')) text.remove_prefix(1);
+  double value = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (result.ec != std::errc() || !std::isfinite(value)) return std::nullopt;
+  return value;
+}
+
 void readFlacTags(const fs::path& path, FileFacts& facts) {
   FLAC__StreamMetadata* raw = nullptr;
   if (!FLAC__metadata_get_tags(path.c_str(), &raw)) return;
@@ -42,6 +63,10 @@ void readFlacTags(const fs::path& path, FileFacts& facts) {
     const std::size_t equals = comment.find('=');
     if (equals == std::string_view::npos) continue;
     const std::string name = text::lowercaseASCII(comment.substr(0, equals));
+    if (std::optional<double>* const number = replayGainField(facts, name)) {
+      if (!*number) *number = leadingNumber(comment.substr(equals + 1));
+      continue;
+    }
     std::string* const field = name == "title"         ? &facts.title
                                : name == "artist"      ? &facts.artist
                                : name == "album"       ? &facts.album

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "foundation/Result.h"
@@ -23,6 +24,11 @@ struct FileFacts {
   std::string artist;
   std::string album;
   std::string trackNumber;
+  // ReplayGain tags: dB, and linear peaks.
+  std::optional<double> trackGain;
+  std::optional<double> albumGain;
+  std::optional<double> trackPeak;
+  std::optional<double> albumPeak;
 
   double duration() const noexcept {
     return sampleRate == 0 ? 0 : static_cast<double>(totalFrames) / sampleRate;

@@ -22,6 +22,7 @@ struct EngineOptions {
   std::optional<double> fixedRate;  ///< Hz
   std::optional<double> start;      ///< seconds into the first file
   std::optional<double> volume;     ///< linear, 0 to 1
+  std::filesystem::path chain;      ///< file of the effect chain; empty: the stored one
 };
 
 struct PlayOptions {
@@ -63,6 +64,15 @@ struct LibraryListOptions {
   bool json = false;
 };
 
+struct DspOptions {
+  enum class Action { list, presets, profiles, response };
+  Action action = Action::list;
+  bool json = false;
+  std::filesystem::path chain;  ///< of a response
+  std::filesystem::path png;    ///< where to draw it; empty: nowhere
+  double sampleRate = 44100;    ///< Hz
+};
+
 /// Text that was asked for: help, version.
 struct ShowText {
   std::string text;
@@ -74,7 +84,7 @@ struct WrongUsage {
 };
 
 using Command = std::variant<PlayOptions, RenderOptions, DevicesOptions, InfoOptions, SearchOptions,
-                             LibraryListOptions, ShowText, WrongUsage>;
+                             LibraryListOptions, DspOptions, ShowText, WrongUsage>;
 
 /// Exit codes of the program.
 inline constexpr int kExitSuccess = 0;

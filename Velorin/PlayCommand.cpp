@@ -48,10 +48,17 @@ class PlaySession : private TrackSequenceListener {
 
   int run(AudioDeviceID device) {
     log::setSink([this](log::Level, std::string_view line) { _console.printError(line); });
+    std::optional<std::string> fault;
     _engineQueue.sync([&] {
       applySettings(_options.engine, _engine);
+      if (!_options.engine.chain.empty()) fault = applyChainFile(_options.engine.chain, _engine);
       if (device != kNoDevice) _engine.selectOutputDevice(device);
     });
+    if (fault) {
+      log::setSink({});
+      reportError(*fault);
+      return kExitFailure;
+    }
     attachTerminal();
     const SignalWatch signals({.stop = [this] { quit(); },
                                .suspend = [this] { suspendTerminal(); },

@@ -118,7 +118,15 @@ class RenderSession : private TrackSequenceListener {
   }
 
   int render() {
-    _engineQueue.sync([this] { applySettings(_options.engine, _engine); });
+    std::optional<std::string> fault;
+    _engineQueue.sync([&] {
+      applySettings(_options.engine, _engine);
+      if (!_options.engine.chain.empty()) fault = applyChainFile(_options.engine.chain, _engine);
+    });
+    if (fault) {
+      reportError(*fault);
+      return kExitFailure;
+    }
     const SignalWatch signals({.stop = [this] { interrupt(); },
                                .suspend = [this] { _console.clearStatus(); },
                                .resume = {}});

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <system_error>
 
+#include "AudioSetup.h"
 #include "engine/AudioEngine.h"
 #include "foundation/MainThread.h"
 #include "foundation/SerialQueue.h"
@@ -25,6 +26,10 @@ Track trackOf(const FileFacts& file) {
   track.bitDepth = static_cast<int>(file.bitsPerSample);
   track.channels = static_cast<int>(file.channels);
   track.format = file.format;
+  track.replayGainTrackGain = file.trackGain;
+  track.replayGainAlbumGain = file.albumGain;
+  track.replayGainTrackPeak = file.trackPeak;
+  track.replayGainAlbumPeak = file.albumPeak;
   return track;
 }
 
@@ -102,7 +107,9 @@ struct TrackSequence::Impl : std::enable_shared_from_this<Impl> {
     const std::string doubt =
         facts ? "the file cannot be opened any more; was it removed?" : facts.error().text;
     onMain([number, known, doubt](Impl& self) { self.opened(number, known, doubt); });
-    engine.play(trackOf(known), startTime);
+    const Track track = trackOf(known);
+    prepareEffects(track, engine);
+    engine.play(track, startTime);
     onMain([number](Impl& self) { self.returned(number); });
   }
 

@@ -28,6 +28,7 @@ velorin_require(plist libplist-2.0 libplist-dev)
 velorin_require(fmt fmt libfmt-dev)
 velorin_require(systemd libsystemd libsystemd-dev)
 velorin_require(sdbus sdbus-c++ libsdbus-c++-dev)
+velorin_require(cairo cairo libcairo2-dev)
 velorin_require(sqlite sqlite3 libsqlite3-dev)
 
 macro(velorin_require_config package hint)

@@ -49,6 +49,8 @@ class DSPEffects {
   /// Makes the chain that of the entries: order, switches, and the headphone profile where one is
   /// named; a profile that is not known leaves the effect with what it holds.
   void applyChain(const std::vector<DSPChainEntry>& entries);
+  bool knowsProfile(std::string_view id) const { return _profiles.profile(id) != nullptr; }
+
   /// What was applied last.
   const std::vector<DSPChainEntry>& entries() const noexcept { return _entries; }
 

@@ -1,0 +1,215 @@
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+
+#include "Commands.h"
+#include "Console.h"
+#include "JsonOutput.h"
+#include "ResponsePlot.h"
+#include "dsp/ChainFile.h"
+#include "dsp/presets/EQPresetManager.h"
+#include "foundation/Text.h"
+
+namespace velorin {
+namespace {
+
+// Of a response: enough for a curve, and few enough for a terminal.
+constexpr std::size_t kPlotPoints = 800;
+constexpr std::size_t kTextPoints = 31;
+
+int printed() {
+  if (std::fflush(stdout) == 0) return kExitSuccess;
+  reportError("the output cannot be written: make room or choose another place");
+  return kExitFailure;
+}
+
+JsonObject json(const EffectParameter& parameter) {
+  JsonObject object;
+  object.add("name", parameter.name);
+  if (parameter.choices.empty()) {
+    object.add("minimum", parameter.minimum).add("maximum", parameter.maximum);
+    object.add("default", parameter.defaultValue);
+    if (!parameter.unit.empty()) object.add("unit", parameter.unit);
+  } else {
+    std::vector<JsonObject> choices;
+    for (const std::string_view choice : parameter.choices) {
+      choices.emplace_back().add("name", choice);
+    }
+    object.add("choices", choices);
+    object.add("default", parameter.choices[static_cast<std::size_t>(parameter.defaultValue)]);
+  }
+  return object;
+}
+
+std::string rangeText(const EffectParameter& parameter) {
+  if (!parameter.choices.empty()) {
+    std::string text;
+    for (const std::string_view choice : parameter.choices) {
+      text += (text.empty() ? "" : ", ") + std::string(choice);
+    }
+    return text;
+  }
+  return fmt::format("{:g} to {:g}{}{}  [{:g}]", parameter.minimum, parameter.maximum,
+                     parameter.unit.empty() ? "" : " ", parameter.unit, parameter.defaultValue);
+}
+
+int list(bool asJson) {
+  const auto effects = std::make_unique<DSPEffects>();
+  std::vector<JsonObject> objects;
+  for (const DSPEffectType type : allEffectTypes()) {
+    const EffectNames& names = namesOf(type);
+    const auto parameters = effects->effect(type).parameters();
+    if (asJson) {
+      std::vector<JsonObject> described;
+      for (const EffectParameter& parameter : parameters) described.push_back(json(parameter));
+      objects.emplace_back()
+          .add("effectType", names.rawValue)
+          .add("name", names.displayName)
+          .add("parameters", described);
+      continue;
+    }
+    fmt::print("{:<22} {}\n", names.rawValue, names.displayName);
+    for (const EffectParameter& parameter : parameters) {
+      fmt::print("  {:<20} {}\n", parameter.name, rangeText(parameter));
+    }
+    if (type == DSPEffectType::equalizer) {
+      fmt::print("  {:<20} {}\n  {:<20} {}\n", "preset", "see 'velorin dsp presets'", "bands",
+                 "31 bands, as in a preset file");
+    }
+    if (type == DSPEffectType::headphoneProfile) {
+      fmt::print("  {:<20} {}\n", "profile", "see 'velorin dsp profiles'");
+    }
+  }
+  if (asJson) fmt::print("{}\n", JsonObject::list(objects));
+  return printed();
+}
+
+int presets(bool asJson) {
+  std::vector<JsonObject> objects;
+  for (const EQPreset& preset : EQPresetManager::shared().allPresets()) {
+    if (asJson) {
+      std::vector<JsonObject> bands;
+      for (const EQBand& band : preset.bands) {
+        bands.emplace_back()
+            .add("frequency", band.frequency)
+            .add("gain", band.gain)
+            .add("q", band.q)
+            .add("filterType", static_cast<int>(band.filterType));
+      }
+      objects.emplace_back()
+          .add("name", preset.name)
+          .add("isBuiltIn", preset.isBuiltIn)
+          .add("bands", bands);
+    } else {
+      fmt::print("{}{}\n", text::escapeForTerminal(preset.name),
+                 preset.isBuiltIn ? "" : "  (your own)");
+    }
+  }
+  if (asJson) fmt::print("{}\n", JsonObject::list(objects));
+  return printed();
+}
+
+int profiles(bool asJson) {
+  HeadphoneProfileDatabase& database = HeadphoneProfileDatabase::shared();
+  if (!database.load()) {
+    reportError("the headphone profiles cannot be read: is the program installed completely?");
+    return kExitFailure;
+  }
+  std::vector<JsonObject> objects;
+  for (const HeadphoneProfileRef& profile : database.search("")) {
+    if (asJson) {
+      objects.emplace_back()
+          .add("id", profile->id)
+          .add("brand", profile->brand)
+          .add("model", profile->model)
+          .add("source", profile->source)
+          .add("target", profile->target)
+          .add("preamp", profile->preamp)
+          .add("filters", static_cast<std::uint64_t>(profile->filters.size()));
+    } else {
+      fmt::print("{:<32} {} {}\n", text::escapeForTerminal(profile->id),
+                 text::escapeForTerminal(profile->brand), text::escapeForTerminal(profile->model));
+    }
+  }
+  if (asJson) fmt::print("{}\n", JsonObject::list(objects));
+  return printed();
+}
+
+void print(const ChainResponse& response) {
+  fmt::print("{:>10}  {:>9}  {:>9}\n", "Hz", "left dB", "right dB");
+  for (const ResponsePoint& point : response.points) {
+    fmt::print("{:>10.1f}  {:>+9.2f}  {:>+9.2f}\n", point.frequency, point.leftDB, point.rightDB);
+  }
+}
+
+void printJson(const ChainResponse& response) {
+  std::vector<JsonObject> points;
+  for (const ResponsePoint& point : response.points) {
+    points.emplace_back()
+        .add("frequency", point.frequency)
+        .add("leftDB", point.leftDB)
+        .add("rightDB", point.rightDB);
+  }
+  std::vector<JsonObject> leftOut;
+  for (const DSPEffectType type : response.leftOut) {
+    leftOut.emplace_back().add("effectType", namesOf(type).rawValue);
+  }
+  fmt::print("{}\n", JsonObject()
+                         .add("sampleRate", response.sampleRate)
+                         .add("leftOut", leftOut)
+                         .add("points", points)
+                         .line());
+}
+
+int response(const DspOptions& options) {
+  const auto file = readChainFile(options.chain);
+  if (!file) {
+    reportError(file.error().text);
+    return kExitFailure;
+  }
+  HeadphoneProfileDatabase::shared().load();
+  const auto effects = std::make_unique<DSPEffects>();
+  if (const auto fault = apply(file.value(), *effects, EQPresetManager::shared())) {
+    reportError(text::pathForDisplay(options.chain) + ": " + fault->text);
+    return kExitFailure;
+  }
+  const bool plots = !options.png.empty();
+  const ChainResponse measured = measureResponse(*effects, options.sampleRate,
+                                                 plots || options.json ? kPlotPoints : kTextPoints);
+  for (const DSPEffectType type : measured.leftOut) {
+    reportError(
+        fmt::format("{} has no frequency response and is left out", namesOf(type).displayName));
+  }
+  if (plots) {
+    if (const auto fault = writeResponsePlot(measured, options.png)) {
+      reportError(*fault);
+      return kExitFailure;
+    }
+    fmt::print("{}\n", text::pathForDisplay(options.png));
+  } else if (options.json) {
+    printJson(measured);
+  } else {
+    print(measured);
+  }
+  return printed();
+}
+
+}  // namespace
+
+int runDsp(const DspOptions& options) {
+  switch (options.action) {
+    case DspOptions::Action::list:
+      return list(options.json);
+    case DspOptions::Action::presets:
+      return presets(options.json);
+    case DspOptions::Action::profiles:
+      return profiles(options.json);
+    case DspOptions::Action::response:
+      break;
+  }
+  return response(options);
+}
+
+}  // namespace velorin
