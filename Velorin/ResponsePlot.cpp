@@ -110,6 +110,8 @@ class Plot {
   void drawCurve(double ResponsePoint::*channel, double red, double green, double blue) {
     cairo_set_source_rgb(_context.get(), red, green, blue);
     cairo_set_line_width(_context.get(), 2);
+    // A label leaves the pen where its text ends.
+    cairo_new_path(_context.get());
     for (const ResponsePoint& point : _response.points) {
       cairo_line_to(_context.get(), x(point.frequency), y(point.*channel));
     }
