@@ -88,12 +88,18 @@ bool hasShell() {
   return kFound;
 }
 
-/// The times of the shell's ".timer", milliseconds.
-std::vector<double> timesIn(const std::string& output) {
-  constexpr std::string_view kMark = "Run Time: real ";
-  std::vector<double> times;
+/// The times of the shell's ".timer".
+std::vector<Took> timesIn(const std::string& output) {
+  constexpr const char* kMark = "Run Time: real ";
+  std::vector<Took> times;
   for (auto at = output.find(kMark); at != std::string::npos; at = output.find(kMark, at + 1)) {
-    times.push_back(1000 * std::stod(output.substr(at + kMark.size())));
+    double real = 0;
+    double user = 0;
+    double system = 0;
+    if (std::sscanf(output.c_str() + at, "Run Time: real %lf user %lf sys %lf", &real, &user,
+                    &system) == 3) {
+      times.push_back({1000 * real, 1000 * (user + system)});
+    }
   }
   return times;
 }
@@ -131,10 +137,25 @@ std::shared_ptr<DatabaseManager> openQuietly(const fs::path& file) {
   return library;
 }
 
-double medianOf(std::vector<double> values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
+double processorMs() {
+  timespec time{};
+  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return 1e3 * static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_nsec);
+}
+
+Took medianOf(std::vector<Took> runs) {
+  const auto middle = runs.begin() + static_cast<std::ptrdiff_t>(runs.size() / 2);
+  std::ranges::nth_element(runs, middle, {}, &Took::wall);
   return *middle;
+}
+
+void addTook(BenchReport& report, const std::string& name, const Took& took,
+             std::optional<Target> target) {
+  constexpr double kMuchLess = 0.75;
+  report.add(name, took.wall, "ms", target);
+  if (took.processor < kMuchLess * took.wall) {
+    report.add("    of which processor time", took.processor, "ms");
+  }
 }
 
 std::optional<ShellTime> shellTime(const fs::path& file, const std::string& sql) {
@@ -147,7 +168,7 @@ std::optional<ShellTime> shellTime(const fs::path& file, const std::string& sql)
   const auto output =
       outputOf(fmt::format("sqlite3 -batch -bail {} <{}", quoted(file), quoted(script)));
   fs::remove(script);
-  const auto times = output ? timesIn(*output) : std::vector<double>();
+  const auto times = output ? timesIn(*output) : std::vector<Took>();
   if (times.size() != 2) throw std::runtime_error("the sqlite3 shell failed at: " + sql);
   return ShellTime{times[0], times[1]};
 }
@@ -155,8 +176,8 @@ std::optional<ShellTime> shellTime(const fs::path& file, const std::string& sql)
 void addShell(BenchReport& report, const std::string& name, const std::string& sql) {
   const auto time = shellTime(millionTracks(), sql);
   if (!time) return;
-  report.add("  sqlite3 shell, " + name + ", first time", time->first, "ms");
-  report.add("  sqlite3 shell, " + name + ", again", time->again, "ms");
+  addTook(report, "  sqlite3 shell, " + name + ", first time", time->first);
+  addTook(report, "  sqlite3 shell, " + name + ", again", time->again);
 }
 
 }  // namespace velorin::bench

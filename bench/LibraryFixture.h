@@ -37,37 +37,53 @@ class ScratchLibrary {
 /// Opens a library without a line in the log.
 std::shared_ptr<DatabaseManager> openQuietly(const std::filesystem::path& file);
 
-/// Milliseconds of the work, wall-clock.
+/// Processor time that this process has used, milliseconds.
+double processorMs();
+
+/// What a piece of work took, milliseconds.
+struct Took {
+  double wall = 0;
+  double processor = 0;  ///< of all threads of this process
+};
+
+/// The time of one run.
 template <class Work>
-double milliseconds(Work&& work) {
-  return 1000 * secondsOf(1, work);
+Took tookOf(Work&& work) {
+  const double computed = processorMs();
+  const double wall = 1000 * secondsOf(1, work);
+  return {wall, processorMs() - computed};
 }
 
-double medianOf(std::vector<double> values);
+/// The run of the middle wall-clock time.
+Took medianOf(std::vector<Took> runs);
 
-/// Milliseconds of the work, median of so many runs.
 template <class Work>
-double medianMs(int runs, Work&& work) {
-  std::vector<double> times;
-  for (int i = 0; i < runs; ++i) times.push_back(milliseconds(work));
+Took medianOf(int runs, Work&& work) {
+  std::vector<Took> times;
+  for (int i = 0; i < runs; ++i) times.push_back(tookOf(work));
   return medianOf(std::move(times));
 }
 
-/// Milliseconds of `work(manager)` on a library that was opened for it, median of so many runs.
+/// The median of so many runs of `work(manager)`, each on a library that was just opened.
 template <class Work>
-double coldMs(int runs, Work&& work) {
-  std::vector<double> times;
+Took coldMedianOf(int runs, Work&& work) {
+  std::vector<Took> times;
   for (int i = 0; i < runs; ++i) {
     const auto library = openQuietly(millionTracks());
-    times.push_back(milliseconds([&] { work(*library); }));
+    times.push_back(tookOf([&] { work(*library); }));
   }
   return medianOf(std::move(times));
 }
 
-/// What a statement takes in the sqlite3 shell, milliseconds.
+/// Adds the wall-clock time; below it the processor time where that is much less: other programs
+/// were busy, or the disk was waited for.
+void addTook(BenchReport& report, const std::string& name, const Took& took,
+             std::optional<Target> target = std::nullopt);
+
+/// What a statement takes in the sqlite3 shell.
 struct ShellTime {
-  double first = 0;  ///< right after opening the file
-  double again = 0;
+  Took first;  ///< right after opening the file
+  Took again;
 };
 
 /// Runs the statement twice in a shell of its own, set up as our connection is, with the rows

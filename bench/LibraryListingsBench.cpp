@@ -18,36 +18,36 @@ constexpr std::int64_t kPage = 500;
 template <class Part, class Fetch>
 void benchPaged(BenchReport& report, const std::string& name, std::int64_t laterOffset,
                 Fetch&& fetch) {
-  std::vector<double> first;
-  std::vector<double> again;
-  std::vector<double> later;
+  std::vector<Took> first;
+  std::vector<Took> again;
+  std::vector<Took> later;
   for (int i = 0; i < kRuns; ++i) {
     const auto library = openQuietly(millionTracks());
     const DatabaseHandle database(library->dbQueue());
     Part part(database);
-    first.push_back(milliseconds([&] { keep(fetch(part, std::int64_t{0})); }));
-    again.push_back(milliseconds([&] { keep(fetch(part, std::int64_t{0})); }));
-    later.push_back(milliseconds([&] { keep(fetch(part, laterOffset)); }));
+    first.push_back(tookOf([&] { keep(fetch(part, std::int64_t{0})); }));
+    again.push_back(tookOf([&] { keep(fetch(part, std::int64_t{0})); }));
+    later.push_back(tookOf([&] { keep(fetch(part, laterOffset)); }));
   }
-  report.add(name + ", first page, cold", medianOf(first), "ms");
-  report.add("  first page again", medianOf(again), "ms");
-  report.add("  page at " + std::to_string(laterOffset), medianOf(later), "ms");
+  addTook(report, name + ", first page, cold", medianOf(first));
+  addTook(report, "  first page again", medianOf(again));
+  addTook(report, "  page at " + std::to_string(laterOffset), medianOf(later));
 }
 
 /// A fetch on a library that was just opened, and again.
 template <class Part, class Fetch>
 void benchWhole(BenchReport& report, const std::string& name, Fetch&& fetch) {
-  std::vector<double> first;
-  std::vector<double> again;
+  std::vector<Took> first;
+  std::vector<Took> again;
   for (int i = 0; i < kRuns; ++i) {
     const auto library = openQuietly(millionTracks());
     const DatabaseHandle database(library->dbQueue());
     Part part(database);
-    first.push_back(milliseconds([&] { keep(fetch(part)); }));
-    again.push_back(milliseconds([&] { keep(fetch(part)); }));
+    first.push_back(tookOf([&] { keep(fetch(part)); }));
+    again.push_back(tookOf([&] { keep(fetch(part)); }));
   }
-  report.add(name + ", cold", medianOf(first), "ms");
-  report.add("  again", medianOf(again), "ms");
+  addTook(report, name + ", cold", medianOf(first));
+  addTook(report, "  again", medianOf(again));
 }
 
 constexpr const char* kArtistStatement = R"(

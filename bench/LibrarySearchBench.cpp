@@ -34,29 +34,29 @@ std::size_t search(LibrarySearch& part, const Typed& typed) {
 }
 
 const Registration kSearch("library search", [](BenchReport& report) {
-  std::vector<double> first;
+  std::vector<Took> first;
   for (int i = 0; i < 3; ++i) {
     const auto library = openQuietly(millionTracks());
     const DatabaseHandle database(library->dbQueue());
     LibrarySearch part(database);
-    first.push_back(milliseconds([&] { keep(search(part, texts()[1])); }));
+    first.push_back(tookOf([&] { keep(search(part, texts()[1])); }));
   }
-  report.add("\"lov\", the first search of all", medianOf(first), "ms");
+  addTook(report, "\"lov\", the first search of all", medianOf(first));
 
   const auto library = openQuietly(millionTracks());
   const DatabaseHandle database(library->dbQueue());
   LibrarySearch part(database);
   for (const Typed& typed : texts()) {
     std::size_t found = search(part, typed);
-    report.add(fmt::format("\"{}\", {} rows", typed.text, found),
-               medianMs(kRuns, [&] { keep(search(part, typed)); }), "ms", typed.target);
+    addTook(report, fmt::format("\"{}\", {} rows", typed.text, found),
+            medianOf(kRuns, [&] { keep(search(part, typed)); }), typed.target);
     addShell(report, fmt::format("\"{}\"", typed.text),
              fmt::format("SELECT rowid FROM tracks_fts WHERE tracks_fts MATCH '{}' "
                          "ORDER BY rank LIMIT {}",
                          typed.match, kPage));
   }
-  report.add("artists named like \"lov\"",
-             medianMs(kRuns, [&] { keep(part.searchArtists("lov")); }), "ms");
+  addTook(report, "artists named like \"lov\"",
+          medianOf(kRuns, [&] { keep(part.searchArtists("lov")); }));
   addShell(report, "artists",
            "SELECT * FROM artists WHERE name LIKE '%lov%' ESCAPE '\\' "
            "ORDER BY name COLLATE NOCASE");

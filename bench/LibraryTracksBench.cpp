@@ -50,46 +50,44 @@ void dropFromMemory(const std::filesystem::path& file) {
 
 const Registration kOpen("library open", [](BenchReport& report) {
   const auto& file = millionTracks();
-  report.add("opened and found up to date", medianMs(kRuns, [&] { openQuietly(file); }), "ms",
-             atMost(100));
+  addTook(report, "opened and found up to date", medianOf(kRuns, [&] { openQuietly(file); }),
+          atMost(100));
   dropFromMemory(file);
-  report.add("the same, file not in memory", milliseconds([&] { openQuietly(file); }), "ms");
+  addTook(report, "the same, file not in memory", tookOf([&] { openQuietly(file); }));
 });
 
 void benchSort(BenchReport& report, TrackSortColumn column) {
   const TrackSort sort{column, true};
   const std::string name = "tracks by " + std::string(rawValue(column));
-  report.add(name + ", first page, cold",
-             coldMs(kRuns, [&](DatabaseManager& library) { fetchPage(library, sort, 0); }), "ms",
-             atMost(400));
+  addTook(report, name + ", first page, cold",
+          coldMedianOf(kRuns, [&](DatabaseManager& library) { fetchPage(library, sort, 0); }),
+          atMost(400));
   const auto library = openQuietly(millionTracks());
   fetchPage(*library, sort, 0);
-  report.add("  the next page at once", milliseconds([&] { fetchPage(*library, sort, kPage); }),
-             "ms");
-  report.add("  until the whole order is ready",
-             milliseconds([&] { library->tracks().waitUntilPrepared(); }), "ms");
-  report.add("  first page, sorted before", medianMs(kRuns, [&] { fetchPage(*library, sort, 0); }),
-             "ms", atMost(20));
-  report.add("  page at 500,000", medianMs(kRuns, [&] { fetchPage(*library, sort, kDeep); }), "ms",
-             atMost(100));
+  addTook(report, "  the next page at once", tookOf([&] { fetchPage(*library, sort, kPage); }));
+  addTook(report, "  until the whole order is ready",
+          tookOf([&] { library->tracks().waitUntilPrepared(); }));
+  addTook(report, "  first page, sorted before",
+          medianOf(kRuns, [&] { fetchPage(*library, sort, 0); }), atMost(20));
+  addTook(report, "  page at 500,000", medianOf(kRuns, [&] { fetchPage(*library, sort, kDeep); }),
+          atMost(100));
   addShell(report, "first page", plainListing(sort, 0));
 }
 
 const Registration kTracks("library tracks", [](BenchReport& report) {
-  report.add("tracks newest first, first page, cold",
-             coldMs(kRuns, [](DatabaseManager& library) { fetchPage(library, {}, 0); }), "ms",
-             atMost(400));
+  addTook(report, "tracks newest first, first page, cold",
+          coldMedianOf(kRuns, [](DatabaseManager& library) { fetchPage(library, {}, 0); }),
+          atMost(400));
   for (const TrackSortColumn column : kColumns) benchSort(report, column);
 
   const TrackSort byTitle{TrackSortColumn::title, true};
-  report.add("tracks by title, page at 500,000, cold",
-             coldMs(1, [&](DatabaseManager& library) { fetchPage(library, byTitle, kDeep); }),
-             "ms");
+  addTook(report, "tracks by title, page at 500,000, cold",
+          coldMedianOf(1, [&](DatabaseManager& library) { fetchPage(library, byTitle, kDeep); }));
   addShell(report, "page at 500,000", plainListing(byTitle, kDeep));
   const auto library = openQuietly(millionTracks());
   dropFromMemory(millionTracks());
-  report.add("tracks by title, first page, cold, file not in memory",
-             milliseconds([&] { fetchPage(*library, byTitle, 0); }), "ms");
+  addTook(report, "tracks by title, first page, cold, file not in memory",
+          tookOf([&] { fetchPage(*library, byTitle, 0); }));
 });
 
 /// The kilobytes that the kernel counts for this process under a name in /proc/self/status.

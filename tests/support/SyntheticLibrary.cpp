@@ -183,15 +183,9 @@ class Catalogue {
       track.replayGainAlbumPeak = 1.0;
     }
     if (_random.chance(0.01)) track.comment = someWords(_random, Script::latin, 12);
-    if (_random.chance(0.02)) track.lyrics = someLyrics();
+    if (_random.chance(0.02)) track.lyrics = someVerses(_random, 2000);
     hear(track);
     return item;
-  }
-
-  std::string someLyrics() {
-    std::string lyrics;
-    while (lyrics.size() < 2000) lyrics += someWords(_random, Script::latin, 6) + "\n";
-    return lyrics;
   }
 
   /// Two plays a track all in all; one track in five has half of them.

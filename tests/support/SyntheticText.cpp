@@ -138,6 +138,15 @@ std::string someTitle(Random& random, Script script) {
   return title;
 }
 
+std::string someVerses(Random& random, std::size_t bytes) {
+  std::string verses;
+  while (verses.size() < bytes) {
+    verses += someWords(random, Script::latin, 6);
+    verses += '\n';
+  }
+  return verses;
+}
+
 std::string someGenre(Random& random) {
   return kGenres[random.zipf(kGenres.size())];
 }

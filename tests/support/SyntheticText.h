@@ -41,6 +41,9 @@ std::string someArtistName(Random& random, Script script);
 /// One to five words; now and then "Intro", "Untitled" or a version in brackets.
 std::string someTitle(Random& random, Script script);
 
+/// Lines of words, of this many bytes and a few more.
+std::string someVerses(Random& random, std::size_t bytes);
+
 /// A genre out of 40, the first ones most often.
 std::string someGenre(Random& random);
 
