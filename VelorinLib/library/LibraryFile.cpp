@@ -68,7 +68,7 @@ fs::path setAside(const fs::path& file) {
 
 std::shared_ptr<ConnectionQueue> openLibraryFile(const fs::path& file) {
   std::error_code failed;
-  fs::create_directories(file.parent_path(), failed);
+  if (file.has_parent_path()) fs::create_directories(file.parent_path(), failed);
   if (failed) {
     throw VelorinDatabaseError("Failed to create database directory: " + failed.message());
   }
