@@ -6,11 +6,13 @@
 
 #include <limits>
 
+#include "dsp/AnalogueFilter.h"
 #include "dsp/EffectHarness.h"
 
 namespace velorin {
 namespace {
 
+using test::analogueMagnitude;
 using test::impulse;
 using test::noise;
 using test::Signal;
@@ -39,29 +41,6 @@ struct ReadyEqualizer : EqualizerDSP {
 bool passesDry(EqualizerDSP& effect, std::size_t channels = 2, double rate = kRate) {
   const Signal in = noise(channels, 1000);
   return test::identical(in, test::run(effect, in, rate));
-}
-
-// The cookbook's analogue prototypes at the frequency that the bilinear transform maps to f. They
-// share no arithmetic with the digital coefficients.
-double analogueMagnitude(const EQBand& band, double f, double rate) {
-  using std::numbers::pi;
-  const std::complex<double> s(0, std::tan(pi * f / rate) / std::tan(pi * band.frequency / rate));
-  const double a = std::pow(10.0, band.gain / 40);
-  const double q = band.q;
-  const double r = std::sqrt(a);
-  switch (band.filterType) {
-    case Type::peaking:
-      return std::abs((s * s + s * (a / q) + 1.0) / (s * s + s / (a * q) + 1.0));
-    case Type::lowShelf:
-      return std::abs(a * (s * s + s * (r / q) + a) / (a * s * s + s * (r / q) + 1.0));
-    case Type::highShelf:
-      return std::abs(a * (a * s * s + s * (r / q) + 1.0) / (s * s + s * (r / q) + a));
-    case Type::lowPass:
-      return std::abs(1.0 / (s * s + s / q + 1.0));
-    case Type::highPass:
-      return std::abs(s * s / (s * s + s / q + 1.0));
-  }
-  return 0;
 }
 
 TEST(Equalizer, EveryFilterHasTheResponseOfItsCircuitAtEveryRate) {
@@ -240,6 +219,7 @@ TEST(Equalizer, BandsWithoutAFilterAtTheRateAreLeftOutAndNamed) {
   bands[28] = {.frequency = std::numeric_limits<double>::quiet_NaN(), .gain = 3};
   bands[27] = {.frequency = 1e-9, .gain = 12, .filterType = Type::lowShelf};
   bands[26] = {.frequency = 30000};  // inactive, unusable all the same
+  bands[25].gain = 0.0099;           // usable, inactive: takes no section either
   EqualizerDSP unconfigured;
   unconfigured.setBands(bands);
   EXPECT_TRUE(unconfigured.unusableBands().empty());
