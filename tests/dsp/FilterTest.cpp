@@ -97,6 +97,15 @@ TEST(BiquadCascade, FiltersOneChannelWithItsOwnStateIntoPlaceOrElsewhere) {
   cascade.processChannel(0, mixed[0].data() + 1300, mixed[0].data() + 1300, 700);
   EXPECT_TRUE(test::identical(mixed, together));
 
+  // Another takes over in the middle.
+  cascade.reset();
+  Signal handed = in;
+  process(cascade, handed, 0, 700);
+  BiquadCascade next(sections, 3);
+  next.takeState(cascade);
+  process(next, handed, 700, 1300);
+  EXPECT_TRUE(test::identical(handed, together));
+
   BiquadCascade nothing({}, 1);
   Signal copy(1, std::vector<float>(2000));
   nothing.processChannel(0, in[0].data(), copy[0].data(), 2000);
