@@ -48,11 +48,14 @@ void multiply(const float* a, const float* b, float* out, std::size_t count) noe
   scalar::multiply(a + i, b + i, out + i, count - i);
 }
 
-void weightedSum(const float* a, float gainA, const float* b, float gainB, float* out, std::size_t count) noexcept {
+void weightedSum(const float* a, float gainA, const float* b, float gainB, float* out,
+                 std::size_t count) noexcept {
   const F gainsA = broadcast(gainA);
   const F gainsB = broadcast(gainB);
   std::size_t i = 0;
-  for (; i + kLanes <= count; i += kLanes) store(out + i, plus(multiply(load(a + i), gainsA), multiply(load(b + i), gainsB)));
+  for (; i + kLanes <= count; i += kLanes) {
+    store(out + i, plus(multiply(load(a + i), gainsA), multiply(load(b + i), gainsB)));
+  }
   scalar::weightedSum(a + i, gainA, b + i, gainB, out + i, count - i);
 }
 
