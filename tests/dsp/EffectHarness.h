@@ -75,6 +75,17 @@ inline Signal run(DSPProcessor& effect, Signal signal, double rate, std::size_t 
   return signal;
 }
 
+/// True when a block of noise passes through unchanged, to the bit.
+inline bool passesDry(DSPProcessor& effect, double rate, std::size_t channels = 2,
+                      std::size_t frames = 512) {
+  const Signal in = noise(channels, frames);
+  const Signal out = run(effect, in, rate, frames);
+  for (std::size_t i = 0; i < channels; ++i) {
+    if (std::memcmp(in[i].data(), out[i].data(), frames * sizeof(float)) != 0) return false;
+  }
+  return true;
+}
+
 /// The same bits, so that -0 is not 0 and a NaN equals itself.
 inline bool identical(const Signal& a, const Signal& b) {
   if (a.size() != b.size()) return false;
@@ -120,5 +131,24 @@ inline std::complex<double> transformAt(std::span<const float> samples, double f
 inline double amplitudeAt(std::span<const float> samples, double frequency, double rate) {
   return 2 * std::abs(transformAt(samples, frequency, rate)) / static_cast<double>(samples.size());
 }
+
+/// How far the response of a filter to an impulse lies from a magnitude, in dB, at the worst of the
+/// frequencies a third of an octave apart from 20 Hz to 0.45 of the rate. Where less than -100 dB
+/// is expected that counts as -100 dB. `seconds`: until what rings has faded.
+template <class Magnitude>
+double responseErrorDB(DSPProcessor& effect, double rate, double seconds, Magnitude&& expected) {
+  constexpr double kLeast = 1e-5;
+  const Signal out = run(effect, impulse(1, static_cast<std::size_t>(rate * seconds)), rate);
+  double worst = 0;
+  for (double f = 20; f < 0.45 * rate; f *= std::exp2(1.0 / 3)) {
+    const double measured = std::max(std::abs(transformAt(out[0], f, rate)), kLeast);
+    const double error = std::fabs(20 * std::log10(measured / std::max(expected(f), kLeast)));
+    if (!(error <= worst)) worst = error;
+  }
+  return worst;
+}
+
+/// The rates at which filters are measured, Hz.
+inline constexpr double kRates[] = {44100, 48000, 96000, 192000, 384000};
 
 }  // namespace velorin::test
