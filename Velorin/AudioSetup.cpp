@@ -12,8 +12,6 @@ namespace velorin {
 std::optional<std::string> applyChainFile(const std::filesystem::path& path, AudioEngine& engine) {
   const auto file = readChainFile(path);
   if (!file) return file.error().text;
-  // A chain may name a profile.
-  HeadphoneProfileDatabase::shared().load();
   if (const auto fault = apply(file.value(), engine.effects(), EQPresetManager::shared())) {
     return text::pathForDisplay(path) + ": " + fault->text;
   }

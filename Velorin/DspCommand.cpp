@@ -1,7 +1,4 @@
 #include <fmt/format.h>
-#include <unistd.h>
-
-#include <cstdio>
 #include <memory>
 
 #include "Commands.h"
@@ -18,12 +15,6 @@ namespace {
 // Of a response: enough for a curve, and few enough for a terminal.
 constexpr std::size_t kPlotPoints = 800;
 constexpr std::size_t kTextPoints = 31;
-
-int printed() {
-  if (std::fflush(stdout) == 0) return kExitSuccess;
-  reportError("the output cannot be written: make room or choose another place");
-  return kExitFailure;
-}
 
 JsonObject json(const EffectParameter& parameter) {
   JsonObject object;
@@ -76,14 +67,14 @@ int list(bool asJson) {
     }
     if (type == DSPEffectType::equalizer) {
       fmt::print("  {:<20} {}\n  {:<20} {}\n", "preset", "see 'velorin dsp presets'", "bands",
-                 "31 bands, as in a preset file");
+                 "a list of bands, as in a preset file");
     }
     if (type == DSPEffectType::headphoneProfile) {
       fmt::print("  {:<20} {}\n", "profile", "see 'velorin dsp profiles'");
     }
   }
   if (asJson) fmt::print("{}\n", JsonObject::list(objects));
-  return printed();
+  return finishOutput();
 }
 
 int presets(bool asJson) {
@@ -108,7 +99,7 @@ int presets(bool asJson) {
     }
   }
   if (asJson) fmt::print("{}\n", JsonObject::list(objects));
-  return printed();
+  return finishOutput();
 }
 
 int profiles(bool asJson) {
@@ -134,7 +125,7 @@ int profiles(bool asJson) {
     }
   }
   if (asJson) fmt::print("{}\n", JsonObject::list(objects));
-  return printed();
+  return finishOutput();
 }
 
 void print(const ChainResponse& response) {
@@ -169,7 +160,6 @@ int response(const DspOptions& options) {
     reportError(file.error().text);
     return kExitFailure;
   }
-  HeadphoneProfileDatabase::shared().load();
   const auto effects = std::make_unique<DSPEffects>();
   if (const auto fault = apply(file.value(), *effects, EQPresetManager::shared())) {
     reportError(text::pathForDisplay(options.chain) + ": " + fault->text);
@@ -193,7 +183,7 @@ int response(const DspOptions& options) {
   } else {
     print(measured);
   }
-  return printed();
+  return finishOutput();
 }
 
 }  // namespace

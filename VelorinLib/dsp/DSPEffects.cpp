@@ -49,13 +49,18 @@ DSPEffect& DSPEffects::effect(DSPEffectType type) noexcept {
   return declicker;
 }
 
+HeadphoneProfileRef DSPEffects::findProfile(std::string_view id) const {
+  if (!_profiles.isLoaded()) _profiles.load();
+  return _profiles.profile(id);
+}
+
 void DSPEffects::applyChain(const std::vector<DSPChainEntry>& entries) {
   std::vector<DSPProcessor*> processors;
   for (const DSPChainEntry& entry : entries) {
     DSPEffect& chosen = effect(entry.effectType);
     if (entry.effectType == DSPEffectType::headphoneProfile && entry.headphoneProfileId &&
         headphoneProfile.profileId() != entry.headphoneProfileId) {
-      if (const auto profile = _profiles.profile(*entry.headphoneProfileId)) {
+      if (const auto profile = findProfile(*entry.headphoneProfileId)) {
         headphoneProfile.loadProfile(*profile, _sampleRate, _channels);
       }
     }

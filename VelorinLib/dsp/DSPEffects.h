@@ -49,7 +49,7 @@ class DSPEffects {
   /// Makes the chain that of the entries: order, switches, and the headphone profile where one is
   /// named; a profile that is not known leaves the effect with what it holds.
   void applyChain(const std::vector<DSPChainEntry>& entries);
-  bool knowsProfile(std::string_view id) const { return _profiles.profile(id) != nullptr; }
+  bool knowsProfile(std::string_view id) const { return findProfile(id) != nullptr; }
 
   /// What was applied last.
   const std::vector<DSPChainEntry>& entries() const noexcept { return _entries; }
@@ -86,6 +86,9 @@ class DSPEffects {
   HeadroomDSP headroomDSP{clippingDetector};
 
  private:
+  /// The first question loads the database.
+  HeadphoneProfileRef findProfile(std::string_view id) const;
+
   HeadphoneProfileDatabase& _profiles;
   std::vector<DSPChainEntry> _entries;
   double _sampleRate = 44100;
