@@ -1,0 +1,421 @@
+// Crossfeed, widener and spatial audio: against what they are defined as, sample by sample.
+#include <gtest/gtest.h>
+
+#include "dsp/AnalogueFilter.h"
+#include "dsp/EffectHarness.h"
+#include "dsp/effects/CrossfeedDSP.h"
+#include "dsp/effects/SpatialAudioDSP.h"
+#include "dsp/effects/StereoWidenerDSP.h"
+
+namespace velorin {
+namespace {
+
+using test::Signal;
+using Algorithm = StereoWidenerDSP::Algorithm;
+
+constexpr double kRate = 48000;
+
+// The plain ring: what is written at a place is read at others, modulo its size.
+class Ring {
+ public:
+  explicit Ring(std::size_t size) : _samples(size) {}
+  void write(float sample) { _samples[_at] = sample; }
+  float back(std::size_t samples) const {
+    return _samples[(_at + _samples.size() * 64 - samples) % _samples.size()];
+  }
+  void advance() { _at = (_at + 1) % _samples.size(); }
+
+ private:
+  std::vector<float> _samples;
+  std::size_t _at = 0;
+};
+
+// A section, as the recursion says.
+class Section {
+ public:
+  explicit Section(const BiquadCoefficients& c) : _c(c) {}
+  float next(float sample) {
+    const double x = sample;
+    const double y = _c.b0 * x + _s1;
+    _s1 = (_c.b1 * x + _s2) - _c.a1 * y;
+    _s2 = _c.b2 * x - _c.a2 * y;
+    return static_cast<float>(y);
+  }
+
+ private:
+  BiquadCoefficients _c;
+  double _s1 = 0;
+  double _s2 = 0;
+};
+
+// --- Crossfeed ---
+
+struct Crossfeed : CrossfeedDSP {
+  explicit Crossfeed(double rate = kRate, double delay = 0.00027, double level = 0.595,
+                     double cutoff = 700) {
+    setEnabled(true);
+    formatChanged(rate);
+    setDelayTime(delay);
+    setCrossfeedLevel(level);
+    setCutoffFrequency(cutoff);
+  }
+};
+
+Signal crossfed(const Signal& in, double rate, std::size_t whole, float f, double level = 0.595,
+                double cutoff = 700) {
+  Signal out = in;
+  const auto trim = static_cast<float>(1 / (1 + level));
+  const float cross = trim * static_cast<float>(level);
+  for (std::size_t side = 0; side < 2; ++side) {
+    Ring ring(4096);
+    Section lowPass(biquad::lowPass(rate, cutoff, 0.5));
+    for (std::size_t i = 0; i < in[0].size(); ++i) {
+      // Reading comes before writing.
+      float delayed = ring.back(whole);
+      if (f > 0) delayed = (1 - f) * delayed + f * ring.back(whole + 1);
+      ring.write(in[1 - side][i]);
+      ring.advance();
+      out[side][i] = in[side][i] * trim + lowPass.next(delayed) * cross;
+    }
+  }
+  return out;
+}
+
+TEST(Crossfeed, DelaysToTheSampleAndItsFraction) {
+  struct {
+    double rate, seconds;
+    std::size_t whole;
+    float fraction;
+  } const cases[] = {
+      {44100, 0.0001, 4, 0.41f},           {48000, 0.000125, 6, 0},     {384000, 0.0005, 192, 0},
+      {44100, 0.00027, 11, 0.907f},        {96000, 0.0003, 28, 0.8f},   {44100, 1, 4095, 0},
+      {48000, 4095.5 / 48000, 4095, 0.5f}, {192000, 1 / 192000., 1, 0},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(testing::Message() << each.seconds << " s at " << each.rate);
+    // The low-pass all but out of the way, so that the delay shows.
+    Crossfeed crossfeed(each.rate, each.seconds, 1, 20000);
+    Signal in = test::impulse(2, 6000);
+    in[0][0] = 0;
+    const auto heard = test::run(crossfeed, in, each.rate)[0];
+    const auto first = std::ranges::find_if(heard, [](float sample) { return sample != 0; });
+    EXPECT_EQ(static_cast<std::size_t>(first - heard.begin()), each.whole);
+
+    // And to the bit. The reference is told the exact fraction.
+    const double samples = each.seconds * each.rate;
+    const bool fits = samples < 4096;
+    const auto fraction = static_cast<float>(samples - std::floor(samples));
+    const float exact = fits && fraction >= 1e-6f ? fraction : 0;
+    EXPECT_NEAR(exact, each.fraction, 1e-5);
+    Crossfeed again(each.rate, each.seconds);
+    const Signal noise = test::noise(2, 6000);
+    EXPECT_TRUE(test::identical(test::run(again, noise, each.rate),
+                                crossfed(noise, each.rate, each.whole, exact)));
+  }
+  // Without a delay the other side comes through at once.
+  Crossfeed none(kRate, 0, 1, 20000);
+  Signal in = test::impulse(2, 10);
+  in[0][0] = 0;
+  EXPECT_GT(test::run(none, in, kRate)[0][0], 0.1f);
+}
+
+TEST(Crossfeed, IsALowPassForTheOtherSideAndKeepsWhatBothShare) {
+  for (const double rate : test::kRates) {
+    for (const double cutoff : {300.0, 700.0, 1200.0}) {
+      Crossfeed crossfeed(rate, 0.00025, 0.595, cutoff);
+      const auto frames = static_cast<std::size_t>(rate / 5);
+      Signal in = test::impulse(2, frames);
+      in[0][0] = 0;
+      const Signal out = test::run(crossfeed, in, rate);
+      const EQBand circuit{
+          .frequency = cutoff, .q = 0.5, .filterType = EQBand::FilterType::lowPass};
+      for (const double f : {20.0, 100.0, cutoff, 2000.0, 5000.0}) {
+        // Between whole samples a straight line dulls the treble.
+        const double part = std::fmod(0.00025 * rate, 1.0);
+        const double line =
+            std::abs((1 - part) + part * std::polar(1.0, -2 * std::numbers::pi * f / rate));
+        const double expected = 0.595 / 1.595 * line * test::analogueMagnitude(circuit, f, rate);
+        EXPECT_NEAR(std::abs(test::transformAt(out[0], f, rate)), expected, 1e-6) << rate;
+      }
+      EXPECT_FLOAT_EQ(out[1][0], 1 / 1.595f);
+    }
+  }
+  Crossfeed crossfeed;
+  const Signal out = test::run(crossfeed, Signal(2, std::vector<float>(48000, 0.5f)), kRate);
+  EXPECT_FLOAT_EQ(out[0].back(), 0.5f);
+  EXPECT_FLOAT_EQ(out[1].back(), 0.5f);
+  crossfeed.setCrossfeedLevel(0);
+  EXPECT_TRUE(test::passesDry(crossfeed, kRate));
+}
+
+TEST(Crossfeed, StartsFromSilenceWhenItReturns) {
+  Crossfeed crossfeed;
+  const Signal silence(2, std::vector<float>(512));
+  const auto tail = [&] { return test::run(crossfeed, silence, kRate); };
+  const auto play = [&] { test::run(crossfeed, test::noise(2, 512), kRate); };
+  play();
+  EXPECT_FALSE(test::identical(tail(), silence)) << "it does have a tail";
+  play();
+  crossfeed.setEnabled(false);
+  crossfeed.setEnabled(true);
+  EXPECT_TRUE(test::identical(tail(), silence));
+  play();
+  crossfeed.setEnabled(true);
+  EXPECT_FALSE(test::identical(tail(), silence)) << "it was on all the time";
+  play();
+  crossfeed.formatChanged(kRate + 0.5);
+  EXPECT_FALSE(test::identical(tail(), silence)) << "half a hertz is no other rate";
+  play();
+  crossfeed.formatChanged(44100);
+  EXPECT_TRUE(test::identical(tail(), silence));
+  // A new filter goes on where the old one was.
+  crossfeed.formatChanged(kRate);
+  play();
+  crossfeed.setCutoffFrequency(701);
+  EXPECT_FALSE(test::identical(tail(), silence));
+}
+
+TEST(Crossfeed, TakesBlocksOfAnySizeUpToItsLimit) {
+  const Signal in = test::noise(3, 65537);
+  const Signal expected = crossfed(in, kRate, 12, static_cast<float>(0.00027 * kRate - 12));
+  for (const std::size_t block : test::kBlockSizes) {
+    Crossfeed crossfeed;
+    EXPECT_TRUE(test::identical(test::run(crossfeed, in, kRate, block), expected)) << block;
+  }
+  Crossfeed crossfeed;
+  EXPECT_TRUE(test::identical(test::run(crossfeed, in, kRate, 65537), in));
+  EXPECT_TRUE(test::passesDry(crossfeed, kRate, 1));
+}
+
+// --- Stereo widener ---
+
+struct Widener : StereoWidenerDSP {
+  explicit Widener(Algorithm algorithm, double width, double rate = kRate) {
+    setEnabled(true);
+    setAlgorithm(algorithm);
+    setWidth(width);
+    sampleRateChanged(rate);
+  }
+};
+
+TEST(StereoWidener, MixesTheSidesInOrOut) {
+  const Signal in = test::noise(3, 5000);
+  for (const float width : {0.0f, 0.4f, 1.7f, 2.0f}) {
+    const float m = (1 + width) * 0.5f;
+    const float s = (1 - width) * 0.5f;
+    Signal broad = in;
+    Signal split = in;
+    Section lowPass[2] = {Section(biquad::lowPass(kRate, 300, std::numbers::sqrt2)),
+                          Section(biquad::lowPass(kRate, 300, std::numbers::sqrt2))};
+    for (std::size_t i = 0; i < in[0].size(); ++i) {
+      const float left = in[0][i];
+      const float right = in[1][i];
+      broad[0][i] = left * m + right * s;
+      broad[1][i] = right * m + left * s;
+      const float lows[2] = {lowPass[0].next(left), lowPass[1].next(right)};
+      const float highs[2] = {left - lows[0], right - lows[1]};
+      split[0][i] = (lows[0] + highs[0] * m) + highs[1] * s;
+      split[1][i] = (lows[1] + highs[1] * m) + highs[0] * s;
+    }
+    for (const std::size_t block : {1u, 7u, 64u, 512u, 4096u, 8192u}) {
+      Widener midSide(Algorithm::midSide, width);
+      EXPECT_TRUE(test::identical(test::run(midSide, in, kRate, block), broad)) << width;
+      Widener frequency(Algorithm::frequencyDependent, width);
+      EXPECT_TRUE(test::identical(test::run(frequency, in, kRate, block), split)) << width;
+    }
+  }
+}
+
+TEST(StereoWidener, LeavesTheBassWhereItIs) {
+  for (const double rate : test::kRates) {
+    for (const double width : {0.0, 2.0}) {
+      for (const auto& [f, side, tolerance] :
+           {std::tuple{50.0, 1.0, 0.15}, {8000.0, width, 0.01}}) {
+        Widener widener(Algorithm::frequencyDependent, width, rate);
+        Signal in = test::sine(2, static_cast<std::size_t>(rate), f, rate);
+        for (float& sample : in[1]) sample = -sample;  // all of it to the sides
+        const Signal out = test::run(widener, in, rate);
+        const std::span late(out[0].data() + out[0].size() / 2, out[0].size() / 2);
+        EXPECT_NEAR(test::amplitudeAt(late, f, rate) / 0.5, side, tolerance) << f << " at " << rate;
+      }
+    }
+  }
+}
+
+TEST(StereoWidener, DelaysOneSideToTheFractionOfASample) {
+  // At 384 kHz 0.8 ms are longer than the ring of 256 samples.
+  for (const double rate : {44100.0, 48000.0, 192000.0, 384000.0}) {
+    for (const float width : {0.0f, 0.3f, 1.001f, 1.63f, 2.0f}) {
+      const float d = std::fabs(width - 1) * static_cast<float>(rate * 0.0008);
+      const auto whole = static_cast<std::size_t>(d);
+      const float f = d - static_cast<float>(whole);
+      const std::size_t side = width > 1 ? 1 : 0;
+      const Signal in = test::noise(2, 70000);
+      Signal expected = in;
+      Ring ring(256);
+      for (float& sample : expected[side]) {
+        ring.write(sample);
+        sample = (1 - f) * ring.back(whole) + f * ring.back(whole + 1);
+        ring.advance();
+      }
+      for (const std::size_t block : test::kBlockSizes) {
+        Widener widener(Algorithm::haas, width, rate);
+        EXPECT_TRUE(test::identical(test::run(widener, in, rate, block), expected))
+            << width << " at " << rate << ", " << block;
+      }
+    }
+  }
+  // 38.4 samples: from impulse to two of them.
+  Widener widener(Algorithm::haas, 2);
+  const Signal out = test::run(widener, test::impulse(2, 100), kRate);
+  EXPECT_NEAR(out[1][38], 0.6, 1e-5);
+  EXPECT_NEAR(out[1][39], 0.4, 1e-5);
+  EXPECT_EQ(out[0][0], 1);
+}
+
+TEST(StereoWidener, KnowsWhenToLeaveAudioAlone) {
+  for (const Algorithm algorithm :
+       {Algorithm::midSide, Algorithm::haas, Algorithm::frequencyDependent}) {
+    Widener widener(algorithm, 1);
+    EXPECT_TRUE(test::passesDry(widener, kRate));
+    widener.setWidth(1.5);
+    EXPECT_FALSE(test::passesDry(widener, kRate));
+    EXPECT_FALSE(test::passesDry(widener, kRate, 2, 8192));
+    EXPECT_EQ(test::passesDry(widener, kRate, 2, 8193), algorithm != Algorithm::haas);
+    EXPECT_TRUE(test::passesDry(widener, kRate, 1));
+    EXPECT_TRUE(test::passesDry(widener, kRate + 0.5)) << "another rate, to the half hertz";
+    EXPECT_TRUE(test::passesDry(widener, kRate));
+    widener.sampleRateChanged(kRate);
+    EXPECT_FALSE(test::passesDry(widener, kRate));
+
+    // Off and on: from silence, also when it meets width 1 in between.
+    for (const double between : {1.5, 1.0}) {
+      test::run(widener, test::noise(2, 512), kRate);
+      widener.setEnabled(false);
+      widener.setEnabled(true);
+      widener.setWidth(between);
+      const Signal silence(2, std::vector<float>(512));
+      EXPECT_TRUE(test::identical(test::run(widener, silence, kRate), silence));
+      widener.setWidth(1.5);
+      EXPECT_TRUE(test::identical(test::run(widener, silence, kRate), silence));
+    }
+  }
+  StereoWidenerDSP untold;  // ready for the rate of the compact disc
+  untold.setWidth(0);
+  EXPECT_FALSE(test::passesDry(untold, 44100));
+}
+
+// --- Spatial audio ---
+
+struct Spatial : SpatialAudioDSP {
+  Spatial(double azimuth, double room, double distance, double rate = kRate) {
+    setEnabled(true);
+    setAzimuth(azimuth);
+    setRoomSize(room);
+    setDistance(distance);
+    sampleRateChanged(rate);
+  }
+};
+
+// As it is defined, sample by sample, in the settings' own precision.
+Signal placed(const Signal& in, float azimuth, float room, float distance, double rate) {
+  Signal out = in;
+  const double itd = rate * (std::sin(azimuth * std::numbers::pi / 180) * 0.00065);
+  const float near = 1 / std::max(distance, 0.5f);
+  for (std::size_t side = 0; side < 2; ++side) {
+    const bool isFar = side == 0 ? azimuth > 0 : azimuth < 0;
+    const double d = std::max(side == 0 ? itd : -itd, 0.0);
+    const auto whole = static_cast<std::size_t>(d);
+    const auto f = static_cast<float>(d - static_cast<double>(whole));
+    const float gain = isFar ? 1 + (std::fabs(azimuth) / -180) * 0.5f : 1;
+    const double corner = std::max(500.0, 18000 - std::fabs(azimuth) / 180.0 * 16000);
+    Section shadow(biquad::lowPass(rate, corner, 0.707));
+    Ring ring(1024);
+    for (float& sample : out[side]) {
+      ring.write(sample);
+      const float delayed = (1 - f) * ring.back(whole) + f * ring.back(whole + 1);
+      sample = near * (gain * delayed);
+      if (isFar && std::fabs(azimuth) > 5) sample = shadow.next(sample);
+      ring.advance();
+    }
+  }
+  if (!(room > 0.01f)) return out;
+  Ring rings[2] = {Ring(4096), Ring(4096)};
+  const auto t1 = static_cast<std::size_t>(rate * (room * 0.015));
+  const auto t2 = static_cast<std::size_t>(rate * (room * 0.027));
+  for (std::size_t i = 0; i < out[0].size(); ++i) {
+    for (std::size_t side = 0; side < 2; ++side) rings[side].write(out[side][i]);
+    out[0][i] += room * 0.25f * rings[1].back(t2);
+    out[1][i] += room * 0.25f * rings[0].back(t1);
+    for (Ring& ring : rings) ring.advance();
+  }
+  return out;
+}
+
+TEST(SpatialAudio, IsWhatItIsDefinedAs) {
+  const Signal in = test::noise(2, 9000);
+  for (const double rate : test::kRates) {
+    for (const float azimuth : {0.0f, 3.0f, -4.9f, 30.0f, 90.0f, -90.0f, 180.0f, -133.0f}) {
+      for (const float room : {0.0f, 0.01f, 0.3f, 1.0f}) {
+        const float distance = room > 0.1f ? 2.5f : 0.7f;
+        Spatial spatial(azimuth, room, distance, rate);
+        EXPECT_TRUE(test::identical(test::run(spatial, in, rate, 700),
+                                    placed(in, azimuth, room, distance, rate)))
+            << azimuth << " degrees, room " << room << ", rate " << rate;
+      }
+    }
+  }
+}
+
+TEST(SpatialAudio, PlacesASourceByTimeLevelAndShadow) {
+  Spatial ahead(0, 0, 1);
+  EXPECT_TRUE(test::passesDry(ahead, kRate));
+  Spatial near(0, 0, 0.1);
+  EXPECT_EQ(test::run(near, test::impulse(2, 4), kRate)[0][0], 2) << "no nearer than half a metre";
+  // To the right: the left hears 0.65 ms later, a quarter less, without the treble.
+  Spatial right(90, 0, 1);
+  const Signal out = test::run(right, test::impulse(2, 4800), kRate);
+  EXPECT_EQ(out[1][0], 1);
+  const auto first = std::ranges::find_if(out[0], [](float sample) { return sample != 0; });
+  EXPECT_EQ(first - out[0].begin(), 31);
+  const EQBand shadow{.frequency = 10000, .q = 0.707, .filterType = EQBand::FilterType::lowPass};
+  for (const double f : {100.0, 1000.0, 4000.0, 15000.0}) {
+    const double line = std::abs(0.8 + 0.2 * std::polar(1.0, -2 * std::numbers::pi * f / kRate));
+    EXPECT_NEAR(std::abs(test::transformAt(out[0], f, kRate)),
+                0.75 * line * test::analogueMagnitude(shadow, f, kRate), 1e-5);
+  }
+  Spatial behind(180, 0, 1);
+  EXPECT_NEAR(
+      test::transformAt(test::run(behind, test::impulse(2, 4800), kRate)[0], 0, kRate).real(), 0.5,
+      1e-6);
+  // The room answers from the other side, later to the left.
+  Spatial room(0, 1, 1);
+  Signal clap = test::impulse(2, 4800);
+  clap[0][0] = 0;
+  EXPECT_EQ(test::run(room, clap, kRate)[0][1296], 0.25f);
+}
+
+TEST(SpatialAudio, TakesBlocksOfAnySizeUpToItsLimitAndWaitsForItsRate) {
+  const Signal in = test::noise(3, 65540);
+  Spatial whole(-70, 0.5, 1);
+  const Signal expected = test::run(whole, in, kRate, 65536);
+  for (const std::size_t block : test::kBlockSizes) {
+    Spatial spatial(-70, 0.5, 1);
+    EXPECT_TRUE(test::identical(test::run(spatial, in, kRate, block), expected)) << block;
+  }
+  Spatial spatial(-70, 0.5, 1);
+  const Signal out = test::run(spatial, in, kRate, 65540);
+  EXPECT_NE(out[0][65535], in[0][65535]);
+  EXPECT_EQ(out[0][65536], in[0][65536]);
+  EXPECT_EQ(out[2], in[2]);
+  EXPECT_TRUE(test::passesDry(spatial, kRate, 1));
+  EXPECT_TRUE(test::passesDry(spatial, 44100));
+  EXPECT_TRUE(test::passesDry(spatial, kRate));
+  spatial.setAzimuth(10);
+  EXPECT_FALSE(test::passesDry(spatial, kRate));
+  SpatialAudioDSP untold;
+  EXPECT_TRUE(test::passesDry(untold, kRate));
+}
+
+}  // namespace
+}  // namespace velorin
