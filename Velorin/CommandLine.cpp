@@ -161,7 +161,9 @@ class Grammar {
     CLI::App* response =
         add("response", "Show the frequency response of a chain", Action::response);
     addChain(response, _dsp.chain)->required();
-    response->add_option("--png", _dsp.png, "Draw it into a picture")->type_name("OUT.png");
+    response->add_option("--png", _dsp.png, "Draw it into a picture")
+        ->type_name("OUT.png")
+        ->excludes("--json");
     response->add_option("--rate", _dsp.sampleRate, "Sample rate [44100]")
         ->check(rate())
         ->type_name("HZ");
@@ -169,7 +171,11 @@ class Grammar {
         "A chain file is JSON, such as\n"
         "  {\"entries\": [{\"effectType\": \"equalizer\"}, {\"effectType\": \"crossfeed\"}],\n"
         "   \"parameters\": {\"equalizer\": {\"preset\": \"Rock\"},\n"
-        "                  \"crossfeed\": {\"cutoffFrequency\": 650}}}");
+        "                  \"crossfeed\": {\"cutoffFrequency\": 650}}}\n"
+        "What can be set is told by 'velorin dsp list'. In place of a preset the equalizer\n"
+        "takes bands, in Hz and dB, of the types 0 peak, 1 low shelf, 2 high shelf, 3 low-pass\n"
+        "and 4 high-pass:\n"
+        "  \"bands\": [{\"frequency\": 100, \"gain\": -3, \"q\": 1.4, \"filterType\": 0}]");
   }
 
   static CLI::Option* addChain(CLI::App* command, std::filesystem::path& chain) {

@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <memory>
 
 #include "Commands.h"
@@ -15,6 +16,13 @@ namespace {
 // Of a response: enough for a curve, and few enough for a terminal.
 constexpr std::size_t kPlotPoints = 800;
 constexpr std::size_t kTextPoints = 31;
+
+/// Prints it all and ends the command. Not piece by piece: a reader may have gone away, and
+/// fmt::print throws.
+int print(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  return finishOutput();
+}
 
 JsonObject json(const EffectParameter& parameter) {
   JsonObject object;
@@ -36,49 +44,48 @@ JsonObject json(const EffectParameter& parameter) {
 
 std::string rangeText(const EffectParameter& parameter) {
   if (!parameter.choices.empty()) {
-    std::string text;
-    for (const std::string_view choice : parameter.choices) {
-      text += (text.empty() ? "" : ", ") + std::string(choice);
-    }
-    return text;
+    return fmt::format("{}  [{}]", fmt::join(parameter.choices, ", "),
+                       parameter.choices[static_cast<std::size_t>(parameter.defaultValue)]);
   }
   return fmt::format("{:g} to {:g}{}{}  [{:g}]", parameter.minimum, parameter.maximum,
                      parameter.unit.empty() ? "" : " ", parameter.unit, parameter.defaultValue);
 }
 
+JsonObject json(const EffectNames& names, const std::vector<EffectParameter>& parameters) {
+  std::vector<JsonObject> described;
+  for (const EffectParameter& parameter : parameters) described.push_back(json(parameter));
+  JsonObject object;
+  object.add("effectType", names.rawValue)
+      .add("name", names.displayName)
+      .add("parameters", described);
+  return object;
+}
+
 int list(bool asJson) {
   const auto effects = std::make_unique<DSPEffects>();
   std::vector<JsonObject> objects;
+  std::string text = "Effects, and what can be set: to what  [at first]\n\n";
+  const auto line = [&](std::string_view name, std::string_view range) {
+    text += fmt::format("  {:<20} {}\n", name, range);
+  };
   for (const DSPEffectType type : allEffectTypes()) {
     const EffectNames& names = namesOf(type);
     const auto parameters = effects->effect(type).parameters();
-    if (asJson) {
-      std::vector<JsonObject> described;
-      for (const EffectParameter& parameter : parameters) described.push_back(json(parameter));
-      objects.emplace_back()
-          .add("effectType", names.rawValue)
-          .add("name", names.displayName)
-          .add("parameters", described);
-      continue;
-    }
-    fmt::print("{:<22} {}\n", names.rawValue, names.displayName);
-    for (const EffectParameter& parameter : parameters) {
-      fmt::print("  {:<20} {}\n", parameter.name, rangeText(parameter));
-    }
+    if (asJson) objects.push_back(json(names, parameters));
+    text += fmt::format("{:<22} {}\n", names.rawValue, names.displayName);
+    for (const EffectParameter& parameter : parameters) line(parameter.name, rangeText(parameter));
     if (type == DSPEffectType::equalizer) {
-      fmt::print("  {:<20} {}\n  {:<20} {}\n", "preset", "see 'velorin dsp presets'", "bands",
-                 "a list of bands, as in a preset file");
+      line("preset", "see 'velorin dsp presets'");
+      line("bands", "up to 31, see 'velorin dsp response --help'");
     }
-    if (type == DSPEffectType::headphoneProfile) {
-      fmt::print("  {:<20} {}\n", "profile", "see 'velorin dsp profiles'");
-    }
+    if (type == DSPEffectType::headphoneProfile) line("profile", "see 'velorin dsp profiles'");
   }
-  if (asJson) fmt::print("{}\n", JsonObject::list(objects));
-  return finishOutput();
+  return print(asJson ? JsonObject::list(objects) + "\n" : text);
 }
 
 int presets(bool asJson) {
   std::vector<JsonObject> objects;
+  std::string lines;
   for (const EQPreset& preset : EQPresetManager::shared().allPresets()) {
     if (asJson) {
       std::vector<JsonObject> bands;
@@ -94,12 +101,11 @@ int presets(bool asJson) {
           .add("isBuiltIn", preset.isBuiltIn)
           .add("bands", bands);
     } else {
-      fmt::print("{}{}\n", text::escapeForTerminal(preset.name),
-                 preset.isBuiltIn ? "" : "  (your own)");
+      lines +=
+          text::escapeForTerminal(preset.name) + (preset.isBuiltIn ? "" : "  (your own)") + "\n";
     }
   }
-  if (asJson) fmt::print("{}\n", JsonObject::list(objects));
-  return finishOutput();
+  return print(asJson ? JsonObject::list(objects) + "\n" : lines);
 }
 
 int profiles(bool asJson) {
@@ -109,6 +115,7 @@ int profiles(bool asJson) {
     return kExitFailure;
   }
   std::vector<JsonObject> objects;
+  std::string lines;
   for (const HeadphoneProfileRef& profile : database.search("")) {
     if (asJson) {
       objects.emplace_back()
@@ -120,22 +127,24 @@ int profiles(bool asJson) {
           .add("preamp", profile->preamp)
           .add("filters", static_cast<std::uint64_t>(profile->filters.size()));
     } else {
-      fmt::print("{:<32} {} {}\n", text::escapeForTerminal(profile->id),
-                 text::escapeForTerminal(profile->brand), text::escapeForTerminal(profile->model));
+      lines += fmt::format("{:<40} {} {}\n", text::escapeForTerminal(profile->id),
+                           text::escapeForTerminal(profile->brand),
+                           text::escapeForTerminal(profile->model));
     }
   }
-  if (asJson) fmt::print("{}\n", JsonObject::list(objects));
-  return finishOutput();
+  return print(asJson ? JsonObject::list(objects) + "\n" : lines);
 }
 
-void print(const ChainResponse& response) {
-  fmt::print("{:>10}  {:>9}  {:>9}\n", "Hz", "left dB", "right dB");
+std::string tableOf(const ChainResponse& response) {
+  std::string text = fmt::format("{:>10}  {:>9}  {:>9}\n", "Hz", "left dB", "right dB");
   for (const ResponsePoint& point : response.points) {
-    fmt::print("{:>10.1f}  {:>+9.2f}  {:>+9.2f}\n", point.frequency, point.leftDB, point.rightDB);
+    text += fmt::format("{:>10.1f}  {:>+9.2f}  {:>+9.2f}\n", point.frequency, point.leftDB,
+                        point.rightDB);
   }
+  return text;
 }
 
-void printJson(const ChainResponse& response) {
+JsonObject json(const ChainResponse& response) {
   std::vector<JsonObject> points;
   for (const ResponsePoint& point : response.points) {
     points.emplace_back()
@@ -147,11 +156,9 @@ void printJson(const ChainResponse& response) {
   for (const DSPEffectType type : response.leftOut) {
     leftOut.emplace_back().add("effectType", namesOf(type).rawValue);
   }
-  fmt::print("{}\n", JsonObject()
-                         .add("sampleRate", response.sampleRate)
-                         .add("leftOut", leftOut)
-                         .add("points", points)
-                         .line());
+  JsonObject object;
+  object.add("sampleRate", response.sampleRate).add("leftOut", leftOut).add("points", points);
+  return object;
 }
 
 int response(const DspOptions& options) {
@@ -172,18 +179,13 @@ int response(const DspOptions& options) {
     reportError(
         fmt::format("{} has no frequency response and is left out", namesOf(type).displayName));
   }
-  if (plots) {
-    if (const auto fault = writeResponsePlot(measured, options.png)) {
-      reportError(*fault);
-      return kExitFailure;
-    }
-    fmt::print("{}\n", text::pathForDisplay(options.png));
-  } else if (options.json) {
-    printJson(measured);
-  } else {
-    print(measured);
+  if (options.json) return print(json(measured).line() + "\n");
+  if (!plots) return print(tableOf(measured));
+  if (const auto fault = writeResponsePlot(measured, options.png)) {
+    reportError(*fault);
+    return kExitFailure;
   }
-  return finishOutput();
+  return print(text::pathForDisplay(options.png) + "\n");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <cairo.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -15,7 +16,7 @@ namespace {
 constexpr int kWidth = 1000;
 constexpr int kHeight = 520;
 constexpr double kLeft = 64;
-constexpr double kRight = 20;
+constexpr double kRight = 36;
 constexpr double kTop = 28;
 constexpr double kBottom = 44;
 
@@ -52,7 +53,11 @@ class Plot {
     drawGrid();
     drawCurve(&ResponsePoint::rightDB, 0.85, 0.30, 0.20);
     drawCurve(&ResponsePoint::leftDB, 0.10, 0.40, 0.80);
-    label(kLeft, 18, fmt::format("Response at {:g} Hz: left blue, right red", _response.sampleRate),
+    const bool areAlike = std::ranges::all_of(
+        _response.points, [](const ResponsePoint& point) { return point.leftDB == point.rightDB; });
+    label(kLeft, 18,
+          fmt::format("Response at {:g} Hz: {}", _response.sampleRate,
+                      areAlike ? "left and right alike" : "left blue, right red"),
           0);
   }
 
@@ -89,7 +94,8 @@ class Plot {
   void drawGrid() {
     for (double decibels = _low; decibels <= _high + 0.1; decibels += _step) {
       line(kLeft, y(decibels), kWidth - kRight, y(decibels), decibels == 0 ? 0.45 : 0.85);
-      label(kLeft - 8, y(decibels) + 4, fmt::format("{:+.0f} dB", decibels), 1);
+      label(kLeft - 8, y(decibels) + 4,
+            decibels == 0 ? "0 dB" : fmt::format("{:+.0f} dB", decibels), 1);
     }
     const double last = _response.points.back().frequency;
     for (double decade = 10; decade < last; decade *= 10) {

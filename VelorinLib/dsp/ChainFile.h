@@ -21,10 +21,11 @@ class EQPresetManager;
 ///                 "equalizer": {"preset": "Rock"}}}
 ///
 /// "entries" is what the preference "dspChainConfig" holds; written by hand, an entry may leave out
-/// its "id" (it gets one) and "enabled" (it is on). "parameters" is optional: numbers, true and
-/// false, or the name of a choice, by the names of EffectParameter. The equalizer takes "preset",
-/// the name of one, or "bands", as a preset file has them; the headphone profile takes "profile",
-/// an id.
+/// its "id" (it gets one) and "enabled" (it is on). "parameters" is optional: a number within the
+/// range of the EffectParameter of that name, or the name of a choice. The equalizer takes
+/// "preset", the name of one, or "bands", up to 31 as a preset file has them (those that are
+/// missing are flat); the headphone profile takes "profile", an id. Any other key is a fault, so
+/// that a slip of the pen is not passed over.
 struct ChainFile {
   struct Setting {
     DSPEffectType effect;
@@ -32,7 +33,7 @@ struct ChainFile {
     double value;
   };
 
-  DSPChainConfig config;
+  DSPChainConfig config;  ///< with the profile of "parameters" in its entry
   std::vector<Setting> settings;
   std::optional<std::string> equalizerPreset;
   std::optional<std::vector<EQBand>> equalizerBands;

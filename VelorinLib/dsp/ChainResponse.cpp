@@ -13,6 +13,8 @@ constexpr std::uint32_t kBlock = 4096;
 // Small, so that a saturating effect shows its linear part.
 constexpr float kImpulse = 0x1p-10f;
 constexpr double kFloorDB = -200;
+// What floats cannot hold: 20 lg(2^128 / kImpulse).
+constexpr double kCeilingDB = 830.8;
 
 bool hasResponse(DSPEffectType type) {
   return type != DSPEffectType::dither && type != DSPEffectType::declicker;
@@ -37,7 +39,14 @@ double magnitudeDB(const std::vector<float>& x, double sampleRate, double freque
   std::complex<double> sum = 0;
   for (std::size_t i = x.size(); i-- > 0;) sum = sum * step + static_cast<double>(x[i]);
   const double magnitude = std::abs(sum) / static_cast<double>(kImpulse);
+  if (!std::isfinite(magnitude)) return kCeilingDB;
   return magnitude > 0 ? std::max(20 * std::log10(magnitude), kFloorDB) : kFloorDB;
+}
+
+/// Most filters fade long before the end; what is left then is below what is told.
+void cutTail(std::vector<float>& x) {
+  constexpr float kQuiet = kImpulse * 1e-12f;
+  while (!x.empty() && std::fabs(x.back()) < kQuiet) x.pop_back();
 }
 
 }  // namespace
@@ -73,6 +82,8 @@ ChainResponse measureResponse(DSPEffects& effects, double sampleRate, std::size_
     left.insert(left.end(), l, l + kBlock);
     right.insert(right.end(), r, r + kBlock);
   }
+  cutTail(left);
+  cutTail(right);
   for (const double frequency : frequencies(sampleRate, count)) {
     response.points.push_back({frequency, magnitudeDB(left, sampleRate, frequency),
                                magnitudeDB(right, sampleRate, frequency)});

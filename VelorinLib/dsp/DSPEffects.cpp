@@ -74,6 +74,7 @@ void DSPEffects::applyChain(const std::vector<DSPChainEntry>& entries) {
 void DSPEffects::formatChanged(double sampleRate, std::size_t channels) {
   if (sampleRate > 0) _sampleRate = sampleRate;
   if (channels > 0) _channels = channels;
+  if (!(sampleRate > 0) || channels == 0) return;
   crossfeed.formatChanged(sampleRate);
   equalizer.configure(sampleRate, channels);
   headphoneProfile.configure(sampleRate, channels);

@@ -54,7 +54,8 @@ class DSPEffects {
   /// What was applied last.
   const std::vector<DSPChainEntry>& entries() const noexcept { return _entries; }
 
-  /// Tells everyone the format of the stream, before its output starts.
+  /// Tells everyone the format of the stream, before its output starts. A rate in Hz or a count of
+  /// channels of 0 is no format: the effects keep what they know.
   void formatChanged(double sampleRate, std::size_t channels);
 
   /// The largest sum of what the enabled effects can add to a track, in dB, 0 or more. Of a track

@@ -53,7 +53,9 @@ Result<std::vector<EQBand>, PresetError> bandsFrom(const json& array) {
           fmt::format("band {}: \"{}\" is missing or not of its kind", bands.size() + 1, key)};
     };
     EQBand band;
-    if (!object.is_object()) return PresetError{"a band is not an object"};
+    if (!object.is_object()) {
+      return PresetError{fmt::format("band {}: not an object", bands.size() + 1)};
+    }
     if (!readNumber(object, "frequency", band.frequency)) return wrong("frequency");
     if (!readNumber(object, "gain", band.gain)) return wrong("gain");
     if (!readNumber(object, "q", band.q)) return wrong("q");
