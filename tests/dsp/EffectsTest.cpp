@@ -263,7 +263,8 @@ TEST(Effects, AreEditedWhileTheyRender) {
     effects.headroomDSP.setHeadroom(turn % 4);
     if (turn % 6 == 0) effects.headroomDSP.reset();
     EXPECT_GE(effects.clippingDetector.peakL(), 0);
-    EXPECT_GE(effects.declicker.processCalls() + 1, effects.declicker.clicksFound() / 128);
+    const std::uint64_t clicks = effects.declicker.clicksFound();
+    EXPECT_LE(clicks, 128 * effects.declicker.processCalls()) << "64 samples in either channel";
   }
   stop = true;
   renderer.join();
