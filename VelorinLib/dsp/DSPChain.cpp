@@ -1,5 +1,7 @@
 #include "dsp/DSPChain.h"
 
+#include "platform/vector/FlushDenormals.h"
+
 namespace velorin {
 
 DSPChain::DSPChain(bool diagnosticsEnabled)
@@ -45,6 +47,8 @@ bool DSPChain::isActive() const {
 
 void DSPChain::process(AudioBufferList& buffers, std::int64_t frameCount,
                        double sampleRate) noexcept {
+  // Effects that feed back fade into denormals, which take a hundred times as long.
+  const vector::FlushDenormals flush;
   _renderCount.fetch_add(1, std::memory_order_seq_cst);
   const Snapshot* snapshot = _currentSnapshot.load(std::memory_order_seq_cst);
   if (_diagnosticsEnabled) {

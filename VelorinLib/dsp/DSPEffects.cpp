@@ -64,6 +64,11 @@ void DSPEffects::applyChain(const std::vector<DSPChainEntry>& entries) {
         headphoneProfile.loadProfile(*profile, _sampleRate, _channels);
       }
     }
+    const bool isNew = std::ranges::none_of(_entries, [&](const DSPChainEntry& before) {
+      return before.effectType == entry.effectType;
+    });
+    // What comes in while the music plays has not been told its format.
+    if (isNew && _formatIsKnown) chosen.sampleRateChanged(_sampleRate);
     chosen.setEnabled(entry.enabled);
     processors.push_back(&chosen);
   }
@@ -75,6 +80,7 @@ void DSPEffects::formatChanged(double sampleRate, std::size_t channels) {
   if (sampleRate > 0) _sampleRate = sampleRate;
   if (channels > 0) _channels = channels;
   if (!(sampleRate > 0) || channels == 0) return;
+  _formatIsKnown = true;
   crossfeed.formatChanged(sampleRate);
   equalizer.configure(sampleRate, channels);
   headphoneProfile.configure(sampleRate, channels);

@@ -94,6 +94,7 @@ class DSPEffects {
   std::vector<DSPChainEntry> _entries;
   double _sampleRate = 44100;
   std::size_t _channels = 2;
+  bool _formatIsKnown = false;
 };
 
 /// The chain of a start without a stored one: the default entries, switched as the effects are,

@@ -262,6 +262,13 @@ TEST_F(Effects, AFormatReachesTheThreeThatDesignAloneAndTheMembersOfTheChain) {
   EXPECT_EQ(working(), told) << "crossfeed and equalizer are not in the chain";
   _effects.formatChanged(0, 0);  // no format: what was known stays
   EXPECT_EQ(working(), told);
+  // What joins the chain while the stream runs works at once.
+  _effects.applyChain(
+      {entry(headphoneProfile, true, "b"), entry(subsonicFilter), entry(riaaVinylCurve)});
+  _effects.riaaVinylCurve.setEnabled(true);
+  _effects.subsonicFilter.setEnabled(true);
+  EXPECT_EQ(working(),
+            (std::vector{crossfeed, equalizer, headphoneProfile, subsonicFilter, riaaVinylCurve}));
 }
 
 TEST_F(Effects, HeadroomIsTheSumOfWhatIsOn) {
