@@ -12,7 +12,7 @@ namespace {
 constexpr const char* kVersionText = "velorin " VELORIN_VERSION "\n";
 
 /// Accepts finite numbers from `low` to `high`; a plain range lets NaN pass.
-CLI::Validator finite(double low, double high, const char* description) {
+CLI::Validator finite(double low, double high) {
   return CLI::Validator(
       [low, high](std::string& text) -> std::string {
         double value = 0;
@@ -21,11 +21,11 @@ CLI::Validator finite(double low, double high, const char* description) {
         }
         return {};
       },
-      description);
+      "");
 }
 
 CLI::Validator rate() {
-  return finite(8000, 768000, "HZ");
+  return finite(8000, 768000);
 }
 
 /// Binds the options to fields that outlive the parse.
@@ -222,11 +222,11 @@ class Grammar {
         ->check(rate())
         ->type_name("HZ");
     command->add_option("--start", engine.start, "Begin so far into the first file")
-        ->check(finite(0, 1e9, "SECONDS"))
+        ->check(finite(0, 1e9))
         ->type_name("SECONDS");
     addChain(command, engine.chain);
     command->add_option("--volume", engine.volume, "Software volume, 0 to 1")
-        ->check(finite(0, 1, "0..1"))
+        ->check(finite(0, 1))
         ->type_name("0..1");
   }
 
