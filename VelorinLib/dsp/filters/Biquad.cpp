@@ -71,8 +71,8 @@ bool isUsable(double rate, double f) noexcept {
 }
 
 bool isStable(const BiquadCoefficients& section) noexcept {
-  const bool isFinite = std::isfinite(section.b0) && std::isfinite(section.b1) &&
-                        std::isfinite(section.b2);
+  const bool isFinite =
+      std::isfinite(section.b0) && std::isfinite(section.b1) && std::isfinite(section.b2);
   // The triangle of Jury's criterion; false when one of the two is NaN.
   return isFinite && std::fabs(section.a2) < 1 && std::fabs(section.a1) < 1 + section.a2;
 }

@@ -37,8 +37,8 @@ BiquadCoefficients highShelfOf(double w, double alphaDivisor, double a);
 /// True when a filter of that corner can be designed at the rate: 0 < f < rate / 2.
 bool isUsable(double rate, double f) noexcept;
 
-/// True when all five are finite and both poles lie within the unit circle. Not so of a filter whose
-/// corner is so low beside the rate, or whose gain is so great, that doubles cannot hold it.
+/// True when all five are finite and both poles lie within the unit circle. Not so of a filter
+/// whose corner is so low beside the rate, or whose gain is so great, that doubles cannot hold it.
 bool isStable(const BiquadCoefficients& section) noexcept;
 
 /// H(e^jw) of the section at a frequency in Hz.
