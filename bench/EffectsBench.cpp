@@ -106,24 +106,23 @@ class Rig {
   std::vector<float> _right;
 };
 
-void measureEach(BenchReport& report, Rig& bench, const std::string& rate,
-                 std::initializer_list<std::size_t> blocks) {
-  const char* const unit = "ns/frame";
-  for (const std::size_t block : blocks) {
-    const auto named = [&](std::string_view what) {
-      return fmt::format("{}, {}, blocks of {}", what, rate, block);
+void measureEach(BenchReport& report, Rig& bench, const std::string& rateName, double rate) {
+  for (const std::size_t block : kBlocks) {
+    const auto add = [&](std::string_view what, double ns) {
+      const std::string name = fmt::format("{}, {}, blocks of {}", what, rateName, block);
+      report.add(name, ns, "ns/frame");
+      report.add(name, ns * rate * 1e-7, "% of a core");
     };
-    report.add(named("no effect"), bench.copyAlone(block), unit);
+    add("no effect", bench.copyAlone(block));
     for (const DSPEffectType type : allEffectTypes()) {
-      report.add(named(namesOf(type).displayName), bench.alone(bench.effects().effect(type), block),
-                 unit);
+      add(namesOf(type).displayName, bench.alone(bench.effects().effect(type), block));
     }
     DSPEffects& effects = bench.effects();
     effects.dither.setAlgorithm(DitherDSP::Algorithm::tpdf);
-    report.add(named("Dither, plain"), bench.alone(effects.dither, block), unit);
+    add("Dither, plain", bench.alone(effects.dither, block));
     effects.dither.setAlgorithm(DitherDSP::Algorithm::fWeighted);
     effects.stereoWidener.setAlgorithm(StereoWidenerDSP::Algorithm::haas);
-    report.add(named("Stereo Widener, Haas"), bench.alone(effects.stereoWidener, block), unit);
+    add("Stereo Widener, Haas", bench.alone(effects.stereoWidener, block));
     effects.stereoWidener.setAlgorithm(StereoWidenerDSP::Algorithm::frequencyDependent);
   }
 }
@@ -138,11 +137,7 @@ const Registration kEffects("effects", [](BenchReport& report) {
       report.add(all, ns, "ns/frame", atMost(kBudget));
       report.add(all, ns * rate * 1e-7, "% of a core", atMost(kBudget * rate * 1e-7));
     }
-    if (rate < 100'000) {
-      measureEach(report, bench, name, {64, 512, 4096});
-    } else {
-      measureEach(report, bench, name, {512});
-    }
+    measureEach(report, bench, name, rate);
   }
 });
 
