@@ -17,14 +17,9 @@
 namespace velorin {
 namespace {
 
+using test::idsOf;
 using test::TestLibrary;
 using Ids = std::vector<std::int64_t>;
-
-Ids idsOf(const std::vector<TrackInfo>& infos) {
-  Ids ids;
-  for (const TrackInfo& info : infos) ids.push_back(*info.track.id);
-  return ids;
-}
 
 dates::TimePoint at(const char* text) {
   return *dates::fromText(text);

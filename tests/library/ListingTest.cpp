@@ -79,11 +79,14 @@ TEST(Listings, AFocusNarrowsAlbumsToItsTracks) {
   EXPECT_EQ(ArtistListings(library.database()).fetchArtistInfos({}, several, -1).size(), 2u);
 
   // The name search takes wildcards for themselves, and albums without tracks as well.
-  const auto search = [&](const char* text, const std::optional<FocusFilter>& focus) {
+  const auto search = [&](const std::string& text, const std::optional<FocusFilter>& focus) {
     return titles(albums.searchAlbums(text, {}, focus));
   };
   EXPECT_EQ(search("K_1", kNoFocus), std::vector<std::string>{"Rock_1"});
   EXPECT_EQ(search("R_ck", kNoFocus), std::vector<std::string>{});
+  // What no title can hold finds nothing and is no error.
+  EXPECT_EQ(search(std::string("Rock\0", 5), kNoFocus), std::vector<std::string>{});
+  EXPECT_EQ(search(std::string(60'000, 'R'), kNoFocus), std::vector<std::string>{});
   EXPECT_EQ(search("artist", kNoFocus), (std::vector<std::string>{"Both", "Empty"}));
   EXPECT_EQ(search("artist", jazz), std::vector<std::string>{"Both"});
   EXPECT_EQ(titles(albums.fetchAlbumInfosForArtist(1)),

@@ -5,6 +5,7 @@
 
 #include "library/DatabaseHandle.h"
 #include "library/schema/Migrator.h"
+#include "records/TrackInfo.h"
 
 namespace velorin::test {
 
@@ -28,6 +29,12 @@ struct TrackRow {
   std::optional<std::string> lastModified = {};  ///< in the text form of the library
   std::optional<double> cueStart = {};
 };
+
+inline std::vector<std::int64_t> idsOf(const std::vector<TrackInfo>& infos) {
+  std::vector<std::int64_t> ids;
+  for (const TrackInfo& info : infos) ids.push_back(*info.track.id);
+  return ids;
+}
 
 class TestLibrary {
  public:

@@ -13,6 +13,7 @@
 namespace velorin {
 namespace {
 
+using test::idsOf;
 using test::TestLibrary;
 
 constexpr std::array kColumns{
@@ -98,12 +99,6 @@ std::vector<std::int64_t> plainIds(TestLibrary& library, const std::optional<Tra
   }
   sql += " ORDER BY " + (sort ? orderText(*sort) + ", tracks.id" : "tracks.id DESC");
   return library.column<std::int64_t>(sql, arguments);
-}
-
-std::vector<std::int64_t> idsOf(const std::vector<TrackInfo>& infos) {
-  std::vector<std::int64_t> ids;
-  for (const TrackInfo& info : infos) ids.push_back(*info.track.id);
-  return ids;
 }
 
 void changeSomething(TestLibrary& library, Dice& dice) {

@@ -157,7 +157,8 @@ ORDER BY {})",
 std::vector<AlbumInfo> AlbumListings::searchAlbums(std::string_view text, const AlbumSort& sort,
                                                    const std::optional<FocusFilter>& focus) const {
   const SqlFragment condition = joinCondition(focus);
-  const std::string pattern = "%" + escapedForLike(text) + "%";
+  const auto pattern = likeAnywhere(text);
+  if (!pattern) return {};
   // Without a focus an album stands even when its last track has just gone.
   const std::string tail = fmt::format(
       R"({}
@@ -166,7 +167,7 @@ GROUP BY albums.id{}
 ORDER BY {})",
       condition.text, condition.text.empty() ? "" : "\nHAVING trackCount > 0", orderText(sort));
   return _database.read([&](sqlite::Reader& reader) {
-    return albumInfos(reader, tail, condition.arguments, pattern, pattern);
+    return albumInfos(reader, tail, condition.arguments, *pattern, *pattern);
   });
 }
 

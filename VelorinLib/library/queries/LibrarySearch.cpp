@@ -17,9 +17,6 @@ using Ids = std::vector<std::int64_t>;
 // times as many whenever they have run out.
 constexpr std::ptrdiff_t kFirstOrdered = 200;
 
-// SQLite refuses longer patterns of LIKE, and no name is so long.
-constexpr std::size_t kLongestLike = 50'000;
-
 /// The ids of a statement that matched, in its order.
 template <class... Arguments>
 Ids matching(sqlite::Reader& reader, const SearchMatches& matches, std::string_view sql,
@@ -87,14 +84,6 @@ Ids focusedPage(sqlite::Reader& reader, const SearchMatches& matches, const SqlF
   kept.resize(static_cast<std::size_t>(std::min<std::int64_t>(std::ssize(kept), wanted)));
   kept.erase(kept.begin(), kept.begin() + std::min<std::int64_t>(from, std::ssize(kept)));
   return kept;
-}
-
-/// What a LIKE finds the text anywhere by; nothing when no name can hold it.
-std::optional<std::string> likeAnywhere(std::string_view text) {
-  if (text.find('\0') != std::string_view::npos) return std::nullopt;
-  std::string pattern = "%" + escapedForLike(text) + "%";
-  if (pattern.size() > kLongestLike) return std::nullopt;
-  return pattern;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // User text inside a LIKE pattern.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,16 @@ inline std::string escapedForLike(std::string_view text) {
     escaped += each;
   }
   return escaped;
+}
+
+/// The pattern that finds the text anywhere; nothing when no name can hold it: text in the library
+/// has no NUL, and SQLite refuses longer patterns.
+inline std::optional<std::string> likeAnywhere(std::string_view text) {
+  constexpr std::size_t kLongest = 50'000;
+  if (text.find('\0') != std::string_view::npos) return std::nullopt;
+  std::string pattern = "%" + escapedForLike(text) + "%";
+  if (pattern.size() > kLongest) return std::nullopt;
+  return pattern;
 }
 
 }  // namespace velorin

@@ -30,11 +30,6 @@ inline constexpr const char* kOrderWithinArtist =
     "albums.year, albums.title COLLATE NOCASE, "
     "tracks.discNumber, tracks.trackNumber, tracks.cueStartTime";
 
-/// Of all tracks.
-inline constexpr const char* kOrderByArtist =
-    "artists.name COLLATE NOCASE, albums.year, albums.title COLLATE NOCASE, "
-    "tracks.discNumber, tracks.trackNumber, tracks.cueStartTime";
-
 /// Of the albums of one artist.
 inline constexpr const char* kAlbumOrderWithinArtist = "albums.year, albums.title COLLATE NOCASE";
 

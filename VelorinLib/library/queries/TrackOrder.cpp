@@ -93,8 +93,8 @@ std::string whereText(const TrackListing& listing) {
 }
 
 std::string orderByText(const TrackListing& listing) {
-  return listing.sort ? "\nORDER BY " + orderText(*listing.sort) + ", tracks.id"
-                      : "\nORDER BY tracks.id DESC";
+  if (!listing.sort) return fmt::format("\nORDER BY {}", kOrderNewestFirst);
+  return fmt::format("\nORDER BY {}, tracks.id", orderText(*listing.sort));
 }
 
 TrackOrder::TrackOrder(TrackListing listing)

@@ -85,10 +85,6 @@ int Statement::parameterCount() const noexcept {
   return sqlite3_bind_parameter_count(_statement);
 }
 
-int Statement::columnCount() const noexcept {
-  return sqlite3_column_count(_statement);
-}
-
 void Statement::check(int result) const {
   if (result != SQLITE_OK) fail(sqlite3_db_handle(_statement));
 }

@@ -30,7 +30,6 @@ class Statement {
   /// True when running it cannot change the database.
   bool isReadOnly() const noexcept;
   int parameterCount() const noexcept;
-  int columnCount() const noexcept;
 
   void bind(int parameter, std::nullptr_t);
   void bind(int parameter, std::int64_t value);
@@ -130,11 +129,6 @@ class RowReader {
   template <class T>
   RowReader& operator>>(T& field) {
     field = _row.get<T>(_column++);
-    return *this;
-  }
-  /// Leaves out so many columns.
-  RowReader& skip(int columns) {
-    _column += columns;
     return *this;
   }
 
