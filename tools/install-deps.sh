@@ -6,11 +6,14 @@ set -eu
 
 apt_build="make cmake ninja-build g++ ccache pkg-config git ca-certificates
   libflac-dev libsoxr-dev libasound2-dev libpipewire-0.3-dev libsdbus-c++-dev libsystemd-dev
-  libboost1.81-dev libplist-dev nlohmann-json3-dev libfmt-dev libcli11-dev libsqlite3-dev libcairo2-dev"
+  libboost1.81-dev libplist-dev nlohmann-json3-dev libfmt-dev libcli11-dev libsqlite3-dev libcairo2-dev
+  libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev
+  libjpeg62-turbo-dev libpng-dev libutf8proc-dev"
 # Nothing beyond what the build brings: the desktop has its own sound server, and without one the
 # program plays into its paced null output.
 apt_run=""
-apt_test="libgtest-dev flac pipewire pipewire-bin wireplumber pipewire-alsa alsa-utils
+apt_test="libgtest-dev flac ffmpeg wavpack libjmac-java default-jre-headless
+  libfuse3-dev fuse3 pipewire pipewire-bin wireplumber pipewire-alsa alsa-utils
   dbus dbus-bin python3 python3-dbusmock"
 apt_bench="sqlite3 libavfilter-dev"
 apt_lint="clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev"

@@ -1,0 +1,34 @@
+// Every album gets its picture in the artwork cache.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+
+#include "library/DatabaseHandle.h"
+
+namespace velorin {
+
+class ArtworkCacheManager;
+
+/// The step after each scan. Reads neither picture nor audio file of an album that has its cached
+/// picture. Any thread, one at a time; blocks for the disk.
+class ArtworkCaching {
+ public:
+  using UpdateStatus = std::function<void(const std::string& text)>;
+  using IsCancelled = std::function<bool()>;
+
+  /// Both outlive it.
+  ArtworkCaching(const DatabaseHandle& database, ArtworkCacheManager& cache)
+      : _database(database), _cache(cache) {}
+
+  /// Pictures beside the files first, then the ones inside files, up to four at a time. What cannot
+  /// be read is left for the next scan. Returns the number of albums that got a picture.
+  std::size_t cacheArtwork(const UpdateStatus& updateStatus, const IsCancelled& isCancelled) const;
+
+ private:
+  const DatabaseHandle& _database;
+  ArtworkCacheManager& _cache;
+};
+
+}  // namespace velorin

@@ -1,0 +1,33 @@
+// Is a music folder there, and on what kind of volume.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace velorin {
+
+/// Any thread but the main thread and the render thread: answers may wait for a slow volume, and a
+/// volume that does not answer at all counts as offline after a bounded time.
+class VolumeResolving {
+ public:
+  virtual ~VolumeResolving() = default;
+
+  struct Availability {
+    std::vector<std::string> available;
+    std::vector<std::string> offline;
+  };
+
+  /// Sorts the folders, in order. A folder whose volume is not mounted is offline even where an
+  /// empty folder stands in its place. attemptRemount: try to mount what is missing, at most once
+  /// in eight seconds a folder.
+  virtual Availability availability(const std::vector<std::string>& folders,
+                                    bool attemptRemount) = 0;
+
+  /// False for network and FUSE file systems.
+  virtual bool isLocalVolume(const std::string& path) = 0;
+
+  /// True when the path can be reached now, after a touch that lets an automount do its work.
+  virtual bool ensureAccess(const std::string& path) = 0;
+};
+
+}  // namespace velorin
