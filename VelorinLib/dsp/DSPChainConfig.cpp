@@ -10,16 +10,6 @@ namespace {
 
 using nlohmann::json;
 
-bool isUuid(std::string_view text) {
-  constexpr std::string_view kForm = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
-  if (text.size() != kForm.size()) return false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool isHex = std::isxdigit(static_cast<unsigned char>(text[i])) != 0;
-    if (kForm[i] == '-' ? text[i] != '-' : !isHex) return false;
-  }
-  return true;
-}
-
 template <class Type>
 std::optional<Type> field(const json& object, const char* key) {
   const auto found = object.find(key);

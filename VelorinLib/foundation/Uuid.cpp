@@ -3,6 +3,7 @@
 #include <sys/random.h>
 
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <cstdint>
 #include <system_error>
@@ -27,6 +28,16 @@ std::string makeUuid() {
     text += kDigits[bytes[i] & 0x0F];
   }
   return text;
+}
+
+bool isUuid(std::string_view text) noexcept {
+  constexpr std::string_view kForm = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
+  if (text.size() != kForm.size()) return false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool isHex = std::isxdigit(static_cast<unsigned char>(text[i])) != 0;
+    if (kForm[i] == '-' ? text[i] != '-' : !isHex) return false;
+  }
+  return true;
 }
 
 }  // namespace velorin
