@@ -95,6 +95,47 @@ artists
   id INTEGER key 1 auto
   name TEXT not null NOCASE
   unique name NOCASE
+departedHistory
+  id INTEGER key 1
+  trackId INTEGER not null of departedTracks.trackId CASCADE
+  playedAt DATETIME not null
+  duration REAL not null
+  skipped INTEGER not null
+  index idx_departedHistory_track trackId
+departedPins
+  type TEXT key 1 not null
+  referenceId TEXT key 2 not null
+  artistName TEXT not null NOCASE
+  albumTitle TEXT not null NOCASE
+  unique type,referenceId
+departedPlaces
+  trackId INTEGER key 1 not null of departedTracks.trackId CASCADE
+  playlistId INTEGER key 2 not null of playlists.id CASCADE
+  position INTEGER not null
+  createdAt DATETIME not null
+  index idx_departedPlaces_playlist playlistId
+  unique trackId,playlistId
+departedTracks
+  trackId INTEGER key 1
+  filePath TEXT not null
+  cueStartTime DOUBLE
+  fileSize INTEGER
+  duration DOUBLE not null
+  title TEXT not null
+  artistName TEXT not null
+  albumTitle TEXT not null
+  totalPlays INTEGER not null
+  totalSkips INTEGER not null
+  rating INTEGER
+  bookmarks TEXT
+  syncedLyrics TEXT
+  soundHash TEXT
+  soundFileSize INTEGER
+  soundLastModified DATETIME
+  departedAt DATETIME not null
+  searchedUpTo INTEGER not null default 0
+  index idx_departedTracks_filePath filePath,cueStartTime
+  index idx_departedTracks_searchedUpTo searchedUpTo
 duplicateCandidates
   trackId1 INTEGER key 1 not null of tracks.id CASCADE
   trackId2 INTEGER key 2 not null of tracks.id CASCADE
@@ -103,6 +144,8 @@ duplicateCandidates
   index idx_duplicateCandidates_track1 trackId1
   index idx_duplicateCandidates_track2 trackId2
   unique trackId1,trackId2
+favoriteTracks
+  trackId INTEGER key 1
 grdb_migrations
   identifier TEXT key 1 not null
   unique identifier
@@ -219,6 +262,20 @@ tracks
   index idx_tracks_filePath_cue filePath,cueStartTime
   index idx_tracks_genre genre
   index idx_tracks_lastModified lastModified
+  index idx_tracks_listened fileSize,lastModified
+trackSounds
+  trackId INTEGER key 1 of tracks.id CASCADE
+  soundHash TEXT
+  fileSize INTEGER
+  lastModified DATETIME
+trackSuccessions
+  id INTEGER key 1 auto
+  oldId INTEGER not null
+  newId INTEGER not null
+  happenedAt DATETIME not null
+  isApplied INTEGER not null default 0
+  index idx_trackSuccessions_isApplied isApplied
+  index idx_trackSuccessions_oldId oldId
 trackWaveform
   trackId INTEGER key 1 of tracks.id CASCADE
   peaks BLOB not null
@@ -254,6 +311,7 @@ v26_accent_color
 v27_replaygain_scan
 v28_dynamic_range
 v29_fix_corrupted_loudness_scan
+v30_departed_tracks
 )";
 
 constexpr const char* kFullTextIndex =

@@ -5,6 +5,8 @@
 #include <unordered_set>
 
 #include "foundation/Text.h"
+#include "library/listening/DepartedPins.h"
+#include "library/listening/DepartedTracks.h"
 #include "library/rows/TrackRow.h"
 
 namespace velorin {
@@ -17,7 +19,8 @@ std::string albumKey(std::int64_t artistId, std::string_view title) {
 /// The artists and albums of one batch: read in bulk, then added to as items need new ones.
 class BatchParents {
  public:
-  BatchParents(sqlite::Writer& writer, const std::vector<ScannedItem>& items) : _writer(writer) {
+  BatchParents(sqlite::Writer& writer, const std::vector<ScannedItem>& items)
+      : _writer(writer), _pins(writer) {
     readArtists(items);
     readAlbums(items);
   }
@@ -27,19 +30,21 @@ class BatchParents {
     if (isNew) {
       entry->second.name = name;
       entry->second.id = rows::insert(_writer, entry->second);
+      _pins.artistMade(*entry->second.id, name);
     }
     return entry->second;
   }
 
-  Album& album(const ScannedItem& item, std::int64_t artistId) {
-    const auto [entry, isNew] = _albums.try_emplace(albumKey(artistId, item.albumTitle));
+  Album& album(const ScannedItem& item, const Artist& artist) {
+    const auto [entry, isNew] = _albums.try_emplace(albumKey(*artist.id, item.albumTitle));
     if (isNew) {
       Album& album = entry->second;
       album.title = item.albumTitle;
-      album.artistId = artistId;
+      album.artistId = *artist.id;
       album.year = item.year;
       album.genre = item.albumGenre;
       album.id = rows::insert(_writer, album);
+      _pins.albumMade(*album.id, artist.name, album.title);
     }
     return entry->second;
   }
@@ -88,13 +93,15 @@ class BatchParents {
   }
 
   sqlite::Writer& _writer;
+  ReturningPins _pins;
   std::unordered_map<std::string, Artist> _artists;  // by lower-case name
   std::unordered_map<std::string, Album> _albums;    // by albumKey
 };
 
-void insertItem(sqlite::Writer& writer, BatchParents& parents, const ScannedItem& item) {
-  const std::int64_t artistId = *parents.artist(item.artistName).id;
-  Album& album = parents.album(item, artistId);
+void insertItem(sqlite::Writer& writer, BatchParents& parents, ReturningTracks& returning,
+                const ScannedItem& item) {
+  const Artist& artist = parents.artist(item.artistName);
+  Album& album = parents.album(item, artist);
   if (!album.artworkPath && item.artworkPath) {
     writer.run("UPDATE albums SET artworkPath = ? WHERE id = ?", item.artworkPath, album.id);
     album.artworkPath = item.artworkPath;
@@ -102,11 +109,12 @@ void insertItem(sqlite::Writer& writer, BatchParents& parents, const ScannedItem
 
   Track track = item.track;
   track.albumId = *album.id;
-  track.artistId = artistId;
+  track.artistId = *artist.id;
   track.year = item.year ? item.year : album.year;
   const std::int64_t id = rows::insert(writer, track);
   writer.run("INSERT INTO tracks_fts(rowid, title, artistName, albumTitle) VALUES (?, ?, ?, ?)", id,
              track.title, item.artistName, item.albumTitle);
+  returning.arrived(id, track);
 
   if (track.format && formatRank(track.format) < formatRank(album.worstFormat)) {
     writer.run("UPDATE albums SET worstFormat = ? WHERE id = ?", track.format, album.id);
@@ -126,7 +134,9 @@ int formatRank(const std::optional<std::string>& format) {
 void LibraryImport::insertBatch(const std::vector<ScannedItem>& items) {
   _database.write([&](sqlite::Writer& writer) {
     BatchParents parents(writer, items);
-    for (const ScannedItem& item : items) insertItem(writer, parents, item);
+    ReturningTracks returning(writer);
+    for (const ScannedItem& item : items) insertItem(writer, parents, returning, item);
+    returning.settle();
   });
 }
 

@@ -17,6 +17,9 @@ class LibraryImport {
   /// apart without regard to the case of A to Z, as the tables do; the first spelling stays. An
   /// album that has a cover keeps it.
   ///
+  /// What the listener did to a track, album or artist that had left the library, and that one of
+  /// the new rows stands for, comes back with it: see listening/DepartedTracks.h, DepartedPins.h.
+  ///
   /// All or nothing: a failure, such as a text with a NUL character or a full disk, throws
   /// VelorinDatabaseError and leaves the library as it was. Any thread; blocks.
   void insertBatch(const std::vector<ScannedItem>& items);

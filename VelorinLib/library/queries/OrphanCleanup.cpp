@@ -1,5 +1,7 @@
 #include "library/queries/OrphanCleanup.h"
 
+#include "library/listening/DepartedPins.h"
+
 namespace velorin {
 namespace {
 
@@ -44,12 +46,18 @@ constexpr std::size_t kArtistsWorthAnIndex = 4;
 void deleteArtists(Writer& writer, const Ids& ids) {
   const bool indexed = ids.size() > kArtistsWorthAnIndex;
   if (indexed) writer.run("CREATE INDEX albums_of_artists ON albums(artistId)");
-  for (const std::int64_t id : ids) writer.run(kDeleteArtist, id);
+  for (const std::int64_t id : ids) {
+    parkArtistPin(writer, id);
+    writer.run(kDeleteArtist, id);
+  }
   if (indexed) writer.run("DROP INDEX albums_of_artists");
 }
 
 void deleteAlbums(Writer& writer, const Ids& ids) {
-  for (const std::int64_t id : ids) writer.run("DELETE FROM albums WHERE id = ?", id);
+  for (const std::int64_t id : ids) {
+    parkAlbumPin(writer, id);
+    writer.run("DELETE FROM albums WHERE id = ?", id);
+  }
 }
 
 /// A statement with its condition: the column is one of a slice of ids.

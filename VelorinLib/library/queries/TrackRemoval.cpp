@@ -1,5 +1,7 @@
 #include "library/queries/TrackRemoval.h"
 
+#include "library/listening/DepartedPins.h"
+#include "library/listening/DepartedTracks.h"
 #include "library/queries/OrphanCleanup.h"
 #include "library/queries/PathPrefix.h"
 
@@ -9,8 +11,12 @@ namespace {
 using sqlite::Writer;
 using Ids = std::vector<std::int64_t>;
 
+/// What becomes of what the listener did to the tracks.
+enum class Listening { parked, forgotten };
+
 /// Deletes the tracks with these ids and returns how many there were.
-std::int64_t deleteRows(Writer& writer, const Ids& ids, Bereaved* parents = nullptr) {
+std::int64_t deleteRows(Writer& writer, const Ids& ids, Listening listening,
+                        Bereaved* parents = nullptr) {
   std::int64_t deleted = 0;
   sqlite::forEachSlice(ids, [&](std::span<const std::int64_t> slice) {
     const std::string list = " IN (" + sqlite::placeholders(slice.size()) + ")";
@@ -23,18 +29,26 @@ std::int64_t deleteRows(Writer& writer, const Ids& ids, Bereaved* parents = null
           },
           slice);
     }
+    if (listening == Listening::parked) parkTracks(writer, slice);
     writer.run("DELETE FROM tracks_fts WHERE rowid" + list, slice);
     deleted += writer.run("DELETE FROM tracks WHERE id" + list, slice);
   });
   return deleted;
 }
 
-/// Tables with a foreign key to a track, album, artist or playlist.
-std::vector<std::string> dependentTables(Writer& writer) {
-  return writer.column<std::string>(R"(
-SELECT DISTINCT tables.name
-FROM sqlite_master AS tables, pragma_foreign_key_list(tables.name) AS keys
-WHERE tables.type = 'table' AND keys."table" IN ('tracks', 'albums', 'artists', 'playlists'))");
+/// Empties the table and those with a foreign key to it, at any remove.
+void emptyWithDependents(Writer& writer, const std::string& table) {
+  const auto tables = writer.column<std::string>(R"(
+WITH RECURSIVE doomed(name) AS (
+    VALUES (?)
+    UNION
+    SELECT tables.name
+    FROM doomed, sqlite_master AS tables, pragma_foreign_key_list(tables.name) AS keys
+    WHERE tables.type = 'table' AND keys."table" = doomed.name
+)
+SELECT name FROM doomed)",
+                                                 table);
+  for (const std::string& each : tables) writer.run("DELETE FROM " + each);
 }
 
 /// An empty full-text index in place of the full one, which could only be emptied word by word.
@@ -89,7 +103,7 @@ std::int64_t TrackRemoval::deletePaths(const std::vector<std::string>& filePaths
     // A path that was given twice may have been found twice.
     std::sort(found.begin(), found.end());
     found.erase(std::unique(found.begin(), found.end()), found.end());
-    deleteRows(writer, found);
+    deleteRows(writer, found, Listening::parked);
     return found;
   });
   if (!ids.empty()) tellSimilarityIndex([&](auto& index) { index.tracksRemoved(ids); });
@@ -98,8 +112,8 @@ std::int64_t TrackRemoval::deletePaths(const std::vector<std::string>& filePaths
 
 std::int64_t TrackRemoval::deleteTracks(const Ids& ids) const {
   Bereaved parents;
-  const auto deleted =
-      _database.write([&](Writer& writer) { return deleteRows(writer, ids, &parents); });
+  const auto deleted = _database.write(
+      [&](Writer& writer) { return deleteRows(writer, ids, Listening::forgotten, &parents); });
   tellSimilarityIndex([&](auto& index) { index.tracksRemoved(ids); });
   _database.write([&](Writer& writer) { cleanUpOrphans(writer, parents); });
   return deleted;
@@ -113,7 +127,7 @@ void TrackRemoval::removeFolder(const std::string& path) const {
     Ids inside = writer.column<std::int64_t>(
         "SELECT id FROM tracks WHERE filePath > ? AND filePath < ? ORDER BY id", prefix.begin(),
         prefix.end());
-    deleteRows(writer, inside, &parents);
+    deleteRows(writer, inside, Listening::parked, &parents);
     writer.run("DELETE FROM musicFolders WHERE path = ?", prefix.folder());
     return inside;
   });
@@ -125,18 +139,35 @@ void TrackRemoval::cleanupOrphans() const {
   _database.write([](Writer& writer) { cleanUpOrphans(writer); });
 }
 
-void TrackRemoval::clearLibrary() const {
+template <class Write>
+void TrackRemoval::clear(Write&& write) const {
   const auto queue = _database.dbQueue();
   if (!queue) throw VelorinDatabaseError(kDatabaseUnavailable);
   // With foreign keys on, SQLite would look for what hangs on each of the tracks: at a million,
   // twelve seconds instead of two.
-  queue->writeWithoutForeignKeys([](Writer& writer) {
-    renewFullTextIndex(writer);
-    std::vector<std::string> tables = dependentTables(writer);
-    tables.insert(tables.end(), {"playlists", "artists", "pinnedItems", "sqlite_sequence"});
-    for (const std::string& table : tables) writer.run("DELETE FROM " + table);
-  });
+  queue->writeWithoutForeignKeys(write);
   tellSimilarityIndex([](auto& index) { index.libraryCleared(); });
+}
+
+void TrackRemoval::clearLibrary() const {
+  clear([](Writer& writer) {
+    renewFullTextIndex(writer);
+    emptyWithDependents(writer, "artists");
+    emptyWithDependents(writer, "playlists");
+    forgetDeparted(writer);
+    for (const char* table : {"pinnedItems", "sqlite_sequence"}) {
+      writer.run(std::string("DELETE FROM ") + table);
+    }
+  });
+}
+
+void TrackRemoval::clearForRescan() const {
+  clear([](Writer& writer) {
+    parkAllTracks(writer);
+    parkAllPins(writer);
+    renewFullTextIndex(writer);
+    emptyWithDependents(writer, "artists");
+  });
 }
 
 }  // namespace velorin

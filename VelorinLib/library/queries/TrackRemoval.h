@@ -16,6 +16,10 @@ namespace velorin {
 /// are not touched. Albums and artists that have no track left stay until cleanupOrphans, except
 /// where an operation says that it cleans up.
 ///
+/// What the listener did to a track is parked when its file has changed or gone, so that it is
+/// there again when the file is (listening/DepartedTracks.h): with all operations but those that
+/// say otherwise.
+///
 /// Any thread but the render thread, never from inside another database operation. Failures throw
 /// VelorinDatabaseError. Paths are native bytes.
 class TrackRemoval {
@@ -31,7 +35,8 @@ class TrackRemoval {
   std::int64_t deleteStandaloneTracks(const std::vector<std::string>& filePaths) const;
   /// Only the CUE tracks.
   std::int64_t deleteCueTracks(const std::vector<std::string>& filePaths) const;
-  /// Cleans up the albums and artists concerned, in a transaction of its own.
+  /// The listener's own wish: nothing is parked. Cleans up the albums and artists concerned, in a
+  /// transaction of its own.
   std::int64_t deleteTracks(const std::vector<std::int64_t>& ids) const;
 
   /// The music folder and all tracks below it, at any depth. Cleans up the albums and artists
@@ -42,13 +47,20 @@ class TrackRemoval {
   void cleanupOrphans() const;
 
   /// Empties tracks, albums, artists, playlists and pins, and all that hangs on them. The music
-  /// folders and the list of processed CUE sheets stay.
+  /// folders and the list of processed CUE sheets stay. Nothing is parked, and what was parked is
+  /// dropped. Ids begin at 1 again.
   void clearLibrary() const;
+
+  /// Empties tracks, albums and artists, and all that hangs on them, for a scan that makes them
+  /// anew. Playlists and pins stay, and no id is given a second time.
+  void clearForRescan() const;
 
  private:
   enum class Rows { all, standalone, cue };
   std::int64_t deletePaths(const std::vector<std::string>& filePaths, Rows rows) const;
 
+  template <class Write>
+  void clear(Write&& write) const;
   template <class Call>
   void tellSimilarityIndex(Call&& call) const;
 

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "library/schema/DepartedMigration.h"
 #include "library/schema/Migrator.h"
 #include "library/schema/NoCaseMigration.h"
 
@@ -399,9 +400,11 @@ WHERE loudnessScanVersion IS NOT NULL
   AND replayGainAlbumGain IS NULL;
 )");
               }},
+
+    Migration{"v30_departed_tracks", &createDepartedTracks},
 };
 
-static_assert(kMigrations.size() == 30);
+static_assert(kMigrations.size() == 31);
 
 }  // namespace
 

@@ -15,7 +15,7 @@ struct Migration {
   void (*run)(sqlite::Connection& connection);
 };
 
-/// The history, oldest first; 30 steps.
+/// The history, oldest first; 31 steps.
 std::span<const Migration> migrations() noexcept;
 
 /// Applies, in list order, what the file's ledger does not name yet, each in a transaction of its

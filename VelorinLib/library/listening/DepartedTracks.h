@@ -1,0 +1,55 @@
+// What the listener did to a track, kept while the track has no row.
+//
+// Parked are plays, skips, rating, bookmarks, time-coded lyrics, the rows of the history and the
+// places in playlists, together with what the track is known by. A pin of the track stays among the
+// pins, under the old id, and so does the mark of a favourite; the succession of ids that is noted
+// when the track comes back leads both to the new one.
+//
+// Everything here runs inside a write of the caller. Failures throw VelorinDatabaseError.
+#pragma once
+
+#include <span>
+
+#include "library/listening/PlaylistPlaces.h"
+#include "records/Track.h"
+
+namespace velorin {
+
+/// Parks those of these tracks that the listener did anything to; before their rows are deleted.
+/// At most sqlite::kSliceSize ids.
+void parkTracks(sqlite::Writer& writer, std::span<const std::int64_t> ids);
+/// The same for all tracks of the library.
+void parkAllTracks(sqlite::Writer& writer);
+
+/// Drops all that is parked, pins and successions included.
+void forgetDeparted(sqlite::Writer& writer);
+
+/// Gives what is parked under an id to a row: counters add up, a rating, bookmarks and lyrics that
+/// the row has stay, the history moves. The places in playlists go to `places`, whose settle() the
+/// caller calls in the same transaction.
+void giveBack(sqlite::Writer& writer, std::int64_t departedId, std::int64_t trackId,
+              PlaylistPlaces& places);
+
+/// Gives new rows what is parked for the same file and CUE start. For one transaction; costs
+/// nothing measurable while nothing is parked, else a look-up for each row.
+///
+/// A file that took over the path of another one is told apart by its length: where the two differ
+/// by more than kSameRecording, what is parked is left for the search by sound.
+class ReturningTracks {
+ public:
+  static constexpr double kSameRecording = 2.0;  ///< seconds
+
+  explicit ReturningTracks(sqlite::Writer& writer);
+
+  /// A row was inserted.
+  void arrived(std::int64_t id, const Track& track);
+  /// At the end of the transaction: puts the tracks back into their playlists.
+  void settle() { _places.settle(); }
+
+ private:
+  sqlite::Writer& _writer;
+  bool _anyParked;
+  PlaylistPlaces _places;
+};
+
+}  // namespace velorin
