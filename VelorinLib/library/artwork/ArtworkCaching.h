@@ -10,12 +10,14 @@
 namespace velorin {
 
 class ArtworkCacheManager;
+class Preferences;
 
 /// The step after each scan. Reads neither picture nor audio file of an album that has its cached
 /// picture. Any thread, one at a time; blocks for the disk.
 class ArtworkCaching {
  public:
   using UpdateStatus = std::function<void(const std::string& text)>;
+  /// Also asked by the threads that work for it.
   using IsCancelled = std::function<bool()>;
 
   /// Both outlive it.
@@ -26,7 +28,20 @@ class ArtworkCaching {
   /// be read is left for the next scan. Returns the number of albums that got a picture.
   std::size_t cacheArtwork(const UpdateStatus& updateStatus, const IsCancelled& isCancelled) const;
 
+  /// The same once per installation, for a library from before there was a cache: at start-up, when
+  /// no scan is needed, on a thread of the background. Does nothing when the preference
+  /// "ArtworkCacheWarmedUp" is true, and sets it when it came to the end.
+  void warmUp(Preferences& preferences, const IsCancelled& isCancelled) const;
+
  private:
+  struct Outcome {
+    std::size_t cached = 0;
+    bool isComplete = false;  ///< neither cancelled nor without its database
+    double seconds = 0;
+  };
+
+  Outcome fill(const IsCancelled& isCancelled) const;
+
   const DatabaseHandle& _database;
   ArtworkCacheManager& _cache;
 };
