@@ -3,10 +3,8 @@
 #include <taglib/aifffile.h>
 #include <taglib/apeproperties.h>
 #include <taglib/asfproperties.h>
-#include <taglib/fileref.h>
 #include <taglib/flacproperties.h>
 #include <taglib/mp4properties.h>
-#include <taglib/tpropertymap.h>
 #include <taglib/trueaudioproperties.h>
 #include <taglib/wavfile.h>
 #include <taglib/wavpackfile.h>
@@ -15,7 +13,7 @@
 #include <cmath>
 
 #include "foundation/Text.h"
-#include "library/metadata/DsfFile.h"
+#include "library/metadata/TagAccess.h"
 #include "library/metadata/TagStream.h"
 
 namespace velorin {
@@ -121,12 +119,10 @@ std::optional<TaggedFile> readFileOf(const std::string& path, bool withPropertie
   // The tag library is given foreign bytes: what it throws over them is as good as no tags.
   try {
     TagStream stream(std::move(file).value(), path);
-    const bool isDsf = text::fileExtension(stream.name()) == "dsf";
-    const TagLib::FileRef reference =
-        isDsf ? TagLib::FileRef(new DsfFile(&stream)) : TagLib::FileRef(&stream, withProperties);
-    if (reference.isNull() || !reference.file()->isValid()) return std::nullopt;
+    const TagLib::FileRef reference = openTags(stream, withProperties);
+    if (!isOpen(reference)) return std::nullopt;
     TaggedFile result;
-    result.tags = fieldsOf(reference.file()->properties());
+    result.tags = fieldsOf(tagProperties(*reference.file()));
     if (withProperties) result.properties = propertiesOf(reference.audioProperties());
     return result;
   } catch (const std::exception&) {

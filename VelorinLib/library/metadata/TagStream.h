@@ -24,6 +24,7 @@ class TagStream final : public TagLib::IOStream {
   static constexpr std::size_t kWindowBytes = 16 * 1024;
   static constexpr std::uint64_t kMostBytes = 512ULL << 20;
 
+  /// The path is that by which the kind of the file is told, see tagFileName.
   TagStream(RegularFile file, const std::string& path);
 
   TagLib::FileName name() const override { return _name.c_str(); }

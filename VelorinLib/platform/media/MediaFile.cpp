@@ -1,6 +1,7 @@
 #include "platform/media/MediaFile.h"
 
 #include <array>
+#include <cstring>
 #include <mutex>
 
 #include "foundation/Log.h"
@@ -28,6 +29,34 @@ void silence() {
   std::call_once(once, [] { av_log_set_callback(logAsDebug); });
 }
 
+std::uint32_t littleEndian(const std::byte* bytes) {
+  return std::to_integer<std::uint32_t>(bytes[0]) | std::to_integer<std::uint32_t>(bytes[1]) << 8 |
+         std::to_integer<std::uint32_t>(bytes[2]) << 16 |
+         std::to_integer<std::uint32_t>(bytes[3]) << 24;
+}
+
+/// The size without the ID3v1 and APEv2 tags at the end, which some demuxers take for sound.
+std::uint64_t sizeWithoutTags(const RegularFile& file) {
+  constexpr std::size_t kId3Bytes = 128;
+  constexpr std::size_t kFooterBytes = 32;
+  std::uint64_t size = file.size();
+  std::array<std::byte, kId3Bytes> tail{};
+  if (size > kId3Bytes && file.read(size - kId3Bytes, tail) == kId3Bytes &&
+      std::memcmp(tail.data(), "TAG", 3) == 0) {
+    size -= kId3Bytes;
+  }
+  const auto footer = std::span(tail).first(kFooterBytes);
+  if (size > kFooterBytes && file.read(size - kFooterBytes, footer) == kFooterBytes &&
+      std::memcmp(footer.data(), "APETAGEX", 8) == 0) {
+    // Size of items and footer; the top bit of the flags tells of a header as long as the footer.
+    const bool hasHeader = (littleEndian(footer.data() + 20) & 0x80000000U) != 0;
+    const std::uint64_t tag =
+        std::uint64_t{littleEndian(footer.data() + 12)} + (hasHeader ? kFooterBytes : 0);
+    if (tag >= kFooterBytes && tag < size) size -= tag;
+  }
+  return size;
+}
+
 int refuse(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) {
   return AVERROR(EACCES);
 }
@@ -39,6 +68,11 @@ MediaError mediaError(const char* what, int code) {
   av_strerror(code, text.data(), text.size());
   return {fmt::format("{}: {}", what, text.data())};
 }
+
+MediaFile::MediaFile(RegularFile file)
+    : _file(std::move(file)),
+      _size(sizeWithoutTags(_file)),
+      _bytesLeft(2 * _file.size() + (64U << 20)) {}
 
 Result<std::unique_ptr<MediaFile>, MediaError> MediaFile::open(const std::string& path) {
   silence();
@@ -87,7 +121,8 @@ MediaFile::~MediaFile() {
 
 int MediaFile::read(void* self, std::uint8_t* buffer, int size) {
   auto& media = *static_cast<MediaFile*>(self);
-  const auto wanted = std::min<std::uint64_t>(static_cast<std::uint64_t>(size), media._bytesLeft);
+  const std::uint64_t left = media._size - std::min(media._size, media._position);
+  const auto wanted = std::min({static_cast<std::uint64_t>(size), left, media._bytesLeft});
   const std::size_t got = media._file.read(
       media._position, std::as_writable_bytes(std::span(buffer, static_cast<std::size_t>(wanted))));
   if (got == 0) return AVERROR_EOF;
@@ -98,7 +133,7 @@ int MediaFile::read(void* self, std::uint8_t* buffer, int size) {
 
 std::int64_t MediaFile::seek(void* self, std::int64_t offset, int whence) {
   auto& media = *static_cast<MediaFile*>(self);
-  const auto size = static_cast<std::int64_t>(media._file.size());
+  const auto size = static_cast<std::int64_t>(media._size);
   std::int64_t base = 0;
   switch (whence & ~AVSEEK_FORCE) {
     case AVSEEK_SIZE:

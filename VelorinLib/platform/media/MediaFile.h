@@ -39,13 +39,14 @@ class MediaFile {
   AVStream& audio() noexcept { return *_audio; }
 
  private:
-  explicit MediaFile(RegularFile file) : _file(std::move(file)) {}
+  explicit MediaFile(RegularFile file);
   static int read(void* self, std::uint8_t* buffer, int size);
   static std::int64_t seek(void* self, std::int64_t offset, int whence);
 
   const RegularFile _file;
+  const std::uint64_t _size;  // without tags behind the sound
   std::uint64_t _position = 0;
-  std::uint64_t _bytesLeft = 512ULL << 20;
+  std::uint64_t _bytesLeft;
   AVIOContext* _io = nullptr;
   AVFormatContext* _context = nullptr;
   AVStream* _audio = nullptr;

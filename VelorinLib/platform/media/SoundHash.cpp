@@ -1,16 +1,12 @@
 #include "platform/media/SoundHash.h"
 
-extern "C" {
-#include <libavutil/mem.h>
-#include <libavutil/murmur3.h>
-}
-
 #include <array>
 #include <cmath>
 #include <cstring>
 #include <vector>
 
 #include "platform/media/MediaFile.h"
+#include "platform/media/Murmur.h"
 
 namespace velorin {
 namespace {
@@ -76,20 +72,12 @@ bool samplesOf(const AVFrame& frame, std::vector<std::int32_t>& out) {
 /// Takes interleaved samples in pieces of any size until it has enough.
 class Hasher {
  public:
-  Hasher() : _state(av_murmur3_alloc()) {}
-  ~Hasher() { av_free(_state); }
-  Hasher(const Hasher&) = delete;
-  Hasher& operator=(const Hasher&) = delete;
-
-  explicit operator bool() const { return _state != nullptr; }
-
   void begin(int sampleRate, int channels) {
     _channels = static_cast<std::size_t>(channels);
     _silenceLeft = std::uint64_t{kSkippedSilence} * static_cast<unsigned>(sampleRate) * _channels;
     _soundLeft = std::uint64_t{kHashedSeconds} * static_cast<unsigned>(sampleRate) * _channels;
     const std::array<std::int32_t, 2> shape = {sampleRate, channels};
-    av_murmur3_init(_state);
-    update(shape);
+    _hash.update(std::as_bytes(std::span(shape)));
   }
 
   /// False when it wants no more.
@@ -107,28 +95,17 @@ class Hasher {
       samples = samples.subspan(silent);
     }
     const auto count = std::min<std::uint64_t>(samples.size(), _soundLeft);
-    update(samples.first(static_cast<std::size_t>(count)));
+    _hash.update(std::as_bytes(samples.first(static_cast<std::size_t>(count))));
     _soundLeft -= count;
     return _soundLeft > 0;
   }
 
   bool heardSound() const { return _heard; }
 
-  SoundHash finish() {
-    std::array<std::uint8_t, 16> digest{};
-    av_murmur3_final(_state, digest.data());
-    SoundHash hash;
-    for (const std::uint8_t byte : digest) hash.hex += fmt::format("{:02x}", byte);
-    return hash;
-  }
+  SoundHash finish() { return {_hash.finish()}; }
 
  private:
-  void update(std::span<const std::int32_t> samples) {
-    av_murmur3_update(_state, reinterpret_cast<const std::uint8_t*>(samples.data()),
-                      samples.size_bytes());
-  }
-
-  AVMurMur3* _state;
+  media::Murmur _hash;
   std::size_t _channels = 1;
   std::uint64_t _silenceLeft = 0;  // samples of all channels
   std::uint64_t _soundLeft = 0;
@@ -201,7 +178,6 @@ Result<SoundHash, MediaError> hashSound(const std::string& path) {
   if (!reader) return reader.error();
 
   Hasher hasher;
-  if (!hasher) return MediaError{"not enough memory"};
   std::vector<std::int32_t> samples;
   int channels = 0;
   while (const AVFrame* frame = reader.value()->next()) {
