@@ -17,9 +17,6 @@ extern "C" {
 namespace velorin::images {
 namespace {
 
-/// Keeps FFmpeg's own lines off the terminal.
-constexpr int kQuiet = 1000;
-
 struct FreeContext {
   void operator()(AVCodecContext* context) const { ::avcodec_free_context(&context); }
 };
@@ -73,6 +70,8 @@ int allocateFrame(AVCodecContext* context, AVFrame* frame, int flags) {
 }
 
 Result<Frame, ImageError> decodeFrame(const AVPacket& packet, AVCodecID id, FrameBudget& budget) {
+  // Its own lines do not belong on the terminal; ours says what is wrong.
+  [[maybe_unused]] static const bool isQuiet = (::av_log_set_level(AV_LOG_QUIET), true);
   const AVCodec* codec = ::avcodec_find_decoder(id);
   if (codec == nullptr) return ImageError{"FFmpeg cannot read this format here"};
   const std::unique_ptr<AVCodecContext, FreeContext> context(::avcodec_alloc_context3(codec));
@@ -81,8 +80,7 @@ Result<Frame, ImageError> decodeFrame(const AVPacket& packet, AVCodecID id, Fram
   context->opaque = &budget;
   context->get_buffer2 = allocateFrame;
   context->thread_count = 1;
-  context->log_level_offset = kQuiet;
-  context->err_recognition = AV_EF_EXPLODE;
+  context->thread_type = FF_THREAD_SLICE;
   // A byte per pixel is the least that a decoder keeps of its own.
   context->max_pixels = static_cast<std::int64_t>(budget.allowed);
   int code = ::avcodec_open2(context.get(), codec, nullptr);
