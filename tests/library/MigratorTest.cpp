@@ -120,6 +120,7 @@ departedTracks
   filePath TEXT not null
   cueStartTime DOUBLE
   fileSize INTEGER
+  lastModified DATETIME
   duration DOUBLE not null
   title TEXT not null
   artistName TEXT not null
@@ -133,6 +134,7 @@ departedTracks
   soundFileSize INTEGER
   soundLastModified DATETIME
   departedAt DATETIME not null
+  lastId INTEGER not null
   searchedUpTo INTEGER not null default 0
   index idx_departedTracks_filePath filePath,cueStartTime
   index idx_departedTracks_searchedUpTo searchedUpTo
@@ -262,10 +264,11 @@ tracks
   index idx_tracks_filePath_cue filePath,cueStartTime
   index idx_tracks_genre genre
   index idx_tracks_lastModified lastModified
-  index idx_tracks_listened fileSize,lastModified
+  index idx_tracks_listened id
 trackSounds
   trackId INTEGER key 1 of tracks.id CASCADE
   soundHash TEXT
+  duration DOUBLE not null
   fileSize INTEGER
   lastModified DATETIME
 trackSuccessions
@@ -273,8 +276,6 @@ trackSuccessions
   oldId INTEGER not null
   newId INTEGER not null
   happenedAt DATETIME not null
-  isApplied INTEGER not null default 0
-  index idx_trackSuccessions_isApplied isApplied
   index idx_trackSuccessions_oldId oldId
 trackWaveform
   trackId INTEGER key 1 of tracks.id CASCADE

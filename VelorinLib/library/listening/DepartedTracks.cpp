@@ -7,14 +7,17 @@ namespace {
 
 using sqlite::Writer;
 
+/// With the id to park under, the tracks, and which of them.
 constexpr const char* kParkTracks = R"(
 INSERT INTO departedTracks (
-    trackId, filePath, cueStartTime, fileSize, duration, title, artistName, albumTitle, totalPlays,
-    totalSkips, rating, bookmarks, syncedLyrics, soundHash, soundFileSize, soundLastModified,
-    departedAt)
-SELECT t.id, t.filePath, t.cueStartTime, t.fileSize, t.duration, t.title, COALESCE(ar.name, ''),
-       COALESCE(al.title, ''), t.totalPlays, t.totalSkips, t.rating, t.bookmarks, t.syncedLyrics,
-       s.soundHash, s.fileSize, s.lastModified, ?
+    trackId, filePath, cueStartTime, fileSize, lastModified, duration, title, artistName,
+    albumTitle, totalPlays, totalSkips, rating, bookmarks, syncedLyrics, soundHash, soundFileSize,
+    soundLastModified, departedAt, lastId)
+SELECT {}, t.filePath, t.cueStartTime, t.fileSize, t.lastModified,
+       CASE WHEN s.soundHash IS NULL THEN t.duration ELSE s.duration END, t.title,
+       COALESCE(ar.name, ''), COALESCE(al.title, ''), t.totalPlays, t.totalSkips, t.rating,
+       t.bookmarks, t.syncedLyrics, s.soundHash, s.fileSize, s.lastModified, ?,
+       COALESCE((SELECT seq FROM sqlite_sequence WHERE name = 'tracks'), 0)
 FROM tracks t
 LEFT JOIN albums al ON al.id = t.albumId
 LEFT JOIN artists ar ON ar.id = t.artistId
@@ -31,46 +34,89 @@ WHERE {} AND (
 
 constexpr const char* kParkHistory = R"(
 INSERT INTO departedHistory (id, trackId, playedAt, duration, skipped)
-SELECT id, trackId, playedAt, duration, skipped FROM playbackHistory WHERE {})";
+SELECT id, {}, playedAt, duration, skipped FROM playbackHistory WHERE {})";
 
 constexpr const char* kParkPlaces = R"(
 INSERT INTO departedPlaces (trackId, playlistId, position, createdAt)
-SELECT trackId, playlistId, position, createdAt FROM playlist_tracks WHERE {})";
+SELECT {}, playlistId, position, createdAt FROM playlist_tracks WHERE {})";
 
-std::string where(const char* statement, const std::string& condition) {
-  return fmt::format(fmt::runtime(statement), condition);
+/// Parks tracks under an id, an SQL expression over "t.id" or "trackId". `some` ends in a condition
+/// on it, such as " IN (?)".
+template <class... Arguments>
+void park(Writer& writer, std::string_view under, const std::string& some,
+          const Arguments&... arguments) {
+  const auto statement = [&](const char* text, std::string_view id) {
+    const std::string key = under.empty() ? std::string(id) : std::string(under);
+    return fmt::format(fmt::runtime(text), key,
+                       some.empty() ? "TRUE" : fmt::format("{}{}", id, some));
+  };
+  const auto parked =
+      writer.run(statement(kParkTracks, "t.id"), std::chrono::system_clock::now(), arguments...);
+  if (parked == 0) return;
+  writer.run(statement(kParkHistory, "trackId"), arguments...);
+  writer.run(statement(kParkPlaces, "trackId"), arguments...);
 }
 
 bool anyParked(sqlite::Reader& reader) {
   return reader.first<int>("SELECT 1 FROM departedTracks LIMIT 1").has_value();
 }
 
+/// What names the track by its id follows it: its pin now, the mark of a favourite when the
+/// successions are applied.
+void succeed(Writer& writer, std::int64_t oldId, std::int64_t newId) {
+  writer.run(R"(
+UPDATE OR REPLACE pinnedItems SET referenceId = CAST(? AS TEXT)
+WHERE type = 'song' AND referenceId = CAST(? AS TEXT))",
+             newId, oldId);
+  writer.run("INSERT INTO trackSuccessions (oldId, newId, happenedAt) VALUES (?, ?, ?)", oldId,
+             newId, std::chrono::system_clock::now());
+}
+
 }  // namespace
 
 void parkTracks(Writer& writer, std::span<const std::int64_t> ids) {
-  const std::string list = " IN (" + sqlite::placeholders(ids.size()) + ")";
-  const auto parked =
-      writer.run(where(kParkTracks, "t.id" + list), std::chrono::system_clock::now(), ids);
-  if (parked == 0) return;
-  writer.run(where(kParkHistory, "trackId" + list), ids);
-  writer.run(where(kParkPlaces, "trackId" + list), ids);
+  park(writer, "", fmt::format(" IN ({})", sqlite::placeholders(ids.size())), ids);
 }
 
 void parkAllTracks(Writer& writer) {
-  writer.run(where(kParkTracks, "TRUE"), std::chrono::system_clock::now());
-  writer.run(where(kParkHistory, "TRUE"));
-  writer.run(where(kParkPlaces, "TRUE"));
+  park(writer, "", "");
+}
+
+std::optional<std::int64_t> parkBesideRow(Writer& writer, std::int64_t trackId) {
+  const auto under = *writer.first<std::int64_t>(
+      "SELECT MIN(COALESCE(MIN(trackId), 0), 0) - 1 FROM departedTracks");
+  park(writer, std::to_string(under), " = ?", trackId);
+  if (!writer.first<int>("SELECT 1 FROM departedTracks WHERE trackId = ?", under)) {
+    return std::nullopt;
+  }
+  writer.run("UPDATE departedTracks SET syncedLyrics = NULL WHERE trackId = ?", under);
+  writer.run("DELETE FROM playbackHistory WHERE trackId = ?", trackId);
+  writer.run("DELETE FROM playlist_tracks WHERE trackId = ?", trackId);
+  writer.run(R"(
+UPDATE tracks SET totalPlays = 0, totalSkips = 0, rating = NULL, bookmarks = NULL WHERE id = ?)",
+             trackId);
+  succeed(writer, trackId, under);
+  return under;
 }
 
 void forgetDeparted(Writer& writer) {
   for (const char* table : {"departedHistory", "departedPlaces", "departedTracks", "departedPins",
                             "favoriteTracks", "trackSuccessions"}) {
-    writer.run(std::string("DELETE FROM ") + table);
+    writer.run(fmt::format("DELETE FROM {}", table));
   }
 }
 
-void giveBack(Writer& writer, std::int64_t departedId, std::int64_t trackId,
+void giveBack(Writer& writer, std::int64_t departedId, std::int64_t trackId, Sound sound,
               PlaylistPlaces& places) {
+  if (sound == Sound::same) {
+    // With the state of the file that it was found in: where the file was written since, it is
+    // listened to again.
+    writer.run(R"(
+INSERT OR IGNORE INTO trackSounds (trackId, soundHash, duration, fileSize, lastModified)
+SELECT ?, soundHash, duration, soundFileSize, soundLastModified FROM departedTracks
+WHERE trackId = ? AND soundHash IS NOT NULL)",
+               trackId, departedId);
+  }
   writer.run(R"(
 UPDATE tracks SET
     totalPlays = tracks.totalPlays + gone.totalPlays,
@@ -93,17 +139,7 @@ SELECT id, ?, playedAt, duration, skipped FROM departedHistory WHERE trackId = ?
                    {row.get<std::int64_t>(1), trackId, row.get<std::string>(2)});
       },
       departedId);
-  writer.run(R"(
-INSERT OR IGNORE INTO trackSounds (trackId, soundHash, fileSize, lastModified)
-SELECT ?, soundHash, soundFileSize, soundLastModified FROM departedTracks
-WHERE trackId = ? AND soundHash IS NOT NULL)",
-             trackId, departedId);
-  writer.run(R"(
-UPDATE OR REPLACE pinnedItems SET referenceId = CAST(? AS TEXT)
-WHERE type = 'song' AND referenceId = CAST(? AS TEXT))",
-             trackId, departedId);
-  writer.run("INSERT INTO trackSuccessions (oldId, newId, happenedAt) VALUES (?, ?, ?)", departedId,
-             trackId, std::chrono::system_clock::now());
+  succeed(writer, departedId, trackId);
   writer.run("DELETE FROM departedTracks WHERE trackId = ?", departedId);
 }
 
@@ -120,7 +156,9 @@ WHERE filePath = ? AND cueStartTime IS ?
 ORDER BY trackId)",
                                                    track.filePath, track.cueStartTime,
                                                    track.duration, kSameRecording, track.duration);
-  for (const std::int64_t departedId : parked) giveBack(_writer, departedId, id, _places);
+  for (const std::int64_t departedId : parked) {
+    giveBack(_writer, departedId, id, Sound::same, _places);
+  }
 }
 
 }  // namespace velorin

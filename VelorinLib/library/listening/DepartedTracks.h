@@ -21,13 +21,21 @@ void parkTracks(sqlite::Writer& writer, std::span<const std::int64_t> ids);
 /// The same for all tracks of the library.
 void parkAllTracks(sqlite::Writer& writer);
 
+/// Takes what the listener did from a track whose file holds other audio now, and parks it under an
+/// id below 0, which is returned; empty when there was nothing. The row stays, and so do the
+/// lyrics, which may be those of the new audio.
+std::optional<std::int64_t> parkBesideRow(sqlite::Writer& writer, std::int64_t trackId);
+
 /// Drops all that is parked, pins and successions included.
 void forgetDeparted(sqlite::Writer& writer);
+
+/// Whether a row's file is taken to hold the sound that was known of the departed track.
+enum class Sound { same, other };
 
 /// Gives what is parked under an id to a row: counters add up, a rating, bookmarks and lyrics that
 /// the row has stay, the history moves. The places in playlists go to `places`, whose settle() the
 /// caller calls in the same transaction.
-void giveBack(sqlite::Writer& writer, std::int64_t departedId, std::int64_t trackId,
+void giveBack(sqlite::Writer& writer, std::int64_t departedId, std::int64_t trackId, Sound sound,
               PlaylistPlaces& places);
 
 /// Gives new rows what is parked for the same file and CUE start. For one transaction; costs

@@ -2,35 +2,52 @@
 //
 // A file that was edited, moved or renamed leaves the library and comes back as a new row. Its
 // plays, skips, rating, bookmarks, history, places in playlists, pins and the mark of a favourite
-// are kept when the row goes, in the same transaction, and given to the row that stands for the
-// same file (path and CUE start) as soon as that row is made. What is left then finds its track by
-// its sound: duration and a hash of the first decoded seconds.
+// are kept when the row goes, in the same transaction (DepartedTracks.h), and given to the row that
+// stands for the same file (path and CUE start) as soon as that row is made. What is left then
+// finds its track by its sound: duration and a hash of the first decoded seconds (SoundSearch.h).
 #pragma once
 
 #include <functional>
 
 #include "library/DatabaseHandle.h"
+#include "library/listening/TrackSounds.h"
 
 namespace velorin {
 
 class Preferences;
 
-/// Any thread but the render thread, one at a time. Both outlive it.
+/// Any thread but the render thread, one at a time. Both outlive it. A failure of the database is
+/// logged, and what it kept from happening is tried again after the next scan.
 class ListeningKeeper {
  public:
-  ListeningKeeper(const DatabaseHandle& database, Preferences& preferences)
-      : _database(database), _preferences(preferences) {}
+  /// With the hash of platform/media/SoundHash.h.
+  ListeningKeeper(const DatabaseHandle& database, Preferences& preferences);
+  ListeningKeeper(const DatabaseHandle& database, Preferences& preferences,
+                  TrackSounds::HashSound hashSound)
+      : _database(database), _preferences(preferences), _hashSound(std::move(hashSound)) {}
+
+  /// The step before each scan, and before a music folder is removed: tells the library which
+  /// tracks are favourites, which it cannot know otherwise. Short.
+  void beforeScan() const;
 
   /// The step after each scan: finds by their sound the tracks that moved, gives the preference
   /// "favoriteTrackIds" the ids of rows that came back, and hashes the sound of tracks that the
-  /// listener did something to, so that they can be found when they move. Decodes a few seconds
-  /// of each file concerned; stops early, without loss, when isCancelled says so. A failure is
-  /// logged and tried again after the next scan.
+  /// listener did something to, so that they can be found when they move.
+  ///
+  /// Decodes a few seconds of each file concerned, of kDecodedPerScan files at most, and goes on
+  /// after the next scan; stops early, without loss, when isCancelled says so.
   void afterScan(const std::function<bool()>& isCancelled) const;
 
+  static constexpr std::size_t kDecodedPerScan = 1000;  ///< to find tracks
+  static constexpr std::size_t kLearntPerScan = 250;    ///< to be able to find them later
+
  private:
+  void find(TrackSounds& sounds, const std::function<bool()>& isCancelled) const;
+  void learn(TrackSounds& sounds, const std::function<bool()>& isCancelled) const;
+
   const DatabaseHandle& _database;
   Preferences& _preferences;
+  TrackSounds::HashSound _hashSound;
 };
 
 }  // namespace velorin

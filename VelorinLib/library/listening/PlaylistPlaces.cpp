@@ -43,11 +43,12 @@ void squeezeIn(sqlite::Writer& writer, std::int64_t playlistId, std::vector<Plac
   std::int64_t next = places.front().position;
   auto place = places.begin();
   for (const PlaylistEntry& entry : playlistEntries(writer, playlistId, next)) {
-    for (; place != places.end() && place->position <= entry.position; ++place) {
+    std::int64_t to = std::max(entry.position, next);
+    for (; place != places.end() && place->position <= to; ++place) {
       place->position = std::max(place->position, next);
       next = place->position + 1;
+      to = std::max(to, next);
     }
-    const std::int64_t to = std::max(entry.position, next);
     if (to != entry.position) moves.push_back({entry.id, to});
     next = to + 1;
   }

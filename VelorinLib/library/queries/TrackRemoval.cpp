@@ -155,9 +155,9 @@ void TrackRemoval::clearLibrary() const {
     emptyWithDependents(writer, "artists");
     emptyWithDependents(writer, "playlists");
     forgetDeparted(writer);
-    for (const char* table : {"pinnedItems", "sqlite_sequence"}) {
-      writer.run(std::string("DELETE FROM ") + table);
-    }
+    writer.run("DELETE FROM pinnedItems");
+    // The preferences know how many successions of ids they have followed.
+    writer.run("DELETE FROM sqlite_sequence WHERE name != 'trackSuccessions'");
   });
 }
 

@@ -3,7 +3,8 @@
 namespace velorin::schema {
 
 // "trackId" of a departed track is the id of the row that went. It is below 0 where that row is
-// still there but its file holds other audio now.
+// still there but its file holds other audio now. "lastId" is the highest id that any
+// track had had by then, "searchedUpTo" the highest of those that it was compared with since.
 //
 // What was found out about a sound stands beside the size and date that its file had then: where
 // the track's own are others, the file was written since. A sound without a hash could not be read.
@@ -16,6 +17,7 @@ CREATE TABLE departedTracks (
     filePath TEXT NOT NULL,
     cueStartTime DOUBLE,
     fileSize INTEGER,
+    lastModified DATETIME,
     duration DOUBLE NOT NULL,
     title TEXT NOT NULL,
     artistName TEXT NOT NULL,
@@ -29,6 +31,7 @@ CREATE TABLE departedTracks (
     soundFileSize INTEGER,
     soundLastModified DATETIME,
     departedAt DATETIME NOT NULL,
+    lastId INTEGER NOT NULL,
     searchedUpTo INTEGER NOT NULL DEFAULT 0
 );
 CREATE INDEX idx_departedTracks_filePath ON departedTracks(filePath, cueStartTime);
@@ -63,18 +66,17 @@ CREATE TABLE trackSuccessions (
     id INTEGER PRIMARY KEY AUTOINCREMENT,
     oldId INTEGER NOT NULL,
     newId INTEGER NOT NULL,
-    happenedAt DATETIME NOT NULL,
-    isApplied INTEGER NOT NULL DEFAULT 0
+    happenedAt DATETIME NOT NULL
 );
 CREATE INDEX idx_trackSuccessions_oldId ON trackSuccessions(oldId);
-CREATE INDEX idx_trackSuccessions_isApplied ON trackSuccessions(isApplied);
 CREATE TABLE trackSounds (
     trackId INTEGER PRIMARY KEY REFERENCES tracks(id) ON DELETE CASCADE,
     soundHash TEXT,
+    duration DOUBLE NOT NULL,
     fileSize INTEGER,
     lastModified DATETIME
 );
-CREATE INDEX idx_tracks_listened ON tracks(fileSize, lastModified)
+CREATE INDEX idx_tracks_listened ON tracks(id)
 WHERE totalPlays > 0 OR totalSkips > 0 OR rating IS NOT NULL OR bookmarks IS NOT NULL;
 )");
 }

@@ -1,0 +1,61 @@
+#include "library/listening/ListeningKeeper.h"
+
+#include "foundation/Log.h"
+#include "library/listening/FavoriteMarks.h"
+#include "library/listening/SoundSearch.h"
+#include "platform/media/SoundHash.h"
+
+namespace velorin {
+namespace {
+
+std::optional<std::string> hashOf(const std::string& path) {
+  auto hash = hashSound(path);
+  if (!hash) return std::nullopt;
+  return std::move(hash.value().hex);
+}
+
+template <class Step>
+void logged(const char* what, Step&& step) {
+  try {
+    step();
+  } catch (const VelorinDatabaseError& error) {
+    log::line("❌ {}: {}", what, error.message);
+  }
+}
+
+}  // namespace
+
+ListeningKeeper::ListeningKeeper(const DatabaseHandle& database, Preferences& preferences)
+    : ListeningKeeper(database, preferences, &hashOf) {}
+
+void ListeningKeeper::beforeScan() const {
+  logged("Favourites could not be noted", [&] { noteFavorites(_database, _preferences); });
+}
+
+void ListeningKeeper::afterScan(const std::function<bool()>& isCancelled) const {
+  TrackSounds sounds(_database, _hashSound);
+  logged("Moved tracks could not be looked for", [&] { find(sounds, isCancelled); });
+  logged("Favourites could not be brought up to date", [&] {
+    followSuccessions(_database, _preferences);
+    noteFavorites(_database, _preferences);
+  });
+  logged("The sound of tracks could not be noted", [&] { learn(sounds, isCancelled); });
+}
+
+void ListeningKeeper::find(TrackSounds& sounds, const std::function<bool()>& isCancelled) const {
+  // First the files that were written: what they held before may be elsewhere now.
+  for (const auto& track : sounds.listened(kDecodedPerScan).outdated) {
+    if (isCancelled()) return;
+    sounds.learn(track);
+  }
+  SoundSearch(_database, sounds, isCancelled).run(sounds.decoded() + kDecodedPerScan);
+}
+
+void ListeningKeeper::learn(TrackSounds& sounds, const std::function<bool()>& isCancelled) const {
+  for (const auto& track : sounds.listened(kLearntPerScan).unknown) {
+    if (isCancelled()) return;
+    sounds.learn(track);
+  }
+}
+
+}  // namespace velorin
