@@ -37,10 +37,6 @@ std::optional<std::string> cleanTag(std::string_view text) {
   return std::string(trimmed);
 }
 
-std::optional<std::string> cleanTag(const std::optional<std::string>& text) {
-  return text ? cleanTag(std::string_view(*text)) : std::nullopt;
-}
-
 std::optional<int> parseDateYear(std::string_view text) {
   // The year in front is the first group there is, so that one pass serves both rules.
   for (std::size_t i = 0; i + 4 <= text.size(); ++i) {
