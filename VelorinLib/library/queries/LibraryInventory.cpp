@@ -1,7 +1,11 @@
 #include "library/queries/LibraryInventory.h"
 
+#include <fmt/format.h>
+
 #include <array>
 #include <charconv>
+
+#include "library/queries/FileStamp.h"
 
 namespace velorin {
 
@@ -21,6 +25,18 @@ std::string libraryKey(std::string_view path, std::optional<double> cueStartTime
   if (text.find('.') == std::string_view::npos) key += ".0";
   return key;
 }
+
+namespace {
+
+constexpr std::string_view kStamps =
+    "SELECT filePath, fileSize, lastModified FROM tracks WHERE fileSize > 0";
+
+void tellStamp(const sqlite::Row& row, const LibraryInventory::UseStamp& use) {
+  use(row.get<std::string_view>(0),
+      fileStamp(row.get<std::int64_t>(1), row.get<std::optional<sqlite::TimePoint>>(2)));
+}
+
+}  // namespace
 
 PathTable LibraryInventory::existingKeys() const {
   return _database.read([](Reader& reader) {
@@ -53,6 +69,23 @@ PathTable LibraryInventory::existingFileSizes() const {
       sizes.insert(tracks.get<std::string_view>(0), false, tracks.get<std::int64_t>(1));
     }
     return sizes;
+  });
+}
+
+void LibraryInventory::existingFileStamps(const UseStamp& use) const {
+  _database.read([&](Reader& reader) {
+    reader.each(kStamps, [&](const sqlite::Row& row) { tellStamp(row, use); });
+  });
+}
+
+void LibraryInventory::existingFileStamps(const std::vector<std::string>& paths,
+                                          const UseStamp& use) const {
+  _database.read([&](Reader& reader) {
+    sqlite::forEachSlice(paths, [&](std::span<const std::string> slice) {
+      reader.each(
+          fmt::format("{} AND filePath IN ({})", kStamps, sqlite::placeholders(slice.size())),
+          [&](const sqlite::Row& row) { tellStamp(row, use); }, slice);
+    });
   });
 }
 

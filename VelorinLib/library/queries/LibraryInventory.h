@@ -1,9 +1,11 @@
 // What the library holds already, for a scan to compare with what it finds.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "library/DatabaseHandle.h"
 #include "library/queries/PathTable.h"
@@ -25,6 +27,15 @@ class LibraryInventory {
 
   /// The files with a known size of 1 byte or more, each with that size.
   PathTable existingFileSizes() const;
+
+  /// Takes a file's path, valid during the call, and its stamp, see FileStamp.h.
+  using UseStamp = std::function<void(std::string_view path, std::int64_t stamp)>;
+
+  /// Tells the stamps of all tracks whose file's size is known, a file with several tracks once
+  /// for each. Needs no memory, however many there are. `use` must not call the library.
+  void existingFileStamps(const UseStamp& use) const;
+  /// The same for the tracks of these files.
+  void existingFileStamps(const std::vector<std::string>& paths, const UseStamp& use) const;
 
  private:
   const DatabaseHandle& _database;

@@ -42,6 +42,30 @@ class PathTable {
     }
   }
 
+  /// Calls use(path) for each key, in the order in which they were added, until it returns false.
+  /// Returns what it returned last.
+  template <class Use>
+  bool forEachWhile(Use&& use) const {
+    std::string path;
+    for (const Entry& entry : _entries) {
+      path.assign(_folders[entry.folder]).append(nameOf(entry));
+      if (!use(std::string_view(path))) return false;
+    }
+    return true;
+  }
+
+  /// Calls use(path) for each key of a CUE track.
+  template <class Use>
+  void forEachCue(Use&& use) const {
+    std::string path;
+    for (const Entry& entry : _entries) {
+      if (entry.isCue == 0) continue;
+      path.assign(_folders[entry.folder]).append(nameOf(entry));
+      path.resize(path.rfind('|'));
+      use(std::string_view(path));
+    }
+  }
+
  private:
   struct Entry {
     const char* name;

@@ -1,6 +1,8 @@
 #include "library/scan/ScanState.h"
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 
 namespace velorin {
 
@@ -17,9 +19,28 @@ std::size_t batchSize(std::size_t batchesFlushed) noexcept {
 }
 
 ScanState::ScanState(Known known, FindArtwork findArtwork)
-    : _known(std::move(known)), _findArtwork(std::move(findArtwork)) {}
+    : _known(std::move(known)), _findArtwork(std::move(findArtwork)) {
+  _known.existingKeys.forEachCue([this](std::string_view path) { _hadCueTracks.emplace(path); });
+}
+
+bool ScanState::wasCueRead(const std::string& path) const {
+  return _known.processedCues.contains(path);
+}
+
+void ScanState::forgetCue(const std::string& path) {
+  const MutexLock lock(_lock);
+  _forgottenCues.insert(path);
+}
+
+bool ScanState::hadCueTracks(const std::string& audioPath) const {
+  return _hadCueTracks.contains(audioPath);
+}
 
 bool ScanState::isCueProcessed(const std::string& path, double modified) const {
+  {
+    const MutexLock lock(_lock);
+    if (_forgottenCues.contains(path)) return false;
+  }
   const auto entry = _known.processedCues.find(path);
   return entry != _known.processedCues.end() && std::abs(entry->second - modified) < 0.001;
 }
@@ -43,6 +64,14 @@ std::optional<std::vector<ScannedItem>> ScanState::append(ScannedItem item) {
   return std::exchange(_buffer, {});
 }
 
+std::optional<std::vector<ScannedItem>> ScanState::append(std::vector<ScannedItem> items) {
+  const MutexLock lock(_lock);
+  std::ranges::move(items, std::back_inserter(_buffer));
+  if (_buffer.size() < batchSize(_batchesFlushed)) return std::nullopt;
+  ++_batchesFlushed;
+  return std::exchange(_buffer, {});
+}
+
 std::vector<ScannedItem> ScanState::takeAll() {
   const MutexLock lock(_lock);
   return std::exchange(_buffer, {});
@@ -51,6 +80,11 @@ std::vector<ScannedItem> ScanState::takeAll() {
 void ScanState::claimForCue(std::string audioPath) {
   const MutexLock lock(_lock);
   _cueAudioFiles.insert(std::move(audioPath));
+}
+
+bool ScanState::takeCueTracksOf(const std::string& audioPath) {
+  const MutexLock lock(_lock);
+  return _cueTracksTaken.insert(audioPath).second;
 }
 
 bool ScanState::isClaimedByCue(const std::string& audioPath) const {

@@ -35,6 +35,12 @@ class ScanState {
 
   /// True when the sheet had this time, in seconds, when it was last read.
   bool isCueProcessed(const std::string& path, double modified) const;
+  /// True when the sheet was read by an earlier scan.
+  bool wasCueRead(const std::string& path) const;
+  /// The sheet is read again as if it were new.
+  void forgetCue(const std::string& path);
+  /// True when the library held CUE tracks of the audio file when the scan began.
+  bool hadCueTracks(const std::string& audioPath) const;
 
   /// The folder's cover. Each folder is searched once, or a few times when threads ask at once.
   std::optional<std::string> artwork(const std::string& folder);
@@ -42,19 +48,27 @@ class ScanState {
   /// Takes an item in. Returns the batch that it fills, or nothing. Batches are small at first, so
   /// that the first albums show up at once, and grow.
   std::optional<std::vector<ScannedItem>> append(ScannedItem item);
+  /// Takes items in that are stored in one batch or not at all, such as those of a CUE sheet.
+  std::optional<std::vector<ScannedItem>> append(std::vector<ScannedItem> items);
   /// What waits for the next batch.
   std::vector<ScannedItem> takeAll();
 
   /// A sheet claims its audio file, which is then no track of its own.
   void claimForCue(std::string audioPath);
+  /// True for the first sheet that brings the file's tracks: of two sheets of one file that are
+  /// read in one scan, only one counts.
+  bool takeCueTracksOf(const std::string& audioPath);
   bool isClaimedByCue(const std::string& audioPath) const;
   std::vector<std::string> cueAudioFiles() const;
 
  private:
   const Known _known;
   const FindArtwork _findArtwork;
+  std::unordered_set<std::string> _hadCueTracks;  ///< constant after construction
 
   mutable Mutex _lock;
+  std::unordered_set<std::string> _forgottenCues GUARDED_BY(_lock);
+  std::unordered_set<std::string> _cueTracksTaken GUARDED_BY(_lock);
   std::vector<ScannedItem> _buffer GUARDED_BY(_lock);
   std::size_t _batchesFlushed GUARDED_BY(_lock) = 0;
   std::unordered_set<std::string> _cueAudioFiles GUARDED_BY(_lock);
