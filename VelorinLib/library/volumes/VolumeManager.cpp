@@ -1,0 +1,279 @@
+#include "library/volumes/VolumeManager.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "foundation/Log.h"
+#include "foundation/Text.h"
+#include "library/queries/PathPrefix.h"
+#include "platform/files/RunProgram.h"
+
+namespace velorin {
+namespace {
+
+constexpr std::chrono::seconds kLongestMount{10};
+// What mounts tells success a little before the folder can be read.
+constexpr std::chrono::milliseconds kSettling{250};
+
+std::string shown(const std::string& path) {
+  return text::escapeForTerminal(path);
+}
+
+/// The mount that holds the path, when it is not the one beneath the volume's place.
+const Mount* mountedVolume(const MountTable& table, const RememberedVolume& volume,
+                           const std::string& path) {
+  const bool isBelow = path == volume.mountPoint || PathPrefix(volume.mountPoint).contains(path);
+  const Mount* const mount = table.mountOf(isBelow ? path : volume.mountPoint);
+  return mount && mount->point.size() >= volume.mountPoint.size() ? mount : nullptr;
+}
+
+PreferenceMap mapOf(const Preferences& preferences, const char* key) {
+  return preferences.getMap(key).value_or(PreferenceMap{});
+}
+
+}  // namespace
+
+VolumeManager::VolumeManager(Preferences& preferences) : VolumeManager(preferences, Settings{}) {}
+
+VolumeManager::VolumeManager(Preferences& preferences, Settings settings)
+    : _preferences(preferences), _settings([&] {
+        if (!settings.run) {
+          settings.run = [](const auto& arguments) { return runProgram(arguments, kLongestMount); };
+        }
+        return std::move(settings);
+      }()) {}
+
+VolumeResolving::Availability VolumeManager::availability(const std::vector<std::string>& folders,
+                                                          bool attemptRemount) {
+  Availability sorted;
+  const auto isFolder = [&](const std::string& folder) {
+    return reach(folder).kind == PathProbe::Kind::folder;
+  };
+  for (const std::string& folder : folders) {
+    const bool isThere =
+        isFolder(folder) || (attemptRemount && remount(folder) && isFolder(folder));
+    (isThere ? sorted.available : sorted.offline).push_back(folder);
+  }
+  return sorted;
+}
+
+bool VolumeManager::ensureAccess(const std::string& path) {
+  const auto kind = reach(path).kind;
+  return kind == PathProbe::Kind::folder || kind == PathProbe::Kind::other;
+}
+
+PathProbe::Answer VolumeManager::reach(const std::string& path) {
+  const auto volume = volumeOf(path);
+  if (!volume) return _probe.ask(path, _settings.patience);
+  const PathProbe::Answer nothing{PathProbe::Kind::nothing, {}};
+  // A path whose volume is away is not touched: it may be the place of a share that hangs.
+  const MountTable before = MountTable::current();
+  const Mount* const mount = mountedVolume(before, *volume, path);
+  if (!mount) return nothing;
+  const PathProbe::Answer answer = _probe.ask(path, _settings.patience);
+  if (!isAutomount(*mount)) return answer;
+  const MountTable after = MountTable::current();
+  const Mount* const mounted = mountedVolume(after, *volume, path);
+  return mounted && !isAutomount(*mounted) ? answer : nothing;
+}
+
+bool VolumeManager::isLocalVolume(const std::string& path) {
+  MountTable table = MountTable::current();
+  const Mount* mount = table.mountOf(path);
+  // What lies on a network volume as it is written needs no touch.
+  if (mount && !isLocal(*mount) && !isAutomount(*mount)) return false;
+  const PathProbe::Answer answer = _probe.ask(path, _settings.patience);
+  if (answer.kind == PathProbe::Kind::noAnswer) return false;
+  table = MountTable::current();
+  mount = table.mountOf(answer.realPath.empty() ? path : answer.realPath);
+  return !mount || isLocal(*mount);
+}
+
+std::map<std::string, RememberedVolume> VolumeManager::bookmarks() const {
+  std::map<std::string, RememberedVolume> volumes;
+  for (const auto& [folder, value] : mapOf(_preferences, kFolderBookmarksKey)) {
+    if (auto volume = RememberedVolume::fromPreference(value)) volumes.emplace(folder, *volume);
+  }
+  return volumes;
+}
+
+std::optional<RememberedVolume> VolumeManager::volumeOf(const std::string& path) const {
+  std::optional<RememberedVolume> nearest;
+  std::size_t length = 0;
+  for (auto& [folder, volume] : bookmarks()) {
+    const bool holds = folder == path || PathPrefix(folder).contains(path);
+    if (holds && folder.size() >= length) {
+      length = folder.size();
+      nearest = volume;
+    }
+  }
+  return nearest;
+}
+
+void VolumeManager::rememberVolumes(const std::vector<std::string>& folders) {
+  for (const std::string& folder : folders) remember(folder, reach(folder));
+}
+
+void VolumeManager::remember(const std::string& folder, const PathProbe::Answer& answer) {
+  if (answer.kind != PathProbe::Kind::folder) return;
+  const MountTable table = MountTable::current();
+  if (const Mount* const mount = table.mountOf(answer.realPath)) {
+    remember(folder, answer.realPath, *mount);
+  }
+}
+
+void VolumeManager::remember(const std::string& folder, const std::string& realPath,
+                             const Mount& mount) {
+  const RememberedVolume volume = rememberedVolume(folder, realPath, mount);
+  const std::string url = remountURL(realPath, mount);
+  const MutexLock lock(_storeMutex);
+  PreferenceMap volumes = mapOf(_preferences, kFolderBookmarksKey);
+  volumes[folder] = volume.toPreference();
+  _preferences.setMap(kFolderBookmarksKey, std::move(volumes));
+  if (url.empty()) return;
+  PreferenceMap urls = mapOf(_preferences, kFolderRemountURLsKey);
+  const PreferenceValue value{url};
+  if (urls[folder] == value) return;
+  urls[folder] = value;
+  if (const std::string name = volumeName(realPath, mount); !name.empty()) urls[name] = value;
+  _preferences.setMap(kFolderRemountURLsKey, std::move(urls));
+  log::line("📌 Cached remount URL for {}: {}", shown(folder), shown(url));
+}
+
+void VolumeManager::folderAdded(const std::string& folder) {
+  folderRemoved(folder);
+  remember(folder, _probe.ask(folder, _settings.patience));
+}
+
+void VolumeManager::folderRemoved(const std::string& folder) {
+  const MutexLock lock(_storeMutex);
+  for (const char* const key : {kFolderBookmarksKey, kFolderRemountURLsKey}) {
+    PreferenceMap map = mapOf(_preferences, key);
+    if (map.erase(folder) > 0) _preferences.setMap(key, std::move(map));
+  }
+}
+
+std::string VolumeManager::newPathOf(const RememberedVolume& volume, const MountTable& table) {
+  if (!volume.relativePath) return {};
+  for (const Mount& mount : table.mounts()) {
+    if (mount.point == volume.mountPoint || !shows(mount, volume)) continue;
+    const std::string path = volume.relativePath->empty()
+                                 ? mount.point
+                                 : PathPrefix(mount.point).begin() + *volume.relativePath;
+    const Mount* const holder = table.mountOf(path);
+    if (!holder || holder->id != mount.id) continue;  // hidden below another mount
+    if (_probe.ask(path, _settings.patience).kind == PathProbe::Kind::folder) return path;
+  }
+  return {};
+}
+
+std::vector<VolumeManager::ResolvedBookmark> VolumeManager::resolveBookmarks() {
+  std::vector<ResolvedBookmark> resolved;
+  const MountTable table = MountTable::current();
+  for (const auto& [folder, volume] : bookmarks()) {
+    if (mountedVolume(table, volume, folder)) {
+      const bool isThere = reach(folder).kind == PathProbe::Kind::folder;
+      resolved.push_back({folder, folder, isThere, false});
+    } else if (const std::string path = newPathOf(volume, table); !path.empty()) {
+      resolved.push_back({folder, path, true, true});
+    } else {
+      log::line("⏭️ Skipping bookmark for {}: volume not mounted", shown(folder));
+    }
+  }
+  return resolved;
+}
+
+std::vector<VolumeManager::ResolvedBookmark> VolumeManager::migrateFolderPaths(
+    const FolderMove& folderMove) {
+  std::vector<ResolvedBookmark> moved;
+  for (const ResolvedBookmark& each : resolveBookmarks()) {
+    if (!each.accessGranted) {
+      log::line("⚠️ Bookmark for {}: access not granted (volume may be unmounted)",
+                shown(each.originalPath));
+    }
+    if (!each.pathChanged) continue;
+    const std::string from = shown(each.originalPath);
+    const std::string to = shown(each.path);
+    log::line("📦 Volume path changed: {} → {}", from, to);
+    try {
+      folderMove.migrateFolderPath(each.originalPath, each.path);
+    } catch (const VelorinDatabaseError& error) {
+      log::line("⚠️ Failed to migrate folder path: {}", error.message);
+      continue;
+    }
+    moveEntries(each.originalPath, each.path);
+    remember(each.path, _probe.ask(each.path, _settings.patience));
+    log::line("✅ Migrated folder: {} → {}", from, to);
+    moved.push_back(each);
+  }
+  return moved;
+}
+
+void VolumeManager::moveEntries(const std::string& oldPath, const std::string& newPath) {
+  const MutexLock lock(_storeMutex);
+  for (const char* const key : {kFolderBookmarksKey, kFolderRemountURLsKey}) {
+    PreferenceMap map = mapOf(_preferences, key);
+    auto entry = map.extract(oldPath);
+    if (entry.empty()) continue;
+    // What is remembered of the old place would make the new one seem away.
+    if (key == kFolderRemountURLsKey) map.insert_or_assign(newPath, std::move(entry.mapped()));
+    _preferences.setMap(key, std::move(map));
+  }
+}
+
+bool VolumeManager::mayAttemptRemount(const std::string& folder) {
+  const auto now = std::chrono::steady_clock::now();
+  const MutexLock lock(_remountMutex);
+  const auto last = _remountAttemptAt.find(folder);
+  if (last != _remountAttemptAt.end() && now - last->second < kRemountInterval) return false;
+  _remountAttemptAt[folder] = now;
+  return true;
+}
+
+bool VolumeManager::isMountableByFstab(const std::string& mountPoint) const {
+  std::ifstream table(_settings.fstab);
+  for (std::string line; std::getline(table, line);) {
+    std::istringstream fields(line);
+    std::string source, point, type, options;
+    fields >> source >> point >> type >> options;
+    if (source.starts_with('#') || unescapeMountField(point) != mountPoint) continue;
+    if (::geteuid() == 0) return true;
+    std::istringstream list(options);
+    for (std::string option; std::getline(list, option, ',');) {
+      if (option == "user" || option == "users" || option == "owner" || option == "group") {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+bool VolumeManager::remount(const std::string& folder) {
+  if (!mayAttemptRemount(folder)) return false;
+  const auto volume = volumeOf(folder);
+  const PreferenceMap urls = mapOf(_preferences, kFolderRemountURLsKey);
+  std::vector<std::vector<std::string>> attempts;
+  if (volume && isMountableByFstab(volume->mountPoint)) {
+    attempts.push_back({"mount", volume->mountPoint});
+  }
+  auto url = urls.find(folder);
+  if (url == urls.end() && volume) {
+    url = urls.find(volume->mountPoint.substr(volume->mountPoint.rfind('/') + 1));
+  }
+  if (url != urls.end()) {
+    if (const auto* const text = std::get_if<std::string>(&url->second.value)) {
+      attempts.push_back({"gio", "mount", "--", *text});
+    }
+  } else if (volume && !volume->uuid.empty()) {
+    attempts.push_back({"gio", "mount", "-d", volume->uuid});
+  }
+  if (!std::ranges::any_of(attempts, _settings.run)) return false;
+  std::this_thread::sleep_for(kSettling);
+  return true;
+}
+
+}  // namespace velorin
