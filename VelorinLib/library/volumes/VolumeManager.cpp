@@ -175,11 +175,13 @@ std::vector<VolumeManager::ResolvedBookmark> VolumeManager::resolveBookmarks() {
   std::vector<ResolvedBookmark> resolved;
   const MountTable table = MountTable::current();
   for (const auto& [folder, volume] : bookmarks()) {
-    if (mountedVolume(table, volume, folder)) {
-      const bool isThere = reach(folder).kind == PathProbe::Kind::folder;
-      resolved.push_back({folder, folder, isThere, false});
+    const bool isMounted = mountedVolume(table, volume, folder) != nullptr;
+    if (isMounted && reach(folder).kind == PathProbe::Kind::folder) {
+      resolved.push_back({folder, folder, true, false});
     } else if (const std::string path = newPathOf(volume, table); !path.empty()) {
       resolved.push_back({folder, path, true, true});
+    } else if (isMounted) {
+      resolved.push_back({folder, folder, false, false});
     } else {
       log::line("⏭️ Skipping bookmark for {}: volume not mounted", shown(folder));
     }
