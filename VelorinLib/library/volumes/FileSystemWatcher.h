@@ -9,8 +9,12 @@
 
 namespace velorin {
 
-/// Watches folders with everything below them. Any thread but the render thread; each call waits
-/// for the watcher's own queue, so never from inside the callback.
+/// Watches folders with everything below them, but for hidden files and folders, and those that a
+/// scan passes over. On a network volume only this machine's own changes are seen. A music folder
+/// that is removed, moved or unmounted is told, and watched again only after the next start.
+///
+/// Any thread but the render thread, and never from inside the callback. To stop waits for the
+/// watcher's own queue: for the callback, and for one answer of the file system.
 class FileSystemWatcher {
  public:
   struct Changes {
@@ -34,10 +38,12 @@ class FileSystemWatcher {
   FileSystemWatcher(const FileSystemWatcher&) = delete;
   FileSystemWatcher& operator=(const FileSystemWatcher&) = delete;
 
+  /// Returns at once; thousands of folders take a moment until they are watched, which a log line
+  /// tells. What changes in a folder's list of files meanwhile is told as well.
   void start();
   /// When it returns, the callback runs no more.
   void stop();
-  /// Watches these folders instead, from the present moment.
+  /// Watches these folders instead, from the present moment; none: stops.
   void update(std::vector<std::string> folders);
 
   struct Replay {

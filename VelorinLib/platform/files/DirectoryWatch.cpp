@@ -11,6 +11,8 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <optional>
+#include <utility>
 
 namespace velorin {
 namespace {
@@ -300,12 +302,12 @@ void DirectoryWatch::unwatchTree(int watch) {
 
 void DirectoryWatch::startAnew(Changes& changes) {
   changes.areLost = true;
+  // A new queue under the old descriptor: to end the watches one by one would overflow it again.
+  const int fresh = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (fresh < 0) return;  // the next event tries again
   _hasOverflowed = false;
   _nodes.clear();
   _moving.clear();
-  // A new queue under the old descriptor: to end the watches one by one would overflow it again.
-  const int fresh = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-  if (fresh < 0) return;
   ::dup3(fresh, _inotify, O_CLOEXEC);
   ::close(fresh);
   watchAll(changes);
