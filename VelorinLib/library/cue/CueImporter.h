@@ -6,12 +6,15 @@
 #include <vector>
 
 #include "library/DatabaseHandle.h"
+#include "library/cue/CueText.h"
 #include "records/ScannedItem.h"
 
 namespace velorin {
 
 class ScanState;
 
+/// A sheet that names several files tells nothing that the files do not: it is passed over, and
+/// what a version of it for one file has left in the library goes.
 class CueImporter {
  public:
   explicit CueImporter(const DatabaseHandle& database) : _database(database) {}
@@ -26,10 +29,18 @@ class CueImporter {
 
   /// Reads a sheet and its audio file. A sheet that did not change since it was last read gives no
   /// items but its audio file; one that cannot be used is noted as read, so that it is not tried
-  /// again until it changes. Any number of threads; blocks for the disk and the database.
+  /// again until it changes.
+  ///
+  /// The audio file may lie elsewhere than beside the sheet, but only inside the music folders: no
+  /// sheet brings files into the library that nobody added.
+  ///
+  /// Any number of threads; blocks for the disk and the database, whose failures throw
+  /// VelorinDatabaseError.
   Outcome processCue(const std::string& sheetPath, ScanState& state) const;
 
  private:
+  void removeTracksOf(const CueText& sheet, const std::string& sheetPath) const;
+
   const DatabaseHandle& _database;
 };
 
