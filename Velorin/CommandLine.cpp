@@ -43,6 +43,7 @@ class Grammar {
     addDevices();
     addInfo();
     addLibrary();
+    addScan();
     addSearch();
     addDsp();
   }
@@ -62,6 +63,8 @@ class Grammar {
     if (*_devicesCommand) return _devices;
     if (*_infoCommand) return _info;
     if (*_libraryListCommand) return _libraryList;
+    if (*_libraryAddCommand || *_libraryRemoveCommand) return libraryFolders();
+    if (*_scanCommand) return _scan;
     if (*_searchCommand) return search();
     if (*_dspCommand) return _dsp;
     return ShowText{_app.help()};
@@ -123,6 +126,40 @@ class Grammar {
     _libraryListCommand =
         library->add_subcommand("list", "Show what the library holds, and its folders");
     _libraryListCommand->add_flag("--json", _libraryList.json, "Print JSON");
+    _libraryAddCommand = library->add_subcommand("add", "Add music folders and scan them");
+    addFolders(_libraryAddCommand);
+    addScanDisplay(_libraryAddCommand, _libraryFolders.json, _libraryFolders.verbose);
+    _libraryRemoveCommand = library->add_subcommand(
+        "remove", "Take music folders, and their tracks, out of the library; files stay");
+    addFolders(_libraryRemoveCommand);
+    _libraryRemoveCommand->add_flag("--json", _libraryFolders.json, "Print JSON");
+  }
+
+  void addFolders(CLI::App* command) {
+    command->add_option("FOLDER", _libraryFolders.folders, "Music folders")
+        ->required()
+        ->type_name("...");
+  }
+
+  void addScan() {
+    _scanCommand = _app.add_subcommand("scan", "Look for what changed in the music folders");
+    _scanCommand->add_flag("--full", _scan.full, "Read every file anew");
+    addScanDisplay(_scanCommand, _scan.json, _scan.verbose);
+    _scanCommand->footer(
+        "What the listener did (plays, ratings, playlists) is kept. A folder that is not there\n"
+        "now keeps its tracks. An interrupted scan keeps what it has read; the next one goes on.");
+  }
+
+  static void addScanDisplay(CLI::App* command, bool& json, bool& verbose) {
+    command->add_flag("--json", json, "Print a summary as JSON");
+    command->add_flag("-v,--verbose", verbose, "Show every line of the log and all failed files");
+  }
+
+  LibraryFoldersOptions libraryFolders() const {
+    using Action = LibraryFoldersOptions::Action;
+    LibraryFoldersOptions options = _libraryFolders;
+    options.action = *_libraryAddCommand ? Action::add : Action::remove;
+    return options;
   }
 
   void addSearch() {
@@ -268,12 +305,17 @@ class Grammar {
   CLI::App* _devicesCommand = nullptr;
   CLI::App* _infoCommand = nullptr;
   CLI::App* _libraryListCommand = nullptr;
+  CLI::App* _libraryAddCommand = nullptr;
+  CLI::App* _libraryRemoveCommand = nullptr;
+  CLI::App* _scanCommand = nullptr;
   CLI::App* _searchCommand = nullptr;
   PlayOptions _play;
   RenderOptions _render;
   DevicesOptions _devices;
   InfoOptions _info;
   LibraryListOptions _libraryList;
+  LibraryFoldersOptions _libraryFolders;
+  ScanOptions _scan;
   SearchOptions _search;
   CLI::App* _dspCommand = nullptr;
   DspOptions _dsp;

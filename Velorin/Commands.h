@@ -11,6 +11,8 @@ int runDevices(const DevicesOptions& options);
 int runInfo(const InfoOptions& options);
 int runSearch(const SearchOptions& options);
 int runLibraryList(const LibraryListOptions& options);
+int runLibraryFolders(const LibraryFoldersOptions& options);
+int runScan(const ScanOptions& options);
 int runDsp(const DspOptions& options);
 
 }  // namespace velorin

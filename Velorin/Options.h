@@ -64,6 +64,20 @@ struct LibraryListOptions {
   bool json = false;
 };
 
+struct LibraryFoldersOptions {
+  enum class Action { add, remove };
+  Action action = Action::add;
+  std::vector<std::filesystem::path> folders;
+  bool json = false;
+  bool verbose = false;
+};
+
+struct ScanOptions {
+  bool full = false;  ///< everything is read anew
+  bool json = false;
+  bool verbose = false;
+};
+
 struct DspOptions {
   enum class Action { list, presets, profiles, response };
   Action action = Action::list;
@@ -84,7 +98,8 @@ struct WrongUsage {
 };
 
 using Command = std::variant<PlayOptions, RenderOptions, DevicesOptions, InfoOptions, SearchOptions,
-                             LibraryListOptions, DspOptions, ShowText, WrongUsage>;
+                             LibraryListOptions, LibraryFoldersOptions, ScanOptions, DspOptions,
+                             ShowText, WrongUsage>;
 
 /// Exit codes of the program.
 inline constexpr int kExitSuccess = 0;

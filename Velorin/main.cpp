@@ -29,6 +29,8 @@ struct Run {
   int operator()(const InfoOptions& options) const { return runInfo(options); }
   int operator()(const SearchOptions& options) const { return runSearch(options); }
   int operator()(const LibraryListOptions& options) const { return runLibraryList(options); }
+  int operator()(const LibraryFoldersOptions& options) const { return runLibraryFolders(options); }
+  int operator()(const ScanOptions& options) const { return runScan(options); }
   int operator()(const DspOptions& options) const { return runDsp(options); }
   int operator()(const ShowText& text) const { return show(text); }
   int operator()(const WrongUsage& usage) const { return refuse(usage); }

@@ -60,6 +60,9 @@ class DatabaseManager {
     _database.setDbQueue(std::move(queue));
   }
 
+  /// For parts that are not in here; as long as the manager.
+  const DatabaseHandle& database() const noexcept { return _database; }
+
   // Browsing.
   TrackListings& tracks() noexcept { return _tracks; }
   AlbumListings& albums() noexcept { return _albums; }

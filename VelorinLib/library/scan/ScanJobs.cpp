@@ -27,9 +27,7 @@ void ScanJobs::importFile(const std::string& path) {
     _report->addExisting(1);
     return;
   }
-  auto extracted =
-      _extractor->extract(path, _state.watchedRoots(),
-                          [this](const std::string& folder) { return _state.artwork(folder); });
+  auto extracted = extract(path);
   if (_closed) return;
   if (!extracted) {
     log::line("⚠️ Extract failed: {}", lastComponent(path));
@@ -43,10 +41,30 @@ void ScanJobs::importFile(const std::string& path) {
   }
 }
 
+Result<ScannedItem, ExtractFailure> ScanJobs::extract(const std::string& path) {
+  try {
+    return _extractor->extract(path, _state.watchedRoots(), [this](const std::string& folder) {
+      return _state.artwork(folder);
+    });
+  } catch (const std::exception& error) {
+    // A file that is too much for the memory there is must not end the scan.
+    return ExtractFailure{error.what()};
+  }
+}
+
 void ScanJobs::importSheet(const std::string& path) {
   if (_callbacks.isCancelled()) return;
   _callbacks.waitIfPaused();
   if (_callbacks.isCancelled()) return;
+  try {
+    readSheet(path);
+  } catch (const std::exception& error) {
+    log::line("❌ CUE sheet {}: {}", lastComponent(path), error.what());
+    _report->addFailure(path, error.what());
+  }
+}
+
+void ScanJobs::readSheet(const std::string& path) {
   const CueImporter importer(_parts.database);
   CueImporter::Outcome outcome = importer.processCue(path, _state);
   // The sheet is as it was, but the tracks it gave are gone: with a file that was changed, or in a

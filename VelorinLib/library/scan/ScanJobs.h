@@ -39,6 +39,8 @@ class ScanJobs {
 
  private:
   enum class From { audio, sheet };
+  Result<ScannedItem, ExtractFailure> extract(const std::string& path);
+  void readSheet(const std::string& path);
   std::size_t insert(const std::vector<ScannedItem>& batch, From from);
   void replaceCueTracks(const std::string& audioPath);
 

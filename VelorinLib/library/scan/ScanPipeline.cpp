@@ -269,6 +269,11 @@ void ScanPipeline::removeClaimedFiles(ScanJobs& jobs) {
     if (count == 0) return;
     _parts.removal.cleanupOrphans();
     _report->addDeleted(count);
+    const auto wereThere =
+        static_cast<std::size_t>(std::ranges::count_if(claimed, [&](const std::string& path) {
+          return jobs.state().existingKeys().contains(path);
+        }));
+    _report->addWithdrawn(count - std::min(count, wereThere));
     _throttle.libraryChanged();
     log::line("🎵 Cleaned up {} CUE-referenced standalone track(s)", count);
   } catch (const VelorinDatabaseError& error) {

@@ -45,6 +45,7 @@ ScanFigures ScanReport::figures() const noexcept {
   return {.discovered = _discovered,
           .inserted = _inserted,
           .deleted = _deleted,
+          .withdrawn = _withdrawn,
           .existing = _existing,
           .failed = _failed,
           .lost = _lost};

@@ -22,6 +22,7 @@ struct ScanFigures {
   std::size_t discovered = 0;  ///< audio files seen in the folders
   std::size_t inserted = 0;    ///< tracks new in the library
   std::size_t deleted = 0;     ///< tracks that left it: gone, changed, or claimed by a CUE sheet
+  std::size_t withdrawn = 0;   ///< of both: imported as a file and then claimed by a CUE sheet
   std::size_t existing = 0;    ///< files and CUE tracks that it had already
   std::size_t failed = 0;      ///< files and sheets that could not be read
   std::size_t lost = 0;        ///< tracks that could not be stored; the next scan tries again
@@ -48,6 +49,7 @@ class ScanReport {
   /// Each returns the count so far.
   std::size_t addInserted(std::size_t count) noexcept { return _inserted += count; }
   std::size_t addDeleted(std::size_t count) noexcept { return _deleted += count; }
+  std::size_t addWithdrawn(std::size_t count) noexcept { return _withdrawn += count; }
   std::size_t addExisting(std::size_t count) noexcept { return _existing += count; }
 
   void addFailure(std::string path, std::string reason);
@@ -65,6 +67,7 @@ class ScanReport {
   std::atomic<std::size_t> _discovered{0};
   std::atomic<std::size_t> _inserted{0};
   std::atomic<std::size_t> _deleted{0};
+  std::atomic<std::size_t> _withdrawn{0};
   std::atomic<std::size_t> _existing{0};
   std::atomic<std::size_t> _failed{0};
   std::atomic<std::size_t> _lost{0};
