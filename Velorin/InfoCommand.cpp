@@ -7,70 +7,157 @@
 #include "Console.h"
 #include "FileFacts.h"
 #include "JsonOutput.h"
+#include "LibraryJson.h"
 #include "SignalPathText.h"
+#include "engine/decoders/DecoderFactory.h"
+#include "foundation/Log.h"
 #include "foundation/Text.h"
+#include "library/metadata/FileName.h"
+#include "library/metadata/MetadataExtractor.h"
+#include "library/metadata/TagText.h"
 
 namespace velorin {
 namespace {
 
-JsonObject json(const FileFacts& file) {
+/// What the library would keep of a file, and what the player's own decoder says of it.
+struct FileReport {
+  std::filesystem::path path;
+  ScannedItem item;
+  std::optional<FileFacts> decoded;  ///< of files that the player decodes itself
+
+  std::optional<std::string> artist() const {
+    return item.artistName == kUnknownArtist ? std::nullopt : std::optional(item.artistName);
+  }
+  std::optional<std::string> album() const {
+    return item.albumTitle == kUnknownAlbum ? std::nullopt : std::optional(item.albumTitle);
+  }
+  std::optional<std::string> md5() const {
+    return decoded && !decoded->md5.empty() ? std::optional(decoded->md5) : std::nullopt;
+  }
+};
+
+Result<FileReport, FileError> report(const std::filesystem::path& path) {
+  FileReport result{path, {}, {}};
+  const std::string& bytes = path.native();
+  if (DecoderFactory::isSupportedExtension(text::fileExtension(bytes))) {
+    auto decoded = readAndProbeFile(path);
+    if (!decoded) return decoded.error();
+    result.decoded = std::move(decoded).value();
+  }
+  // The question is what the file holds; the names of folders are none of it.
+  const std::string folder(parentFolder(bytes));
+  auto extracted = MetadataExtractor().extract(bytes, {folder}, nullptr);
+  if (!extracted) return FileError{extracted.error().reason};
+  result.item = std::move(extracted).value();
+  return result;
+}
+
+template <class T>
+void addTo(JsonObject& object, const char* key, const std::optional<T>& value) {
+  if (value) {
+    object.add(key, *value);
+  } else {
+    object.addNull(key);
+  }
+}
+
+JsonObject json(const FileReport& file) {
+  const Track& track = file.item.track;
   JsonObject object;
-  object.add("path", file.path.native())
-      .add("format", file.format)
-      .add("sampleRate", file.sampleRate)
-      .add("bitsPerSample", file.bitsPerSample)
-      .add("channels", file.channels)
-      .add("totalSamples", file.totalFrames)
-      .add("duration", file.duration())
-      .add("fileSize", file.fileSize);
-  const auto addText = [&object](const char* key, const std::string& value) {
-    if (value.empty()) {
-      object.addNull(key);
-    } else {
-      object.add(key, value);
-    }
-  };
-  addText("md5", file.md5);
-  addText("title", file.title);
-  addText("artist", file.artist);
-  addText("album", file.album);
-  addText("trackNumber", file.trackNumber);
+  const auto add = [&object](const char* key, const auto& value) { addTo(object, key, value); };
+  object.add("path", file.path.native());
+  add("format", track.format);
+  add("sampleRate", track.sampleRate);
+  add("bitsPerSample", track.bitDepth);
+  add("channels", track.channels);
+  add("bitRate", track.bitRate);
+  add("totalSamples", file.decoded ? std::optional(file.decoded->totalFrames) : std::nullopt);
+  object.add("duration", track.duration);
+  add("fileSize", track.fileSize);
+  add("lastModified",
+      track.lastModified ? std::optional(jsonMoment(*track.lastModified)) : std::nullopt);
+  add("md5", file.md5());
+  object.add("title", track.title);
+  add("artist", file.artist());
+  add("album", file.album());
+  add("trackNumber", track.trackNumber);
+  add("discNumber", track.discNumber);
+  add("year", file.item.year);
+  add("genre", track.genre);
+  add("composer", track.composer);
+  add("conductor", track.conductor);
+  add("comment", track.comment);
+  add("lyrics", track.lyrics);
+  add("replayGainTrackGain", track.replayGainTrackGain);
+  add("replayGainAlbumGain", track.replayGainAlbumGain);
+  add("replayGainTrackPeak", track.replayGainTrackPeak);
+  add("replayGainAlbumPeak", track.replayGainAlbumPeak);
   return object;
 }
 
-void print(const FileFacts& file) {
-  const auto line = [](const char* name, const std::string& value) {
-    if (!value.empty()) fmt::print("  {:<10} {}\n", name, text::escapeForTerminal(value));
+/// "FLAC 44.1 kHz 16-bit", "MP3 44.1 kHz 192 kbit/s".
+std::string formatLine(const Track& track) {
+  std::string text = track.format.value_or("");
+  if (track.sampleRate) text += " " + rateText(*track.sampleRate);
+  if (track.bitDepth) text += fmt::format(" {}-bit", *track.bitDepth);
+  if (track.bitRate) text += fmt::format(" {} kbit/s", (*track.bitRate + 500) / 1000);
+  return text;
+}
+
+std::string durationLine(const FileReport& file) {
+  if (file.item.track.duration <= 0) return "not stated";
+  const std::string time = timeText(file.item.track.duration);
+  return file.decoded ? fmt::format("{} ({} samples)", time, file.decoded->totalFrames) : time;
+}
+
+void print(const FileReport& file) {
+  const Track& track = file.item.track;
+  const auto line = [](const char* name, const auto& value) {
+    if (value)
+      fmt::print("  {:<10} {}\n", name, text::escapeForTerminal(fmt::format("{}", *value)));
+  };
+  const auto gainLine = [](const char* name, const auto& gain, const auto& peak) {
+    if (gain) fmt::print("  {:<10} {:+.2f} dB\n", name, *gain);
+    if (peak) fmt::print("  {:<10} peak {:.6f}\n", name, *peak);
   };
   fmt::print("{}\n", text::pathForDisplay(file.path));
-  line("format", formatText(file));
-  line("channels", std::to_string(file.channels));
-  line("duration", file.totalFrames == 0 ? "not stated"
-                                         : fmt::format("{} ({} samples)", timeText(file.duration()),
-                                                       file.totalFrames));
-  line("size", fmt::format("{} bytes", file.fileSize));
-  line("md5", file.md5);
-  line("title", file.title);
-  line("artist", file.artist);
-  line("album", file.album);
-  line("track", file.trackNumber);
+  line("format", std::optional(formatLine(track)));
+  line("channels", track.channels);
+  line("duration", std::optional(durationLine(file)));
+  fmt::print("  {:<10} {} bytes\n", "size", track.fileSize.value_or(0));
+  line("md5", file.md5());
+  line("title", std::optional(track.title));
+  line("artist", file.artist());
+  line("album", file.album());
+  line("track", track.trackNumber);
+  line("disc", track.discNumber);
+  line("year", file.item.year);
+  line("genre", track.genre);
+  line("composer", track.composer);
+  line("conductor", track.conductor);
+  line("comment", track.comment);
+  line("lyrics", track.lyrics);
+  gainLine("track gain", track.replayGainTrackGain, track.replayGainTrackPeak);
+  gainLine("album gain", track.replayGainAlbumGain, track.replayGainAlbumPeak);
 }
 
 }  // namespace
 
 int runInfo(const InfoOptions& options) {
+  // What a reader tried before another could read the file is of no use here.
+  log::configure(log::Level::error, /*useJournalIfConnected=*/false);
   int exitCode = kExitSuccess;
   std::vector<JsonObject> objects;
   for (const auto& path : options.inputs) {
-    const auto facts = readAndProbeFile(path);
-    if (!facts) {
+    const auto file = report(path);
+    if (!file) {
       std::fflush(stdout);
-      reportError(text::pathForDisplay(path) + ": " + facts.error().text);
+      reportError(text::pathForDisplay(path) + ": " + file.error().text);
       exitCode = kExitFailure;
     } else if (options.json) {
-      objects.push_back(json(facts.value()));
+      objects.push_back(json(file.value()));
     } else {
-      print(facts.value());
+      print(file.value());
     }
   }
   if (options.json) fmt::print("{}\n", JsonObject::list(objects));

@@ -159,6 +159,30 @@ TEST(CliInfo, TellsWhatAFileHolds) {
   EXPECT_EQ(text.out.find('\x1b'), std::string::npos) << "a file name reached the terminal";
 }
 
+TEST(CliInfo, KnowsFilesThatOthersDecode) {
+  const TemporaryFolder folder;
+  const std::string file = folder / "Artist - a.mp3";
+  runTool({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "sine=duration=2", "-b:a", "128k",
+           "-metadata", "title=A\nB", "-metadata", "track=3/9", "-metadata", "date=1999", file});
+  const Outcome json = run({"info", file, "--json"});
+  ASSERT_EQ(json.exitCode, 0) << json.err;
+  EXPECT_EQ(json.err, "");
+  const auto info = nlohmann::json::parse(json.out).at(0);
+  EXPECT_EQ(info.at("format"), "MP3");
+  EXPECT_EQ(info.at("sampleRate"), 44'100);
+  EXPECT_NEAR(info.at("duration").get<double>(), 2, 0.1);
+  EXPECT_NEAR(info.at("bitRate").get<double>(), 128'000, 8'000);
+  EXPECT_EQ(info.at("title"), "A\nB");
+  EXPECT_EQ(info.at("trackNumber"), 3);
+  EXPECT_EQ(info.at("year"), 1999);
+  for (const char* unknown : {"bitsPerSample", "totalSamples", "md5", "artist", "album"}) {
+    EXPECT_TRUE(info.at(unknown).is_null()) << unknown;
+  }
+  const Outcome text = run({"info", file});
+  EXPECT_EQ(text.exitCode, 0);
+  EXPECT_NE(text.out.find("  title      A\\nB\n"), std::string::npos) << text.out;
+}
+
 TEST(CliInfo, NoticesThatTheEndIsMissing) {
   const TemporaryFolder folder;
   FlacFixture fixture = FlacFixture::make({.frames = 100'000});
