@@ -5,6 +5,7 @@
 #include <map>
 
 #include "Options.h"
+#include "TagArguments.h"
 
 namespace velorin {
 namespace {
@@ -45,7 +46,9 @@ class Grammar {
     addLibrary();
     addScan();
     addSearch();
+    addPlaylist();
     addDsp();
+    addTag();
   }
 
   Command parse(int argc, const char* const* argv) {
@@ -66,7 +69,9 @@ class Grammar {
     if (*_libraryAddCommand || *_libraryRemoveCommand) return libraryFolders();
     if (*_scanCommand) return _scan;
     if (*_searchCommand) return search();
+    if (*_playlistCommand) return _playlist;
     if (*_dspCommand) return _dsp;
+    if (*_tagCommand) return tag();
     return ShowText{_app.help()};
   }
 
@@ -182,6 +187,46 @@ class Grammar {
         "To find nothing is no error: the exit code is 0.");
   }
 
+  void addPlaylist() {
+    using Action = PlaylistOptions::Action;
+    _playlistCommand = _app.add_subcommand("playlist", "Look after the playlists of the library");
+    _playlistCommand->require_subcommand(1);
+    const auto add = [this](const char* name, const char* description, Action action) {
+      CLI::App* command = _playlistCommand->add_subcommand(name, description);
+      command->callback([this, action] { _playlist.action = action; });
+      return command;
+    };
+    const auto addName = [this](CLI::App* command) {
+      command->add_option("NAME", _playlist.name, "Name of the playlist")->required()->type_name("");
+    };
+    CLI::App* list = add("list", "List the playlists", Action::list);
+    CLI::App* show = add("show", "List the tracks of a playlist", Action::show);
+    for (CLI::App* command : {list, show}) {
+      command->add_flag("--json", _playlist.json, "Print JSON");
+    }
+    addName(show);
+    CLI::App* import = add("import", "Make playlists of M3U files", Action::importFiles);
+    addInputs(import, _playlist.files, "M3U files to import");
+    import->footer(
+        "A playlist gets the tracks of the file that the library holds: by their paths, else by\n"
+        "the names of their files.");
+    CLI::App* exported = add("export", "Write a playlist as an M3U file", Action::exportFile);
+    addName(exported);
+    exported->add_option("-o,--output", _playlist.output, "File to write [standard output]")
+        ->type_name("FILE.m3u8");
+    addName(add("delete", "Delete a playlist; the tracks stay", Action::remove));
+    CLI::App* create = add("create", "Create a smart playlist", Action::create);
+    addName(create);
+    create->add_option("--rules", _playlist.rules, "Rules that choose its tracks")
+        ->required()
+        ->type_name("FILE.json");
+    create->footer(
+        "A file of rules is JSON, such as\n"
+        "  {\"matchMode\": \"all\", \"sortAscending\": true, \"sortBy\": \"random\", \"limit\": 50,\n"
+        "   \"rules\": [{\"id\": \"1B4E28BA-2FA1-41D2-883F-0016D3CCA427\", \"field\": \"genre\",\n"
+        "              \"op\": \"contains\", \"value\": {\"string\": {\"_0\": \"Jazz\"}}}]}");
+  }
+
   void addDsp() {
     using Action = DspOptions::Action;
     _dspCommand = _app.add_subcommand("dsp", "Show the effects and what they do");
@@ -218,6 +263,39 @@ class Grammar {
   static CLI::Option* addChain(CLI::App* command, std::filesystem::path& chain) {
     return command->add_option("--chain", chain, "Effect chain, see 'velorin dsp response --help'")
         ->type_name("FILE.json");
+  }
+
+  void addTag() {
+    _tagCommand = _app.add_subcommand("tag", "Write tags into files, and into the library");
+    addInputs(_tagCommand, _tag.inputs, "Files to write");
+    // Once for each occurrence, so that a value may hold anything.
+    _tagCommand->add_option("--set", _tagSets, "Give a tag a value: " + tagKeyList())
+        ->allow_extra_args(false)
+        ->type_name("KEY=VALUE");
+    _tagCommand->add_option("--clear", _tagClears, "Remove a tag")
+        ->allow_extra_args(false)
+        ->type_name("KEY");
+    _tagCommand->add_flag("--json", _tag.json, "Print JSON");
+    _tagCommand->footer(
+        "Tags that are not named stay. The sound stays as it is, bit for bit: a file is replaced\n"
+        "by its edited copy only after the two were compared. Files that are in the library are\n"
+        "changed there too.");
+  }
+
+  Command tag() const {
+    TagOptions options = _tag;
+    std::optional<std::string> wrong;
+    for (std::size_t i = 0; !wrong && i < _tagSets.size(); ++i) {
+      wrong = addSet(_tagSets[i], options.changes);
+    }
+    for (std::size_t i = 0; !wrong && i < _tagClears.size(); ++i) {
+      wrong = addClear(_tagClears[i], options.changes);
+    }
+    if (!wrong && options.changes == TagChanges{}) {
+      wrong = "nothing is to be changed: add --set KEY=VALUE or --clear KEY";
+    }
+    if (wrong) return WrongUsage{*wrong + ": see 'velorin tag --help'"};
+    return options;
   }
 
   SearchOptions search() const {
@@ -317,9 +395,15 @@ class Grammar {
   LibraryFoldersOptions _libraryFolders;
   ScanOptions _scan;
   SearchOptions _search;
+  CLI::App* _playlistCommand = nullptr;
+  PlaylistOptions _playlist;
   CLI::App* _dspCommand = nullptr;
   DspOptions _dsp;
   std::vector<std::string> _searchWords;
+  CLI::App* _tagCommand = nullptr;
+  TagOptions _tag;
+  std::vector<std::string> _tagSets;
+  std::vector<std::string> _tagClears;
 };
 
 }  // namespace

@@ -13,6 +13,8 @@ int runSearch(const SearchOptions& options);
 int runLibraryList(const LibraryListOptions& options);
 int runLibraryFolders(const LibraryFoldersOptions& options);
 int runScan(const ScanOptions& options);
+int runPlaylist(const PlaylistOptions& options);
 int runDsp(const DspOptions& options);
+int runTag(const TagOptions& options);
 
 }  // namespace velorin

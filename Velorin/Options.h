@@ -8,6 +8,7 @@
 #include <variant>
 #include <vector>
 
+#include "library/metadata/TagChanges.h"
 #include "platform/audio/AudioHardwareFactory.h"
 #include "records/PlaybackTypes.h"
 
@@ -78,6 +79,16 @@ struct ScanOptions {
   bool verbose = false;
 };
 
+struct PlaylistOptions {
+  enum class Action { list, show, importFiles, exportFile, remove, create };
+  Action action = Action::list;
+  std::string name;                          ///< of all actions but list and importFiles
+  std::vector<std::filesystem::path> files;  ///< to import; 1 or more
+  std::filesystem::path output;              ///< of an export; empty: standard output
+  std::filesystem::path rules;               ///< of a smart playlist that is created
+  bool json = false;                         ///< of list and show
+};
+
 struct DspOptions {
   enum class Action { list, presets, profiles, response };
   Action action = Action::list;
@@ -85,6 +96,12 @@ struct DspOptions {
   std::filesystem::path chain;  ///< of a response
   std::filesystem::path png;    ///< where to draw it; empty: nowhere
   double sampleRate = 44100;    ///< Hz
+};
+
+struct TagOptions {
+  std::vector<std::filesystem::path> inputs;
+  TagChanges changes;  ///< at least one
+  bool json = false;
 };
 
 /// Text that was asked for: help, version.
@@ -98,8 +115,8 @@ struct WrongUsage {
 };
 
 using Command = std::variant<PlayOptions, RenderOptions, DevicesOptions, InfoOptions, SearchOptions,
-                             LibraryListOptions, LibraryFoldersOptions, ScanOptions, DspOptions,
-                             ShowText, WrongUsage>;
+                             LibraryListOptions, LibraryFoldersOptions, ScanOptions, PlaylistOptions, DspOptions,
+                             TagOptions, ShowText, WrongUsage>;
 
 /// Exit codes of the program.
 inline constexpr int kExitSuccess = 0;

@@ -31,7 +31,9 @@ struct Run {
   int operator()(const LibraryListOptions& options) const { return runLibraryList(options); }
   int operator()(const LibraryFoldersOptions& options) const { return runLibraryFolders(options); }
   int operator()(const ScanOptions& options) const { return runScan(options); }
+  int operator()(const PlaylistOptions& options) const { return runPlaylist(options); }
   int operator()(const DspOptions& options) const { return runDsp(options); }
+  int operator()(const TagOptions& options) const { return runTag(options); }
   int operator()(const ShowText& text) const { return show(text); }
   int operator()(const WrongUsage& usage) const { return refuse(usage); }
 };

@@ -94,6 +94,11 @@ void renewSearchEntry(Writer& writer, std::int64_t trackId, const std::string& t
              trackId, title, artist.value_or(""), album.value_or(""));
 }
 
+void setStamp(Writer& writer, const std::string& path, const FileStamp& stamp) {
+  writer.run("UPDATE tracks SET fileSize = ?, lastModified = ? WHERE filePath = ?", stamp.size,
+             stamp.lastModified, path);
+}
+
 Bereaved applyTo(Writer& writer, const TrackInfo& old, const TagChanges& changes) {
   const Track& track = old.track;
   const std::int64_t id = *track.id;
@@ -156,12 +161,28 @@ Bereaved TagUpdate::apply(std::int64_t trackId, const TagChanges& changes,
     if (found.empty()) throw VelorinDatabaseError(fmt::format("Track {} not found", trackId));
     const TrackInfo& old = found.front();
     Bereaved moved = applyTo(writer, old, changes);
-    if (stamp) {
-      writer.run("UPDATE tracks SET fileSize = ?, lastModified = ? WHERE filePath = ?", stamp->size,
-                 stamp->lastModified, old.track.filePath);
-    }
+    if (stamp) setStamp(writer, old.track.filePath, *stamp);
     return moved;
   });
+}
+
+bool TagUpdate::knowsFile(const std::string& path) const {
+  return _database
+      .read([&](sqlite::Reader& reader) {
+        return reader.first<std::int64_t>("SELECT 1 FROM tracks WHERE filePath = ? LIMIT 1", path);
+      })
+      .has_value();
+}
+
+std::optional<std::int64_t> TagUpdate::wholeFileTrack(const std::string& path) const {
+  return _database.read([&](sqlite::Reader& reader) {
+    return reader.first<std::int64_t>(
+        "SELECT id FROM tracks WHERE filePath = ? AND cueStartTime IS NULL", path);
+  });
+}
+
+void TagUpdate::stampFile(const std::string& path, const FileStamp& stamp) const {
+  _database.write([&](Writer& writer) { setStamp(writer, path, stamp); });
 }
 
 void TagUpdate::cleanUp(const Bereaved& parents) const {

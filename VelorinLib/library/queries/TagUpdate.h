@@ -32,6 +32,14 @@ class TagUpdate {
   Bereaved apply(std::int64_t trackId, const TagChanges& changes,
                  const std::optional<FileStamp>& stamp) const;
 
+  /// Whether the library has tracks of this file, by its path as the library holds it, and the one
+  /// that is the whole file rather than a part that a CUE sheet cuts out.
+  bool knowsFile(const std::string& path) const;
+  std::optional<std::int64_t> wholeFileTrack(const std::string& path) const;
+
+  /// The stamp alone, for all rows of a file.
+  void stampFile(const std::string& path, const FileStamp& stamp) const;
+
   /// Once behind a number of edits: albums and artists left without tracks go.
   void cleanUp(const Bereaved& parents) const;
 
