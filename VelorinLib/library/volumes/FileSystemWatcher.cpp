@@ -59,7 +59,8 @@ struct FileSystemWatcher::Impl {
     if (folders.empty()) return;
     isStopping = false;
     // Thousands of folders take their time: on the queue.
-    queue.async([this, watched = folders] { begin(watched); });
+    queue.async(
+        [this, watched = folders, since = DirectoryWatch::now()] { begin(watched, since); });
   }
 
   void end() REQUIRES(lifecycle) {
@@ -79,9 +80,9 @@ struct FileSystemWatcher::Impl {
 
   // From here on everything happens on the queue.
 
-  void begin(const std::vector<std::string>& watched) {
+  void begin(const std::vector<std::string>& watched, const timespec& since) {
     if (isStopping) return;
-    auto made = DirectoryWatch::create(watched, {isIgnored, [this] { return !isStopping; }});
+    auto made = DirectoryWatch::create(watched, {isIgnored, [this] { return !isStopping; }, since});
     if (!made) {
       log::line("❌ FileSystemWatcher: changes of the music folders cannot be watched: {}",
                 made.error());

@@ -81,6 +81,12 @@ bool isLinkToFolder(const std::string& path) {
 
 }  // namespace
 
+timespec DirectoryWatch::now() noexcept {
+  timespec moment{};
+  ::clock_gettime(CLOCK_REALTIME_COARSE, &moment);
+  return moment;
+}
+
 Result<std::unique_ptr<DirectoryWatch>, std::string> DirectoryWatch::create(
     std::vector<std::string> roots, Options options) {
   const int inotify = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
@@ -90,10 +96,7 @@ Result<std::unique_ptr<DirectoryWatch>, std::string> DirectoryWatch::create(
 }
 
 DirectoryWatch::DirectoryWatch(int inotify, std::vector<std::string> roots, Options options)
-    : _inotify(inotify), _roots(std::move(roots)), _options(std::move(options)) {
-  // The clock that folders are stamped with.
-  ::clock_gettime(CLOCK_REALTIME_COARSE, &_since);
-}
+    : _inotify(inotify), _roots(std::move(roots)), _options(std::move(options)) {}
 
 DirectoryWatch::~DirectoryWatch() {
   ::close(_inotify);
@@ -157,7 +160,7 @@ void DirectoryWatch::watchTrees(std::vector<Place> places, Tell tell, Changes& c
     // Watched first and listed then: what comes in between is found twice rather than not at all.
     const std::string path = pathOf(watch);
     FolderReader reader(path);
-    const bool tells = tell == Tell::everything || reader.hasChangedSince(_since);
+    const bool tells = tell == Tell::everything || reader.hasChangedSince(_options.since);
     if (tells) changes.paths.insert(path);
     while (const auto entry = reader.next()) {
       const bool isFolder = entry->kind != FolderReader::Kind::other;

@@ -33,10 +33,15 @@ class DirectoryWatch {
 
   struct Options {
     /// True for names of files and folders that are nobody's concern. A root is never asked about.
-    std::function<bool(std::string_view name, bool isFolder)> ignores;
+    std::function<bool(std::string_view name, bool isFolder)> ignores = {};
     /// Called before each folder; false ends the work early. Empty: never.
-    std::function<bool()> goesOn;
+    std::function<bool()> goesOn = {};
+    /// What changed in a folder from this moment on, before it was watched, is told.
+    timespec since = now();
   };
+
+  /// By the clock that folders are stamped with.
+  static timespec now() noexcept;
 
   /// The error is one line. Nothing is watched yet. A root may be a link, lie inside another one,
   /// or not be there, in which case it is passed over.
@@ -46,7 +51,7 @@ class DirectoryWatch {
   DirectoryWatch(const DirectoryWatch&) = delete;
   DirectoryWatch& operator=(const DirectoryWatch&) = delete;
 
-  /// Watches all roots. Tells what changed in a folder since `create` and before it was watched.
+  /// Watches all roots.
   void watchAll(Changes& changes);
 
   /// Becomes readable when there is something to drain. Stays the same.
@@ -101,7 +106,6 @@ class DirectoryWatch {
   const int _inotify;
   const std::vector<std::string> _roots;
   const Options _options;
-  timespec _since{};
   std::unordered_map<int, Node> _nodes;  // by watch
   std::map<std::uint32_t, int> _moving;  // watches by cookie; as long, their nodes are roots
   bool _hasOverflowed = false;

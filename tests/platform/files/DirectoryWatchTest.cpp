@@ -23,7 +23,7 @@ class DirectoryWatchTest : public testing::Test {
  protected:
   void watch(std::vector<std::string> roots) {
     auto made = DirectoryWatch::create(
-        std::move(roots), {[](std::string_view name, bool) { return name.starts_with('.'); }, {}});
+        std::move(roots), {[](std::string_view name, bool) { return name.starts_with('.'); }});
     ASSERT_TRUE(made) << made.error();
     watching = std::move(made).value();
     DirectoryWatch::Changes ignored;
@@ -126,7 +126,8 @@ TEST_F(DirectoryWatchTest, TheLimitOfWatchesIsTold) {
     if (::unshare(CLONE_NEWUSER) != 0) ::_exit(77);
     std::ofstream limit("/proc/sys/user/max_inotify_watches");
     if (!(limit << 3 << std::flush)) ::_exit(77);
-    const auto limited = std::move(DirectoryWatch::create({root.path()}, {})).value();
+    const auto limited =
+        std::move(DirectoryWatch::create({root.path()}, DirectoryWatch::Options{})).value();
     DirectoryWatch::Changes changes;
     limited->watchAll(changes);
     const bool isTold = limited->isLimitReached() && changes.areLost;
