@@ -28,17 +28,24 @@ void logged(const char* what, Step&& step) {
 ListeningKeeper::ListeningKeeper(const DatabaseHandle& database, Preferences& preferences)
     : ListeningKeeper(database, preferences, &hashOf) {}
 
-void ListeningKeeper::beforeScan() const {
+ListeningKeeper::ListeningKeeper(const DatabaseHandle& database, Preferences& preferences,
+                                 TrackSounds::HashSound hashSound)
+    : _database(database), _preferences(preferences), _hashSound(std::move(hashSound)) {
+  note();
+  _favoritesChanged =
+      _preferences.observe(kFavoriteTrackIds, [this] { _notes.async([this] { note(); }); });
+}
+
+void ListeningKeeper::note() const {
   logged("Favourites could not be noted", [&] { noteFavorites(_database, _preferences); });
 }
 
 void ListeningKeeper::afterScan(const std::function<bool()>& isCancelled) const {
   TrackSounds sounds(_database, _hashSound);
   logged("Moved tracks could not be looked for", [&] { find(sounds, isCancelled); });
-  logged("Favourites could not be brought up to date", [&] {
-    followSuccessions(_database, _preferences);
-    noteFavorites(_database, _preferences);
-  });
+  logged("Favourites could not be brought up to date",
+         [&] { followSuccessions(_database, _preferences); });
+  note();
   logged("The sound of tracks could not be noted", [&] { learn(sounds, isCancelled); });
 }
 

@@ -9,13 +9,17 @@
 
 #include <functional>
 
+#include "foundation/Preferences.h"
+#include "foundation/SerialQueue.h"
 #include "library/DatabaseHandle.h"
 #include "library/listening/TrackSounds.h"
 
 namespace velorin {
 
-class Preferences;
-
+/// While it lives the library knows which tracks are favourites, which only the preferences tell:
+/// whoever removes tracks should have one. It notes them when it is made, which blocks for the
+/// database, and then in the background whenever the preference changes.
+///
 /// Any thread but the render thread, one at a time. Both outlive it. A failure of the database is
 /// logged, and what it kept from happening is tried again after the next scan.
 class ListeningKeeper {
@@ -23,12 +27,7 @@ class ListeningKeeper {
   /// With the hash of platform/media/SoundHash.h.
   ListeningKeeper(const DatabaseHandle& database, Preferences& preferences);
   ListeningKeeper(const DatabaseHandle& database, Preferences& preferences,
-                  TrackSounds::HashSound hashSound)
-      : _database(database), _preferences(preferences), _hashSound(std::move(hashSound)) {}
-
-  /// The step before each scan, and before a music folder is removed: tells the library which
-  /// tracks are favourites, which it cannot know otherwise. Short.
-  void beforeScan() const;
+                  TrackSounds::HashSound hashSound);
 
   /// The step after each scan: finds by their sound the tracks that moved, gives the preference
   /// "favoriteTrackIds" the ids of rows that came back, and hashes the sound of tracks that the
@@ -42,12 +41,15 @@ class ListeningKeeper {
   static constexpr std::size_t kLearntPerScan = 250;    ///< to be able to find them later
 
  private:
+  void note() const;
   void find(TrackSounds& sounds, const std::function<bool()>& isCancelled) const;
   void learn(TrackSounds& sounds, const std::function<bool()>& isCancelled) const;
 
   const DatabaseHandle& _database;
   Preferences& _preferences;
   TrackSounds::HashSound _hashSound;
+  SerialQueue _notes{"com.velorin.listening"};
+  Preferences::Observation _favoritesChanged;
 };
 
 }  // namespace velorin

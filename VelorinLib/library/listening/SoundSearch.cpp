@@ -75,7 +75,7 @@ void SoundSearch::run(std::size_t mostDecoded) {
   });
   auto all = departed(upTo);
   if (all.empty()) return;
-  collectCandidates(all, upTo);
+  if (!collectCandidates(all, upTo)) return;
   std::ranges::sort(all, {}, &Departed::id);
   std::vector<std::int64_t> notFound;
   for (const Departed& each : all) {
@@ -100,7 +100,7 @@ std::vector<SoundSearch::Departed> SoundSearch::departed(std::int64_t upTo) cons
   });
 }
 
-void SoundSearch::collectCandidates(std::vector<Departed>& all, std::int64_t upTo) const {
+bool SoundSearch::collectCandidates(std::vector<Departed>& all, std::int64_t upTo) const {
   std::ranges::sort(all, {}, &Departed::duration);
   auto last = std::ranges::min(all, {}, &Departed::searchedUpTo).searchedUpTo;
   const auto compare = [&](std::int64_t id, double duration, std::optional<double> cueStart) {
@@ -112,7 +112,8 @@ void SoundSearch::collectCandidates(std::vector<Departed>& all, std::int64_t upT
       }
     }
   };
-  while (last < upTo && !_isCancelled()) {
+  while (last < upTo) {
+    if (_isCancelled()) return false;
     last = _database.read([&](sqlite::Reader& reader) {
       std::int64_t id = upTo;
       std::int64_t rows = 0;
@@ -127,6 +128,7 @@ void SoundSearch::collectCandidates(std::vector<Departed>& all, std::int64_t upT
       return rows < kStep ? upTo : id;
     });
   }
+  return true;
 }
 
 std::vector<SoundSearch::Candidate> SoundSearch::candidates(

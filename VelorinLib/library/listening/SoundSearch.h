@@ -39,7 +39,8 @@ class SoundSearch {
   enum class Outcome { found, notFound, unfinished };
 
   std::vector<Departed> departed(std::int64_t upTo) const;
-  void collectCandidates(std::vector<Departed>& departed, std::int64_t upTo) const;
+  /// False when it was cancelled.
+  bool collectCandidates(std::vector<Departed>& departed, std::int64_t upTo) const;
   std::vector<Candidate> candidates(const Sought& sought,
                                     const std::vector<std::int64_t>& ids) const;
   Outcome search(const Departed& departed, std::size_t mostDecoded);

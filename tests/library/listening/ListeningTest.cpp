@@ -61,7 +61,7 @@ class Listener {
     LibraryImport(database()).insertBatch(items);
   }
   void remove(const Strings& paths) {
-    keeper().beforeScan();
+    const auto noted = keeper();
     removal().deleteTracks(paths);
     removal().cleanupOrphans();
   }
