@@ -197,7 +197,9 @@ class Grammar {
       return command;
     };
     const auto addName = [this](CLI::App* command) {
-      command->add_option("NAME", _playlist.name, "Name of the playlist")->required()->type_name("");
+      command->add_option("NAME", _playlist.name, "Name of the playlist")
+          ->required()
+          ->type_name("");
     };
     CLI::App* list = add("list", "List the playlists", Action::list);
     CLI::App* show = add("show", "List the tracks of a playlist", Action::show);
@@ -222,7 +224,8 @@ class Grammar {
         ->type_name("FILE.json");
     create->footer(
         "A file of rules is JSON, such as\n"
-        "  {\"matchMode\": \"all\", \"sortAscending\": true, \"sortBy\": \"random\", \"limit\": 50,\n"
+        "  {\"matchMode\": \"all\", \"sortAscending\": true, \"sortBy\": \"random\", \"limit\": "
+        "50,\n"
         "   \"rules\": [{\"id\": \"1B4E28BA-2FA1-41D2-883F-0016D3CCA427\", \"field\": \"genre\",\n"
         "              \"op\": \"contains\", \"value\": {\"string\": {\"_0\": \"Jazz\"}}}]}");
   }

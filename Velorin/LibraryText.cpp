@@ -11,18 +11,32 @@
 #include "records/TrackDisplay.h"
 
 namespace velorin {
+namespace {
+
+[[noreturn]] void throwNoLibrary(const std::filesystem::path& file) {
+  throw VelorinDatabaseError("there is no library yet at " + text::pathForDisplay(file) +
+                             ": no folder has been added");
+}
+
+}  // namespace
 
 std::shared_ptr<ConnectionQueue> openDefaultLibrary() {
   const auto file = defaultLibraryFile();
   try {
     return openLibraryForReading(file);
   } catch (const NoLibraryError&) {
-    throw VelorinDatabaseError("there is no library yet at " + text::pathForDisplay(file) +
-                               ": no folder has been added");
+    throwNoLibrary(file);
   } catch (const VelorinDatabaseError& error) {
     throw VelorinDatabaseError("the library " + text::pathForDisplay(file) +
                                " cannot be read: " + error.message);
   }
+}
+
+std::shared_ptr<ConnectionQueue> openDefaultLibraryForWriting() {
+  const auto file = defaultLibraryFile();
+  std::error_code unreachable;
+  if (!std::filesystem::exists(file, unreachable)) throwNoLibrary(file);
+  return openLibraryFile(file);
 }
 
 int outputColumns() {

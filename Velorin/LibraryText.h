@@ -14,6 +14,9 @@ namespace velorin {
 /// the file and says what to do.
 std::shared_ptr<ConnectionQueue> openDefaultLibrary();
 
+/// Opens it for writing; also throws where there is no library yet, which is not made.
+std::shared_ptr<ConnectionQueue> openDefaultLibraryForWriting();
+
 /// Columns that lines on standard output may take: those of the terminal, else as many as it takes.
 int outputColumns();
 

@@ -115,8 +115,8 @@ struct WrongUsage {
 };
 
 using Command = std::variant<PlayOptions, RenderOptions, DevicesOptions, InfoOptions, SearchOptions,
-                             LibraryListOptions, LibraryFoldersOptions, ScanOptions, PlaylistOptions, DspOptions,
-                             TagOptions, ShowText, WrongUsage>;
+                             LibraryListOptions, LibraryFoldersOptions, ScanOptions,
+                             PlaylistOptions, DspOptions, TagOptions, ShowText, WrongUsage>;
 
 /// Exit codes of the program.
 inline constexpr int kExitSuccess = 0;
