@@ -53,7 +53,7 @@ class Library {
 /// tracks, which keep what the sheet says of them and only hear of the file's new size and time.
 TagWriteResult writeFileAlone(const Library& library, bool isInLibrary, const std::string& path,
                               const TagChanges& changes) {
-  TagWriteResult result{.filePath = path, .error = {}, .detail = {}};
+  TagWriteResult result{.filePath = path};
   const auto written = writeTags(path, changes);
   if (!written) {
     result.error = written.error().reason;

@@ -10,17 +10,17 @@ namespace velorin {
 /// An absent value leaves the field alone, an empty text removes it, a clear flag removes the
 /// number and wins over a value. Numbers begin at 1: 0 leaves the field alone, -1 removes it.
 struct TagChanges {
-  std::optional<std::string> title;
-  std::optional<std::string> artistName;
-  std::optional<std::string> albumTitle;
-  std::optional<int> trackNumber;
-  std::optional<int> discNumber;
-  std::optional<int> year;
-  std::optional<std::string> genre;
-  std::optional<std::string> composer;
-  std::optional<std::string> conductor;
-  std::optional<std::string> comment;
-  std::optional<std::string> lyrics;
+  std::optional<std::string> title = {};
+  std::optional<std::string> artistName = {};
+  std::optional<std::string> albumTitle = {};
+  std::optional<int> trackNumber = {};
+  std::optional<int> discNumber = {};
+  std::optional<int> year = {};
+  std::optional<std::string> genre = {};
+  std::optional<std::string> composer = {};
+  std::optional<std::string> conductor = {};
+  std::optional<std::string> comment = {};
+  std::optional<std::string> lyrics = {};
   bool clearTrackNumber = false;
   bool clearDiscNumber = false;
   bool clearYear = false;
@@ -36,10 +36,10 @@ inline int numberEdit(const std::optional<int>& value, bool clear) {
 
 struct TagWriteResult {
   std::int64_t trackId = 0;
-  std::string filePath;  ///< empty for a track that is not in the library
+  std::string filePath = {};  ///< empty for a track that is not in the library
   bool success = false;
-  std::optional<std::string> error;
-  std::optional<std::string> detail;  ///< why, where the error alone does not tell
+  std::optional<std::string> error = {};
+  std::optional<std::string> detail = {};  ///< why, where the error alone does not tell
 
   bool operator==(const TagWriteResult&) const = default;
 };

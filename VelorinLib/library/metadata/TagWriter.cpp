@@ -16,7 +16,9 @@ namespace {
 
 TagWriteResult failed(TagWriteResult result, std::string error,
                       std::optional<std::string> detail = std::nullopt) {
-  log::line("❌ Tags of {} not written: {}{}{}", result.filePath, error, detail ? ": " : "",
+  const std::string what =
+      result.filePath.empty() ? fmt::format("track {}", result.trackId) : result.filePath;
+  log::line("❌ Tags of {} not written: {}{}{}", what, error, detail ? ": " : "",
             detail.value_or(""));
   result.error = std::move(error);
   result.detail = std::move(detail);
@@ -49,7 +51,7 @@ TagWriteResult TagWriter::writeOne(std::int64_t trackId, const TagChanges& chang
 
 TagWriteResult TagWriter::writeOne(std::int64_t trackId, const TagChanges& changes,
                                    Bereaved& moved) const {
-  TagWriteResult result{.trackId = trackId, .filePath = {}, .error = {}, .detail = {}};
+  TagWriteResult result{.trackId = trackId};
   std::optional<FileStamp> stamp;
   try {
     const auto track = trackOf(_database, trackId);
