@@ -84,8 +84,8 @@ std::map<std::string, std::string> gvfsParts(const std::string& name) {
 
 /// The first folder below the point under which the desktop mounts its shares.
 std::string gvfsShare(const std::string& realPath, const Mount& mount) {
-  const std::string rest = below(mount.point, realPath).value_or("");
-  return rest.substr(0, rest.find('/'));
+  const auto rest = below(mount.point, realPath);
+  return rest ? rest->substr(0, rest->find('/')) : std::string();
 }
 
 std::string gvfsURL(const std::string& name) {
