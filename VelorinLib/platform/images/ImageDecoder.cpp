@@ -34,7 +34,7 @@ DecodeResult decodeReduced(PictureSource& source, int longerSide) {
   const std::string_view head(reinterpret_cast<const char*>(start.data()), got);
   if (head.starts_with("\xff\xd8\xff")) return decodeJpeg(source, longerSide);
   if (head.starts_with("\x89PNG")) return decodePng(source, longerSide);
-  if (head.starts_with("RIFF") && head.substr(8) == "WEBP") {
+  if (head.starts_with("RIFF") && head.ends_with("WEBP") && got == start.size()) {
     return decodeOther(source, OtherFormat::webp, longerSide);
   }
   if (head.starts_with("BM")) return decodeOther(source, OtherFormat::bmp, longerSide);

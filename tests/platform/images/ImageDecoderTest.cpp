@@ -163,6 +163,7 @@ TEST(ImageDecoder, RefusesWhatItCannotBound) {
   bitmap[20] = bitmap[24] = 1;  // 65,552 by 65,552
   EXPECT_NE(errorOf(bitmap), "none");
   EXPECT_EQ(errorOf({}), "not a picture of a known format");
+  EXPECT_EQ(errorOf({'R', 'I', 'F', 'F'}), "not a picture of a known format");
   EXPECT_EQ(errorOf({'G', 'I', 'F', '8'}).substr(0, 22), "not a readable picture");
 }
 
