@@ -72,7 +72,7 @@ void show(const PlaylistOptions& options) {
   }
   fmt::print("{}{}: {}, {}\n", shown(playlist.name), playlist.isSmartPlaylist ? " (smart)" : "",
              countText(static_cast<std::int64_t>(tracks.size()), "track"),
-             longDurationText(totalDuration(tracks)));
+             durationText(totalDuration(tracks)));
   const TextColumn text{.cut = TextColumn::Cut::atEnd, .least = 10};
   const TextColumn number{.alignRight = true};
   TextTable table({number, text, text, text, number, {}});
@@ -88,8 +88,6 @@ void show(const PlaylistOptions& options) {
 /// Each file by itself: one that cannot be imported keeps no other back.
 bool importFiles(const PlaylistOptions& options) {
   const DatabaseHandle database(openDefaultLibraryForWriting());
-  // What the log would say is said below.
-  log::setMinimumLevel(log::Level::error);
   bool isWhole = true;
   for (const std::filesystem::path& file : options.files) {
     try {
@@ -154,6 +152,8 @@ void create(const PlaylistOptions& options) {
 int runPlaylist(const PlaylistOptions& options) {
   using Action = PlaylistOptions::Action;
   bool isWhole = true;
+  // What the log would say is said here.
+  log::setMinimumLevel(log::Level::error);
   try {
     switch (options.action) {
       case Action::list:

@@ -99,6 +99,7 @@ Entry entryOf(std::string_view line, std::string_view raw, const std::string& fo
   add(told);
   add(line);
   if (decoded) add(*decoded);
+  if (const auto plain = percentDecoded(line)) add(*plain);
   if (raw != line) {
     add(raw);
     add(withoutDrive(raw));
@@ -128,7 +129,7 @@ std::string lineOf(const std::string& path) {
   for (std::size_t at = 0; at < path.size();) {
     const text::CodePoint point = text::decode(path, at);
     const char c = path[at];
-    if (!point.valid || c == '\n' || c == '\r' || c == '%') {
+    if (!point.valid || c == '\n' || c == '\r' || c == '%' || c == '\\') {
       for (std::size_t i = 0; i < point.length; ++i) {
         line += fmt::format("%{:02X}", static_cast<unsigned char>(path[at + i]));
       }

@@ -30,7 +30,7 @@ TEST(M3U, EachLineMeansAPath) {
       {"/m/%00%2", "/m/%00%2", {}},
       {"/m/caf%E9.mp3", "/m/caf%E9.mp3", {"/m/caf\xE9.mp3"}},
       {"/m/e\u0301.mp3", "/m/\u00E9.mp3", {"/m/e\u0301.mp3"}},
-      {"file:///m/a%20b.mp3", "/m/a b.mp3", {"/base/file:/m/a%20b.mp3"}},
+      {"file:///m/a%20b.mp3", "/m/a b.mp3", {"/base/file:/m/a%20b.mp3", "/base/file:/m/a b.mp3"}},
       {"/m/a\\b.mp3", "/m/a/b.mp3", {"/m/a\\b.mp3"}},
   };
   for (const Case& each : cases) {
