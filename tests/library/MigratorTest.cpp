@@ -97,7 +97,7 @@ artists
   unique name NOCASE
 departedHistory
   id INTEGER key 1
-  trackId INTEGER not null of departedTracks.trackId CASCADE
+  trackId INTEGER not null
   playedAt DATETIME not null
   duration REAL not null
   skipped INTEGER not null
@@ -109,7 +109,7 @@ departedPins
   albumTitle TEXT not null NOCASE
   unique type,referenceId
 departedPlaces
-  trackId INTEGER key 1 not null of departedTracks.trackId CASCADE
+  trackId INTEGER key 1 not null
   playlistId INTEGER key 2 not null of playlists.id CASCADE
   position INTEGER not null
   createdAt DATETIME not null

@@ -1,5 +1,7 @@
 #include "library/listening/ListeningKeeper.h"
 
+#include <unistd.h>
+
 #include "foundation/Log.h"
 #include "library/listening/FavoriteMarks.h"
 #include "library/listening/SoundSearch.h"
@@ -10,8 +12,9 @@ namespace {
 
 std::optional<std::string> hashOf(const std::string& path) {
   auto hash = hashSound(path);
-  if (!hash) return std::nullopt;
-  return std::move(hash.value().hex);
+  if (hash) return std::move(hash.value().hex);
+  if (::access(path.c_str(), R_OK) != 0) return std::nullopt;
+  return "";
 }
 
 template <class Step>

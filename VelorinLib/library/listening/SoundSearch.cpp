@@ -205,16 +205,17 @@ SoundSearch::Outcome SoundSearch::search(const Departed& departed, std::size_t m
 SoundSearch::Outcome SoundSearch::searchBySound(const Sought& sought,
                                                 const std::vector<Candidate>& ranked,
                                                 std::size_t mostDecoded) {
+  Outcome outcome = Outcome::notFound;
   for (const Candidate& each : ranked) {
     if (_isCancelled()) return Outcome::unfinished;
     if (each.track.state != TrackSounds::State::current && _sounds.decoded() >= mostDecoded) {
       return Outcome::unfinished;
     }
-    if (_sounds.learn(each.track) == sought.soundHash && giveTo(sought.id, each.track.trackId)) {
-      return Outcome::found;
-    }
+    const auto hash = _sounds.learn(each.track);
+    if (!hash) outcome = Outcome::unfinished;
+    if (hash == sought.soundHash && giveTo(sought.id, each.track.trackId)) return Outcome::found;
   }
-  return Outcome::notFound;
+  return outcome;
 }
 
 bool SoundSearch::giveTo(std::int64_t departedId, std::int64_t trackId) {

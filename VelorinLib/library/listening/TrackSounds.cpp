@@ -62,18 +62,19 @@ WHERE t.id IN ({})
 }
 
 std::optional<std::string> TrackSounds::learn(const Subject& subject) {
-  if (subject.state == State::current) return subject.soundHash;
+  if (subject.state == State::current) return subject.soundHash.value_or("");
   const auto hash = decode(subject.filePath);
+  if (!hash) return hash;
   _database.write([&](sqlite::Writer& writer) {
     const auto known = writer.first<std::optional<std::string>>(
         "SELECT soundHash FROM trackSounds WHERE trackId = ?", subject.trackId);
-    const bool isOther = known && *known && hash && **known != *hash;
+    const bool isOther = known && *known && !hash->empty() && **known != *hash;
     if (isOther) parkBesideRow(writer, subject.trackId);
-    // A file that cannot be read just now keeps what was known of it. Of a row that has changed
+    // A file that cannot be decoded any more keeps what was known of it. Of a row that has changed
     // meanwhile nothing is known.
     writer.run(R"(
 INSERT OR REPLACE INTO trackSounds (trackId, soundHash, duration, fileSize, lastModified)
-SELECT t.id, COALESCE(?, s.soundHash), t.duration, t.fileSize, t.lastModified
+SELECT t.id, COALESCE(NULLIF(?, ''), s.soundHash), t.duration, t.fileSize, t.lastModified
 FROM tracks t LEFT JOIN trackSounds s ON s.trackId = t.id
 WHERE t.id = ? AND t.fileSize IS ? AND t.lastModified IS ?)",
                hash, subject.trackId, subject.fileSize, subject.lastModified);

@@ -13,7 +13,8 @@ namespace velorin {
 /// One thread at a time; both outlive it. Failures throw VelorinDatabaseError.
 class TrackSounds {
  public:
-  /// The hash of a file's sound; empty when it has none or cannot be read.
+  /// The hash of a file's sound: "" when it has none, such as one that is silent or that nobody can
+  /// decode; nothing when the file cannot be reached now.
   using HashSound = std::function<std::optional<std::string>(const std::string& path)>;
 
   TrackSounds(const DatabaseHandle& database, const HashSound& hashSound)
@@ -52,7 +53,7 @@ class TrackSounds {
 
   /// Decodes the beginning of the file and notes its hash, unless it is known. Where a file that
   /// was written since holds another sound than before, what the listener did to the track is
-  /// parked (see parkBesideRow), to go where that sound is now.
+  /// parked (see parkBesideRow), to go where that sound is now. Returns what HashSound returns.
   std::optional<std::string> learn(const Subject& subject);
 
   /// How many files it has decoded.

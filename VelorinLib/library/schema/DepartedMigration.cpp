@@ -9,6 +9,9 @@ namespace velorin::schema {
 // What was found out about a sound stands beside the size and date that its file had then: where
 // the track's own are others, the file was written since. A sound without a hash could not be read.
 //
+// Of a million tracks that are parked at once, foreign keys to "departedTracks" would take as long
+// to check as the parking: whoever deletes there deletes what belongs to it.
+//
 // The partial index holds the few tracks of a large library that a listener did something to.
 void createDepartedTracks(sqlite::Connection& file) {
   file.executeScript(R"(
@@ -38,14 +41,14 @@ CREATE INDEX idx_departedTracks_filePath ON departedTracks(filePath, cueStartTim
 CREATE INDEX idx_departedTracks_searchedUpTo ON departedTracks(searchedUpTo);
 CREATE TABLE departedHistory (
     id INTEGER PRIMARY KEY,
-    trackId INTEGER NOT NULL REFERENCES departedTracks(trackId) ON DELETE CASCADE,
+    trackId INTEGER NOT NULL,
     playedAt DATETIME NOT NULL,
     duration REAL NOT NULL,
     skipped INTEGER NOT NULL
 );
 CREATE INDEX idx_departedHistory_track ON departedHistory(trackId);
 CREATE TABLE departedPlaces (
-    trackId INTEGER NOT NULL REFERENCES departedTracks(trackId) ON DELETE CASCADE,
+    trackId INTEGER NOT NULL,
     playlistId INTEGER NOT NULL REFERENCES playlists(id) ON DELETE CASCADE,
     position INTEGER NOT NULL,
     createdAt DATETIME NOT NULL,
