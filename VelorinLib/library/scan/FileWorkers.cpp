@@ -141,6 +141,7 @@ bool FileWorkers::finish(const std::function<bool()>& isCancelled,
       dropped = true;
       hanging.swap(_state->threads);
     }
+    _state->close();
   }
   for (std::thread& thread : hanging) thread.detach();
   return !dropped;

@@ -28,9 +28,9 @@ class FileWorkers {
   /// Blocks while too many files are on their way. False when the workers take no more.
   bool add(std::string path);
 
-  /// Blocks until everything added is done. When `isCancelled` becomes true meanwhile, waits for
-  /// what is being worked on for the grace only, and leaves behind what hangs then. False when
-  /// something was left behind or dropped.
+  /// Blocks until everything added is done; after that nothing is taken any more. When
+  /// `isCancelled` becomes true meanwhile, waits for what is being worked on for the grace only,
+  /// and leaves behind what hangs then. False when something was left behind or dropped.
   bool finish(const std::function<bool()>& isCancelled, ScanSettings::Milliseconds grace);
 
   /// How adding files goes on where the workers may be gone already: a copy of this may be kept.
