@@ -154,6 +154,37 @@ SELECT id, ?, playedAt, duration, skipped FROM departedHistory WHERE trackId = ?
   }
 }
 
+std::int64_t presentId(sqlite::Reader& reader, std::int64_t trackId) {
+  if (reader.first<int>("SELECT 1 FROM tracks WHERE id = ?", trackId)) return trackId;
+  for (std::int64_t step = 0;;) {
+    auto next = reader.query(
+        "SELECT id, newId FROM trackSuccessions WHERE oldId = ? AND id > ? ORDER BY id LIMIT 1",
+        trackId, step);
+    if (!next.next()) return trackId;
+    sqlite::RowReader(next.row()) >> step >> trackId;
+  }
+}
+
+bool addToParked(Writer& writer, std::int64_t departedId,
+                 std::chrono::system_clock::time_point playedAt, double duration, bool skipped) {
+  const auto counted = writer.run(
+      skipped ? "UPDATE departedTracks SET totalSkips = totalSkips + 1 WHERE trackId = ?"
+              : "UPDATE departedTracks SET totalPlays = totalPlays + 1 WHERE trackId = ?",
+      departedId);
+  if (counted == 0) return false;
+  // Its id is one that no row of the history will get.
+  writer.run(R"(
+INSERT INTO sqlite_sequence (name, seq)
+SELECT 'playbackHistory', 0
+WHERE NOT EXISTS (SELECT 1 FROM sqlite_sequence WHERE name = 'playbackHistory'))");
+  writer.run("UPDATE sqlite_sequence SET seq = seq + 1 WHERE name = 'playbackHistory'");
+  writer.run(R"(
+INSERT INTO departedHistory (id, trackId, playedAt, duration, skipped)
+SELECT seq, ?, ?, ?, ? FROM sqlite_sequence WHERE name = 'playbackHistory')",
+             departedId, playedAt, duration, skipped);
+  return true;
+}
+
 ReturningTracks::ReturningTracks(Writer& writer)
     : _writer(writer), _anyParked(anyParked(writer)), _places(writer) {}
 

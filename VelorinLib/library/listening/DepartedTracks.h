@@ -8,6 +8,8 @@
 // Everything here runs inside a write of the caller. Failures throw VelorinDatabaseError.
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <span>
 
 #include "library/listening/PlaylistPlaces.h"
@@ -37,6 +39,14 @@ enum class Sound { same, other };
 /// caller calls in the same transaction.
 void giveBack(sqlite::Writer& writer, std::int64_t departedId, std::int64_t trackId, Sound sound,
               PlaylistPlaces& places);
+
+/// The id that a track has now, for who may know it by the id that it had when it began to play:
+/// that of its row, or the one that it is parked under. An id that nothing is known of stays.
+std::int64_t presentId(sqlite::Reader& reader, std::int64_t trackId);
+
+/// Adds a play or skip to what is parked. False when nothing is parked under this id.
+bool addToParked(sqlite::Writer& writer, std::int64_t departedId,
+                 std::chrono::system_clock::time_point playedAt, double duration, bool skipped);
 
 /// Gives new rows what is parked for the same file and CUE start. For one transaction; costs
 /// nothing measurable while nothing is parked, else a look-up for each row.

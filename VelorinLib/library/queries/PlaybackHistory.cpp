@@ -5,6 +5,7 @@
 #include <unordered_set>
 
 #include "foundation/EventBus.h"
+#include "library/listening/DepartedTracks.h"
 #include "library/queries/LocalHours.h"
 #include "library/queries/PlayCounts.h"
 #include "library/rows/TrackInfos.h"
@@ -105,13 +106,15 @@ void PlaybackHistory::recordPlay(std::int64_t trackId, TimePoint playedAt, doubl
                                  bool skipped) {
   const double heard = std::isfinite(duration) ? std::max(duration, 0.0) : 0.0;
   _database.write([&](sqlite::Writer& writer) {
+    const std::int64_t id = presentId(writer, trackId);
+    if (addToParked(writer, id, playedAt, heard, skipped)) return;
     writer.run(R"(
 INSERT INTO playbackHistory (trackId, playedAt, duration, skipped)
 VALUES (?, ?, ?, ?))",
-               trackId, playedAt, heard, skipped);
+               id, playedAt, heard, skipped);
     writer.run(skipped ? "UPDATE tracks SET totalSkips = totalSkips + 1 WHERE id = ?"
                        : "UPDATE tracks SET totalPlays = totalPlays + 1 WHERE id = ?",
-               trackId);
+               id);
   });
   if (_events != nullptr) _events->postOnMain(PlaybackHistoryDidUpdate{});
 }

@@ -32,7 +32,8 @@ class PlaybackHistory {
 
   /// Adds a row, counts it in the track's totals, and then posts PlaybackHistoryDidUpdate on the
   /// main thread. `duration` is what was heard, in seconds; what is not a number above 0 is kept
-  /// as 0. Throws for a track that is not in the library.
+  /// as 0. A track whose file was scanned anew meanwhile is known by its old id for a day, and one
+  /// that is parked gets it there. Throws for a track that is not in the library.
   void recordPlay(std::int64_t trackId, TimePoint playedAt, double duration, bool skipped);
 
   /// A page of the history, skips included, counted from the newest row: oldest first inside the

@@ -245,6 +245,23 @@ TEST(Listening, WhatTheListenerRemovesIsForgotten) {
   EXPECT_EQ(user.parked(), 0);
 }
 
+TEST(Listening, APlayThatEndsAfterTheScanCounts) {
+  Listener user;
+  user.disk = {{"/m/1", {.sound = 1}}};
+  user.import({"/m/1"});
+  const auto oldId = user.idOf("/m/1");
+  PlaybackHistory history(user.database());
+  history.setRating(oldId, 5);
+  user.remove({"/m/1"});
+  history.recordPlay(oldId, {}, 10, false);
+  user.import({"/m/1"});
+  user.find();
+  history.recordPlay(oldId, {}, 10, false);
+  EXPECT_EQ(user.plays("/m/1"), 2);
+  EXPECT_EQ(user.library.value<int>("SELECT COUNT(*) FROM playbackHistory"), 2);
+  EXPECT_THROW(history.recordPlay(999, {}, 10, false), VelorinDatabaseError);
+}
+
 TEST(Listening, PinsOfAlbumsAndArtistsFollowTheirNames) {
   for (const bool isRescan : {false, true}) {
     Listener user;
