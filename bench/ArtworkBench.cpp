@@ -67,6 +67,23 @@ class Albums {
   test::TestLibrary _library;
 };
 
+/// A library whose albums have no picture anywhere.
+void measureWithoutPictures(BenchReport& report, ArtworkCacheManager& cache) {
+  constexpr int kBare = 20'000;
+  const BenchFolder folder;
+  test::TestLibrary library;
+  for (int i = 0; i < kBare; ++i) {
+    const auto path = folder / (std::to_string(i) + ".mp3").c_str();
+    std::ofstream(path).put(0);
+    library.add({.album = std::to_string(i), .path = path.native()});
+  }
+  const ArtworkCaching caching(library.database(), cache);
+  const auto pass = [&] { caching.cacheArtwork([](const std::string&) {}, [] { return false; }); };
+  report.add("20,000 albums without a picture, first", tookOf(pass).wall / 1000, "s");
+  report.add("    with nothing to do", tookOf(pass).wall / 1000, "s", atMost(0.2));
+  cache.removeAll();
+}
+
 void writeFlacWithPicture(const std::filesystem::path& path, const test::Bytes& picture) {
   writeMusicFile(path, {.seconds = 10});
   TagLib::FLAC::File file(path.c_str());
@@ -109,6 +126,7 @@ const Registration kArtwork("artwork", [](BenchReport& report) {
     writeFlacWithPicture(home / "track.flac", jpeg);
     Albums(folder, home / "track.flac", false).measure(report, "1000x1000 JPEG inside FLAC", cache);
   }
+  measureWithoutPictures(report, cache);
   const BenchFolder folder;
   for (int i = 0; i < 15; ++i) std::ofstream(folder / fmt::format("{:02}.flac", i).c_str()).put(0);
   std::ofstream(folder / "cover.jpg").put(0);

@@ -4,12 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <system_error>
 
 #include "foundation/Log.h"
 #include "foundation/Text.h"
 #include "library/artwork/EmbeddedPicture.h"
+#include "platform/files/RegularFile.h"
 #include "platform/images/ImageDecoder.h"
 #include "platform/images/ImageEncoder.h"
 #include "platform/images/ImageScaler.h"
@@ -28,6 +30,17 @@ void logFailure(std::int64_t albumId, std::string_view error) {
 
 void logUnreadable(const std::string& path, const ImageError& error) {
   log::line("⚠️ No artwork from {}: {}", text::pathForDisplay(path), error.reason);
+}
+
+/// What it means that no picture came out of a file: a share that went away in between, or a file
+/// that may not be read, is not one without a picture.
+PictureOutcome withoutPicture(const std::string& source) {
+  const auto file = RegularFile::open(source);
+  if (!file) return PictureOutcome::failed;
+  const std::uint64_t size = file.value().size();
+  std::array<std::byte, 1> last;
+  const bool isWhole = size == 0 || file.value().read(size - 1, last) == 1;
+  return isWhole ? PictureOutcome::noPicture : PictureOutcome::failed;
 }
 
 /// Without a sync: what a power cut loses is made again, while thousands of syncs in a row would
@@ -65,10 +78,13 @@ std::string ArtworkCacheManager::cachedImagePath(std::int64_t albumId) const {
   return fmt::format("{}/{}.jpg", _cacheDirectory.native(), albumId);
 }
 
-bool ArtworkCacheManager::hasCachedImage(std::int64_t albumId) const {
+std::optional<std::int64_t> ArtworkCacheManager::cachedImageTime(std::int64_t albumId) const {
   struct stat status {};
-  return ::stat(cachedImagePath(albumId).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-         status.st_size > 0;
+  if (::stat(cachedImagePath(albumId).c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
+      status.st_size == 0) {
+    return std::nullopt;
+  }
+  return static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec;
 }
 
 bool ArtworkCacheManager::cacheImage(std::int64_t albumId, const Bitmap& image) {
@@ -86,13 +102,6 @@ bool ArtworkCacheManager::cacheImage(std::int64_t albumId, const Bitmap& image) 
   return false;
 }
 
-bool ArtworkCacheManager::cacheImageFile(std::int64_t albumId, const std::string& picturePath) {
-  const auto image = decodeImageFile(picturePath, kMaxSide);
-  if (image) return cacheImage(albumId, image.value());
-  logUnreadable(picturePath, image.error());
-  return false;
-}
-
 bool ArtworkCacheManager::cacheImageBytes(std::int64_t albumId,
                                           std::span<const std::uint8_t> picture) {
   const auto image = decodeImage(picture, kMaxSide);
@@ -101,13 +110,25 @@ bool ArtworkCacheManager::cacheImageBytes(std::int64_t albumId,
   return false;
 }
 
-bool ArtworkCacheManager::cacheEmbeddedArtwork(std::int64_t albumId, const std::string& audioPath) {
+PictureOutcome ArtworkCacheManager::cacheImageFile(std::int64_t albumId,
+                                                   const std::string& picturePath) {
+  return take(albumId, picturePath, decodeImageFile(picturePath, kMaxSide));
+}
+
+PictureOutcome ArtworkCacheManager::cacheEmbeddedArtwork(std::int64_t albumId,
+                                                         const std::string& audioPath) {
   const auto picture = readEmbeddedPicture(audioPath);
-  if (!picture) return false;
-  const auto image = decodeImage(*picture, kMaxSide);
-  if (image) return cacheImage(albumId, image.value());
-  logUnreadable(audioPath, image.error());
-  return false;
+  if (!picture) return withoutPicture(audioPath);
+  return take(albumId, audioPath, decodeImage(*picture, kMaxSide));
+}
+
+PictureOutcome ArtworkCacheManager::take(std::int64_t albumId, const std::string& source,
+                                         const Result<Bitmap, ImageError>& image) {
+  if (image) {
+    return cacheImage(albumId, image.value()) ? PictureOutcome::cached : PictureOutcome::failed;
+  }
+  logUnreadable(source, image.error());
+  return withoutPicture(source);
 }
 
 bool ArtworkCacheManager::write(std::int64_t albumId, std::span<const std::uint8_t> jpeg) {

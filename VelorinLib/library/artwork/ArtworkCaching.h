@@ -12,8 +12,9 @@ namespace velorin {
 class ArtworkCacheManager;
 class Preferences;
 
-/// The step after each scan. Reads neither picture nor audio file of an album that has its cached
-/// picture. Any thread, one at a time; blocks for the disk.
+/// The step after each scan. Opens neither picture nor audio file unless it is new to it or changed
+/// since it was looked at, whether or not it had a picture; it only asks for their state. Emptying
+/// the cache makes it look at all of them again. Any thread, one at a time; blocks for the disk.
 class ArtworkCaching {
  public:
   using UpdateStatus = std::function<void(const std::string& text)>;
@@ -24,8 +25,9 @@ class ArtworkCaching {
   ArtworkCaching(const DatabaseHandle& database, ArtworkCacheManager& cache)
       : _database(database), _cache(cache) {}
 
-  /// Pictures beside the files first, then the ones inside files, up to four at a time. What cannot
-  /// be read is left for the next scan. Returns the number of albums that got a picture.
+  /// Pictures beside the files first, then the ones inside files, up to four at a time. A picture
+  /// whose file was replaced is made again, and the album's colour is forgotten. What is out of
+  /// reach is left for the next scan. Returns the number of albums that got a picture.
   std::size_t cacheArtwork(const UpdateStatus& updateStatus, const IsCancelled& isCancelled) const;
 
   /// The same once per installation, for a library from before there was a cache: at start-up, when

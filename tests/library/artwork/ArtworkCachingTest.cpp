@@ -1,7 +1,9 @@
 #include "library/artwork/ArtworkCaching.h"
 
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <taglib/flacfile.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -81,7 +83,8 @@ TEST_F(ArtworkCachingTest, EachAlbumGetsASmallPictureOnce) {
     EXPECT_EQ(cached->height, e.height);
     EXPECT_LT(test::differenceOf(cached.value(), test::gradient(e.width, e.height)).mean, 3);
   }
-  EXPECT_EQ(std::distance(fs::directory_iterator(_cache.cacheDirectory()), {}), 3);
+  EXPECT_EQ(std::distance(fs::directory_iterator(_cache.cacheDirectory()), {}), 4)
+      << "pictures, and the table of their sources";
 
   // Now that the sources are gone, another pass would fail where it read them; what was broken and
   // is mended is taken in.
@@ -93,6 +96,87 @@ TEST_F(ArtworkCachingTest, EachAlbumGetsASmallPictureOnce) {
   EXPECT_TRUE(_cache.hasCachedImage(broken));
   _cache.removeAll();
   EXPECT_FALSE(_cache.hasCachedImage(broken));
+}
+
+/// How many files of a folder were opened since the last time.
+class Openings {
+ public:
+  explicit Openings(const fs::path& folder) : _events(::inotify_init1(IN_NONBLOCK)) {
+    ::inotify_add_watch(_events, folder.c_str(), IN_OPEN);
+  }
+  ~Openings() { ::close(_events); }
+  int count() const {
+    int count = 0;
+    alignas(inotify_event) std::array<char, 16'384> buffer;
+    for (ssize_t size; (size = ::read(_events, buffer.data(), buffer.size())) > 0;) {
+      for (ssize_t at = 0; at < size; ++count) {
+        const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
+        at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+      }
+    }
+    return count;
+  }
+
+ private:
+  const int _events;
+};
+
+TEST_F(ArtworkCachingTest, OpensWhatHasNoPictureOnceUntilItChanges) {
+  const log::Capture log;
+  const auto jpeg = [](int side) { return test::jpegOf(test::gradient(side, side)); };
+  const auto sideOf = [&](std::int64_t album) {
+    const auto cached = decodeImageFile(_cache.cachedImagePath(album), 9999);
+    return cached ? cached->width : 0;
+  };
+  const auto cover = addWithFile("cover", jpeg(10));
+  addWithFile("broken", {1, 2, 3});
+  addWithEmbedded("undecodable", {1, 2, 3});
+  const auto bare = addAlbum("bare", _folder / "bare.flac", std::nullopt);
+  test::FlacFixture::make({.frames = 100}).write(_folder / "bare.flac");
+  addAlbum("text", _folder / "text.mp3", std::nullopt);
+  test::writeBytes((_folder / "text.mp3").string(), {1, 2, 3});
+  const Openings openings(_folder.path());
+  EXPECT_EQ(cacheArtwork(), 1U);
+  EXPECT_GT(openings.count(), 4);
+  EXPECT_EQ(cacheArtwork(), 0U);
+  EXPECT_EQ(openings.count(), 0);
+
+  // Other pictures under the same names; the older time is that of a copy that kept it.
+  _library.run("UPDATE albums SET accentColorHex = '#102030'");
+  test::writeBytes((_folder / "cover.jpg").string(), jpeg(11));
+  fs::last_write_time(_folder / "cover.jpg",
+                      fs::file_time_type::clock::now() - std::chrono::years(1));
+  addWithEmbedded("bare", jpeg(12));
+  EXPECT_EQ(cacheArtwork(), 2U);
+  EXPECT_EQ(sideOf(cover), 11);
+  EXPECT_EQ(sideOf(bare), 12);
+  EXPECT_EQ(_library.value<int>("SELECT count(*) FROM albums WHERE accentColorHex IS NULL"), 1);
+  // A picture beside the file takes the place of the one inside.
+  _library.run("UPDATE albums SET artworkPath = ? WHERE id = ?", (_folder / "cover.jpg").string(),
+               bare);
+  EXPECT_EQ(cacheArtwork(), 1U);
+  EXPECT_EQ(sideOf(bare), 11);
+  // What is gone for now takes no picture away, and is no news when it is back.
+  fs::rename(_folder / "text.mp3", _folder / "away");
+  test::writeBytes((_folder / "cover.jpg").string(), {1, 2, 3});
+  EXPECT_EQ(cacheArtwork(), 0U);
+  EXPECT_EQ(sideOf(cover), 11);
+
+  // A damaged table costs one pass; an emptied cache is filled again.
+  const std::string table = _cache.sourcesPath();
+  const auto size = fs::file_size(table);
+  for (const auto& damage : std::vector<std::function<void()>>{
+           [&] { fs::resize_file(table, size - 1); }, [&] { fs::resize_file(table, 3); },
+           [&] { std::fstream(table, std::ios::in | std::ios::out).seekp(30).put('x'); },
+           [&] { _cache.removeAll(); }}) {
+    openings.count();
+    damage();
+    cacheArtwork();
+    EXPECT_GT(openings.count(), 0);
+    cacheArtwork();
+    EXPECT_EQ(openings.count(), 0);
+    EXPECT_EQ(fs::file_size(table), size - 24) << "without the album that is away";
+  }
 }
 
 TEST_F(ArtworkCachingTest, StopsWhenCancelledAndWarmsUpOnce) {
