@@ -21,6 +21,7 @@ LibraryScanner::Parts LibraryServices::scannerParts() {
                .removal = _manager->removal(),
                .events = _events,
                .preferences = _preferences,
+               .throttle = _throttle,
                .extractor = std::make_shared<MetadataExtractor>(),
                .findArtwork = &findArtwork},
       .hooks = {.cacheArtwork =

@@ -30,6 +30,7 @@ class LibraryServices {
   LibraryScanner::Parts scannerParts();
 
   EventBus _events;
+  LibraryUpdateThrottle _throttle{_events};
   Preferences _preferences;
   std::shared_ptr<DatabaseManager> _manager;
   VolumeManager _volumes{_preferences};

@@ -83,12 +83,14 @@ class Scan {
   std::shared_ptr<DatabaseManager> _library;
   const std::string _music;
   EventBus _events;
+  LibraryUpdateThrottle _throttle{_events};
   Preferences _preferences;
   VolumeManager _volumes{_preferences};
   LibraryScanner _scanner{{.scan = {.database = _library->database(),
                                     .removal = _library->removal(),
                                     .events = _events,
                                     .preferences = _preferences,
+                                    .throttle = _throttle,
                                     .extractor = std::make_shared<MetadataExtractor>(),
                                     .findArtwork = &findArtwork},
                            .hooks = {},

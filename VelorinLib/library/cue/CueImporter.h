@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "library/DatabaseHandle.h"
-#include "library/cue/CueText.h"
 #include "records/ScannedItem.h"
 
 namespace velorin {
@@ -25,11 +24,16 @@ class CueImporter {
     std::optional<std::string> audioPath;
     /// Why a sheet could not be used, in one line without its path.
     std::optional<std::string> failure;
+    /// To be noted: the time of the sheet, and the files of a sheet of several.
+    std::optional<double> processedAt;
+    std::vector<std::string> filesOfTheirOwn;
+    bool isUnchanged = false;   ///< it gave its tracks when it was read last, if it gave any
+    bool isUnreadable = false;  ///< nobody knows what it says
   };
 
-  /// Reads a sheet and its audio file. A sheet that did not change since it was last read gives no
-  /// items but its audio file; one that cannot be used is noted as read, so that it is not tried
-  /// again until it changes.
+  /// Reads a sheet and its audio file, and notes what it found. A sheet that did not change since
+  /// it was last read gives no items but its audio file; one that cannot be used is noted as read,
+  /// so that it is not tried again until it changes.
   ///
   /// The audio file may lie elsewhere than beside the sheet, but only inside the music folders: no
   /// sheet brings files into the library that nobody added.
@@ -38,9 +42,11 @@ class CueImporter {
   /// VelorinDatabaseError.
   Outcome processCue(const std::string& sheetPath, ScanState& state) const;
 
- private:
-  void removeTracksOf(const CueText& sheet, const std::string& sheetPath) const;
+  /// The two halves of processCue(): the reading, without the database, and the noting.
+  static Outcome read(const std::string& sheetPath, ScanState& state);
+  void note(const std::string& sheetPath, const Outcome& outcome) const;
 
+ private:
   const DatabaseHandle& _database;
 };
 

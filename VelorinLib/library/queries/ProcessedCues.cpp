@@ -26,4 +26,12 @@ void ProcessedCues::clearProcessedCues() const {
   _database.write([](Writer& writer) { writer.run("DELETE FROM processedCues"); });
 }
 
+void ProcessedCues::forget(const std::vector<std::string>& paths) const {
+  _database.write([&](Writer& writer) {
+    for (const std::string& path : paths) {
+      writer.run("DELETE FROM processedCues WHERE path = ?", path);
+    }
+  });
+}
+
 }  // namespace velorin

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "library/DatabaseHandle.h"
 
@@ -18,6 +19,8 @@ class ProcessedCues {
   std::unordered_map<std::string, double> fetchProcessedCues() const;
   void markCueProcessed(const std::string& path, double lastModified) const;
   void clearProcessedCues() const;
+  /// These sheets are gone.
+  void forget(const std::vector<std::string>& paths) const;
 
  private:
   const DatabaseHandle& _database;

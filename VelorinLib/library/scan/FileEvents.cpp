@@ -10,6 +10,7 @@
 #include "library/queries/FileStamp.h"
 #include "library/queries/LibraryInventory.h"
 #include "library/queries/MusicFolders.h"
+#include "library/queries/PathPrefix.h"
 
 namespace velorin {
 namespace {
@@ -25,26 +26,52 @@ std::string folderOf(const std::string& path) {
   return path.substr(0, path.rfind('/'));
 }
 
-/// The sheets that lie beside these files, other than those that are listed. The rows of a sheet's
-/// tracks went with those of its file, and only the sheet can bring them back.
-std::vector<std::string> siblingSheets(const std::vector<std::string>& audio,
-                                       const std::vector<std::string>& listed) {
+/// The sheets in these folders, other than those that are listed. The rows of a sheet's tracks went
+/// with those of its file, and only the sheet can bring them back.
+std::vector<std::string> sheetsIn(const std::vector<std::string>& folders,
+                                  const std::vector<std::string>& listed) {
   std::unordered_set<std::string> visited;
   std::unordered_set<std::string> known(listed.begin(), listed.end());
   std::vector<std::string> sheets;
-  for (const std::string& path : audio) {
-    const std::string folder = folderOf(path);
+  for (const std::string& folder : folders) {
     if (!visited.insert(folder).second) continue;
     std::error_code failure;
     for (std::filesystem::directory_iterator entry(folder, failure), end; !failure && entry != end;
          entry.increment(failure)) {
       const std::string& sibling = entry->path().native();
-      if (kindOfFile(sibling) == FileKind::cueSheet && known.insert(sibling).second) {
+      if (kindOfFile(sibling) == FileKind::cueSheet && isReachable(sibling, {folder}) &&
+          known.insert(sibling).second) {
         sheets.push_back(sibling);
       }
     }
   }
   return sheets;
+}
+
+/// The audio files with CUE tracks that are there, in these folders and below.
+std::vector<std::string> cueAudioBelow(const std::vector<std::string>& folders,
+                                       const PathTable& keys) {
+  std::vector<std::string> audio;
+  if (folders.empty()) return audio;
+  keys.forEachCue([&](std::string_view path) {
+    if (!audio.empty() && audio.back() == path) return;
+    const bool isBelow = std::ranges::any_of(
+        folders, [&](const std::string& folder) { return PathPrefix(folder).contains(path); });
+    if (isBelow && stampOfFile(std::string(path))) audio.emplace_back(path);
+  });
+  return audio;
+}
+
+/// The file's folder and those above it, as far as they are in one of the tops.
+void addFoldersUpTo(const std::vector<std::string>& tops, const std::string& path,
+                    std::vector<std::string>& folders) {
+  for (std::string folder = folderOf(path);; folder = folderOf(folder)) {
+    const bool isInside = std::ranges::any_of(tops, [&](const std::string& top) {
+      return folder == top || PathPrefix(top).contains(folder);
+    });
+    if (!isInside) return;
+    folders.push_back(folder);
+  }
 }
 
 }  // namespace
@@ -80,14 +107,12 @@ PendingEvents::Taken PendingEvents::take() {
 }
 
 FileEvents::FileEvents(const ScanParts& parts, const ScanHooks& hooks, VolumeResolving& volumes,
-                       const ScanSettings& settings, ScanCallbacks callbacks,
-                       LibraryUpdateThrottle& throttle)
+                       const ScanSettings& settings, ScanCallbacks callbacks)
     : _parts(parts),
       _hooks(hooks),
       _volumes(volumes),
       _settings(settings),
-      _callbacks(std::move(callbacks)),
-      _throttle(throttle) {}
+      _callbacks(std::move(callbacks)) {}
 
 bool FileEvents::process(const std::vector<std::string>& paths) {
   const auto roots = MusicFolders(_parts.database).getFolders();
@@ -105,27 +130,43 @@ bool FileEvents::process(const std::vector<std::string>& paths) {
 
   std::vector<std::string> sheets;
   std::vector<std::string> audio;
+  std::vector<std::string> sheetFolders;
+  CueChanges cues;
   for (const std::string& path : changes.modified) {
     const auto kind = kindOfFile(path);
-    if (kind == FileKind::cueSheet) sheets.push_back(path);
     if (kind == FileKind::audio) audio.push_back(path);
+    if (kind != FileKind::cueSheet) continue;
+    sheets.push_back(path);
+    sheetFolders.push_back(folderOf(path));
   }
-  const auto siblings = siblingSheets(audio, sheets);
+  for (const std::string& path : changes.deleted) {
+    if (kindOfFile(path) != FileKind::cueSheet) continue;
+    cues.vanished.push_back(path);
+    sheetFolders.push_back(folderOf(path));
+  }
+  PathTable keys = LibraryInventory(_parts.database).existingKeys();
+  cues.audio = cueAudioBelow(sheetFolders, keys);
+  std::vector<std::string> foldersWithSheets;
+  for (const std::string& path : audio) foldersWithSheets.push_back(folderOf(path));
+  for (const std::string& path : cues.audio) addFoldersUpTo(sheetFolders, path, foldersWithSheets);
+  const auto siblings = sheetsIn(foldersWithSheets, sheets);
   if (!siblings.empty()) {
     log::line(
         "👁️ FSEvent: found {} sibling CUE file(s) for modified audio — including in scan",
         siblings.size());
     sheets.insert(sheets.end(), siblings.begin(), siblings.end());
   }
+  // Those that no sheet claims any more are read as files.
+  audio.insert(audio.end(), cues.audio.begin(), cues.audio.end());
 
-  ScanPipeline pipeline(_parts, _settings, _callbacks, _throttle, std::make_shared<ScanReport>());
+  ScanPipeline pipeline(_parts, _settings, _callbacks, std::make_shared<ScanReport>());
   pipeline.phasedScan(
       [&](const ScanPipeline::UsePath& use) {
         for (const std::string& path : audio) {
           if (!use(path)) return;
         }
       },
-      audio.size(), sheets, LibraryInventory(_parts.database).existingKeys(), roots);
+      audio.size(), sheets, cues, std::move(keys), roots);
   if (_callbacks.isCancelled()) {
     // Rows may be missing whose files are there: the next start looks at everything.
     MusicFolders(_parts.database).markFoldersForFullScan(roots);

@@ -46,8 +46,7 @@ class FileEvents {
  public:
   /// All references outlive it.
   FileEvents(const ScanParts& parts, const ScanHooks& hooks, VolumeResolving& volumes,
-             const ScanSettings& settings, ScanCallbacks callbacks,
-             LibraryUpdateThrottle& throttle);
+             const ScanSettings& settings, ScanCallbacks callbacks);
 
   /// False when none of the paths concerned the library. Throws VelorinDatabaseError.
   bool process(const std::vector<std::string>& paths);
@@ -66,7 +65,6 @@ class FileEvents {
   VolumeResolving& _volumes;
   const ScanSettings& _settings;
   const ScanCallbacks _callbacks;
-  LibraryUpdateThrottle& _throttle;
 };
 
 }  // namespace velorin

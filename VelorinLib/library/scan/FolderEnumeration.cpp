@@ -84,6 +84,8 @@ class WatchedWalk : public FolderVisitor {
     _found.setHandingOver(true);
     const bool on = _takeAudio(file);
     _found.setHandingOver(false);
+    // Nobody takes any more: the rest of the folder is not seen.
+    if (!on) _found.cancel();
     return on;
   }
 

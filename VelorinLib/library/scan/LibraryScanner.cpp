@@ -16,10 +16,10 @@
 namespace velorin {
 
 LibraryScanner::LibraryScanner(Parts parts, ScanSettings settings)
-    : _parts(std::move(parts)), _settings(std::move(settings)), _throttle(_parts.scan.events) {}
+    : _parts(std::move(parts)), _settings(std::move(settings)) {}
 
 LibraryScanner::~LibraryScanner() {
-  _endingSoon = true;
+  _control->setWatching(false);
   _control->advance();
   _control->cancel();
   _watchQueue.sync([this] { stopWatching(); });
@@ -29,7 +29,7 @@ LibraryScanner::~LibraryScanner() {
 
 void LibraryScanner::start() {
   if (!_parts.scan.preferences.getBool("autoScanEnabled").value_or(true)) return;
-  _autoScanEnabled = true;
+  _control->setWatching(true);
   _watchQueue.async([this] {
     const auto folders = foldersOrNone();
     if (folders.empty()) return;
@@ -45,13 +45,14 @@ void LibraryScanner::start() {
     if (isScanNeeded) {
       onMain([this] { rescan(); });
     } else if (_parts.warmUpArtwork) {
-      _scanQueue.async([this] { _parts.warmUpArtwork([this] { return _endingSoon.load(); }); });
+      _scanQueue.async(
+          [this] { _parts.warmUpArtwork([this] { return !_control->isWatching(); }); });
     }
   });
 }
 
 void LibraryScanner::setAutoScan(bool enabled) {
-  _autoScanEnabled = enabled;
+  _control->setWatching(enabled);
   log::line("📂 Scanner: auto-scan {}", enabled ? "enabled" : "disabled");
   if (!enabled) cancel();
   _watchQueue.async([this, enabled] {
@@ -62,7 +63,7 @@ void LibraryScanner::setAutoScan(bool enabled) {
 }
 
 void LibraryScanner::foldersDidChange() {
-  if (!_autoScanEnabled) return;
+  if (!_control->isWatching()) return;
   _watchQueue.async([this] {
     const auto folders = foldersOrNone();
     if (folders.empty()) {
@@ -76,7 +77,7 @@ void LibraryScanner::foldersDidChange() {
 }
 
 void LibraryScanner::volumeMounted(const std::string& mountPath) {
-  if (!_autoScanEnabled) return;
+  if (!_control->isWatching()) return;
   _watchQueue.async([this, mountPath] {
     const auto folders = foldersOrNone();
     std::vector<std::string> affected;
@@ -133,10 +134,9 @@ void LibraryScanner::processEvents() {
   ScanCallbacks silent = callbacks(0);
   silent.updateStatus = [](const std::string&) {};
   silent.updateProgress = [](std::size_t, std::size_t) {};
-  silent.isCancelled = [this] { return _endingSoon || !_autoScanEnabled; };
+  silent.isCancelled = [control = _control] { return !control->isWatching(); };
   try {
-    FileEvents events(_parts.scan, _parts.hooks, _parts.volumes, _settings, std::move(silent),
-                      _throttle);
+    FileEvents events(_parts.scan, _parts.hooks, _parts.volumes, _settings, std::move(silent));
     if (events.process(taken.paths)) _parts.scan.events.postOnMain(LibraryDidUpdate{});
   } catch (const VelorinDatabaseError& error) {
     log::line("❌ Scan error: {}", error.message);
@@ -240,7 +240,7 @@ void LibraryScanner::run(std::uint64_t generation, Form form,
   std::vector<std::string> scanned;
   try {
     ScanForms scan(_parts.scan, _parts.hooks, _parts.volumes, _settings, callbacks(generation),
-                   _throttle, report);
+                   report);
     switch (form) {
       case Form::newFolders:
       case Form::mountedFolders:

@@ -91,11 +91,8 @@ class LibraryScanner {
 
   const Parts _parts;
   const ScanSettings _settings;
-  LibraryUpdateThrottle _throttle;
   const std::shared_ptr<ScanControl> _control = std::make_shared<ScanControl>();
   PendingEvents _pendingEvents;
-  std::atomic<bool> _autoScanEnabled{false};
-  std::atomic<bool> _endingSoon{false};
 
   // Main thread.
   ScanProgressState _scanState;

@@ -3,63 +3,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <unordered_set>
 
 #include "foundation/Log.h"
 #include "library/queries/FileStamp.h"
 #include "library/queries/LibraryInventory.h"
-#include "library/queries/PathPrefix.h"
+#include "library/queries/ProcessedCues.h"
 #include "library/scan/ScanText.h"
 
 namespace velorin {
-namespace {
-
-/// What the enumeration knows of a path.
-class Listing {
- public:
-  explicit Listing(const EnumeratedFolders& found) : _found(found) {
-    for (const FolderEnumResult& folder : found.folders) {
-      _cueSheets.insert(folder.cueFiles.begin(), folder.cueFiles.end());
-      if (folder.isWhole()) _roots.emplace_back(folder.folder);
-      for (const UnseenFolder& unseen : folder.unseen) _unseen.insert(unseen.path);
-    }
-  }
-
-  std::size_t size() const { return _found.audioCount() + _cueSheets.size(); }
-
-  std::optional<std::int64_t> stampOf(std::string_view path) const {
-    for (const FolderEnumResult& folder : _found.folders) {
-      if (const auto stamp = folder.audioFiles.find(path)) return stamp;
-    }
-    return std::nullopt;
-  }
-
-  bool holds(std::string_view path) const {
-    return stampOf(path) || (!_cueSheets.empty() && _cueSheets.contains(std::string(path)));
-  }
-
-  /// True for a file that would have been found if it were there.
-  bool wasLookedFor(std::string_view path) const {
-    if (std::ranges::none_of(_roots, [&](const PathPrefix& root) { return root.contains(path); })) {
-      return false;
-    }
-    if (_unseen.empty()) return true;
-    for (; !path.empty(); path = path.substr(0, path.rfind('/'))) {
-      if (_unseen.contains(std::string(path))) return false;
-    }
-    return true;
-  }
-
- private:
-  const EnumeratedFolders& _found;
-  std::unordered_set<std::string> _cueSheets;
-  std::vector<PathPrefix> _roots;
-  std::unordered_set<std::string> _unseen;
-};
-
-}  // namespace
-
-PathTable OrphanCheck::checkForChanges(const EnumeratedFolders& found) const {
+CheckedLibrary OrphanCheck::checkForChanges(const EnumeratedFolders& found) const {
   const Stopwatch watch;
   const LibraryInventory inventory(_parts.database);
   _callbacks.updateStatus("Checking for changes…");
@@ -69,7 +21,7 @@ PathTable OrphanCheck::checkForChanges(const EnumeratedFolders& found) const {
   PathTable keys = inventory.existingKeys();
   if (keys.empty()) {
     log::line("🔄 Empty library, full scan");
-    return keys;
+    return {std::move(keys), {}};
   }
   const Listing current(found);
   if (current.size() == 0) {
@@ -79,7 +31,7 @@ PathTable OrphanCheck::checkForChanges(const EnumeratedFolders& found) const {
         keys.size());
     log::line("⚠️ {}", text);
     _report.addError(text);
-    return keys;
+    return {std::move(keys), {}};
   }
 
   std::size_t orphans = 0;
@@ -96,7 +48,7 @@ PathTable OrphanCheck::checkForChanges(const EnumeratedFolders& found) const {
         keys.size());
     log::line("⚠️ {}", text);
     _report.addError(text);
-    return keys;
+    return {std::move(keys), {}};
   }
   bool anyDeleted = false;
   if (orphans > 0) {
@@ -124,7 +76,27 @@ PathTable OrphanCheck::checkForChanges(const EnumeratedFolders& found) const {
   }
   log::line("🔄 Incremental: {} current, {} orphaned, {} size-changed in {:.2f}s", current.size(),
             orphans, changed.size(), watch.seconds());
-  return anyDeleted ? inventory.existingKeys() : std::move(keys);
+  if (anyDeleted) keys = inventory.existingKeys();
+  CueChanges cues = cueChanges(current, keys);
+  return {std::move(keys), std::move(cues)};
+}
+
+CueChanges OrphanCheck::cueChanges(const Listing& current, const PathTable& keys) const {
+  CueChanges changes;
+  try {
+    for (const auto& [sheet, time] : ProcessedCues(_parts.database).fetchProcessedCues()) {
+      if (current.wasLookedFor(sheet) && !current.holds(sheet)) changes.vanished.push_back(sheet);
+    }
+  } catch (const VelorinDatabaseError& error) {
+    log::line("⚠️ The list of processed CUE sheets cannot be read: {}", error.message);
+    return {};
+  }
+  keys.forEachCue([&](std::string_view path) {
+    const bool isNew = changes.audio.empty() || changes.audio.back() != path;
+    if (isNew && current.wasLookedFor(path) && current.holds(path))
+      changes.audio.emplace_back(path);
+  });
+  return changes;
 }
 
 void OrphanCheck::deleteFiles(const std::vector<std::string>& paths) const {

@@ -5,9 +5,16 @@
 #include <vector>
 
 #include "library/scan/FolderEnumeration.h"
-#include "library/scan/ScanParts.h"
+#include "library/scan/Listing.h"
+#include "library/scan/ScanPipeline.h"
 
 namespace velorin {
+
+/// What is left to compare with.
+struct CheckedLibrary {
+  PathTable keys;  ///< of the library as it is after the check
+  CueChanges cues;
+};
 
 /// The only place where tracks are deleted because a scan did not see their files, and so the place
 /// that must not believe a bad listing. One thread at a time; blocks for the database.
@@ -24,9 +31,9 @@ class OrphanCheck {
   /// missing file when no file was found, or when more than nine tenths of a library of more than
   /// a hundred would go: then it is the listing that is wrong.
   ///
-  /// Returns the library's keys as they are then. Throws VelorinDatabaseError when those cannot be
-  /// read; a deletion that fails is reported, and the next scan repeats it.
-  PathTable checkForChanges(const EnumeratedFolders& found) const;
+  /// Throws VelorinDatabaseError when the keys cannot be read; a deletion that fails is reported,
+  /// and the next scan repeats it.
+  CheckedLibrary checkForChanges(const EnumeratedFolders& found) const;
 
   /// True when so many of so many keys may go at once.
   static bool isPlausible(std::size_t orphans, std::size_t keys) noexcept {
@@ -35,6 +42,7 @@ class OrphanCheck {
   static constexpr std::size_t kGuardedFrom = 101;
 
  private:
+  CueChanges cueChanges(const Listing& current, const PathTable& keys) const;
   void deleteFiles(const std::vector<std::string>& paths) const;
 
   const ScanParts& _parts;

@@ -23,6 +23,10 @@ class ScanControl {
   void clearCancel() noexcept { _cancelFlag = false; }
   bool isCancelled() const noexcept { return _cancelFlag; }
 
+  /// Whether changes that the watcher tells are looked at.
+  void setWatching(bool watching) noexcept { _isWatching = watching; }
+  bool isWatching() const noexcept { return _isWatching; }
+
   void setPaused(bool paused) {
     const MutexLock lock(_pauseLock);
     _isPaused = paused;
@@ -36,6 +40,7 @@ class ScanControl {
 
  private:
   std::atomic<bool> _cancelFlag{false};
+  std::atomic<bool> _isWatching{false};
   std::atomic<std::uint64_t> _scanGeneration{0};
   Mutex _pauseLock;
   ConditionVariable _pauseCondition;

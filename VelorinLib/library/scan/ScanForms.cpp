@@ -51,14 +51,14 @@ std::vector<std::string> seenOf(const std::vector<std::string>& asked,
 
 ScanForms::ScanForms(const ScanParts& parts, const ScanHooks& hooks, VolumeResolving& volumes,
                      const ScanSettings& settings, ScanCallbacks callbacks,
-                     LibraryUpdateThrottle& throttle, std::shared_ptr<ScanReport> report)
+                     std::shared_ptr<ScanReport> report)
     : _parts(parts),
       _hooks(hooks),
       _volumes(volumes),
       _settings(settings),
       _callbacks(std::move(callbacks)),
       _report(std::move(report)),
-      _pipeline(parts, settings, _callbacks, throttle, _report) {}
+      _pipeline(parts, settings, _callbacks, _report) {}
 
 std::vector<std::string> ScanForms::scanFolders(const std::vector<std::string>& folders,
                                                 bool mark) {
@@ -168,7 +168,7 @@ std::vector<std::string> ScanForms::rescan() {
     append(m3uFiles, folder.m3uFiles);
   }
   _report->addStalled(found.timedOut());
-  PathTable keys = OrphanCheck(_parts, _callbacks, *_report).checkForChanges(found);
+  CheckedLibrary library = OrphanCheck(_parts, _callbacks, *_report).checkForChanges(found);
 
   std::vector<std::string> modifiedAudio;
   for (const std::string& path : journal.modified) {
@@ -180,7 +180,7 @@ std::vector<std::string> ScanForms::rescan() {
   }
   const std::size_t audioCount = found.audioCount() + modifiedAudio.size();
   _report->addDiscovered(audioCount);
-  _pipeline.phasedScan(
+  const bool allRead = _pipeline.phasedScan(
       [&](const ScanPipeline::UsePath& use) {
         for (const FolderEnumResult& folder : found.folders) {
           if (!folder.audioFiles.forEachWhile(use)) return;
@@ -189,13 +189,18 @@ std::vector<std::string> ScanForms::rescan() {
           if (!use(path)) return;
         }
       },
-      audioCount, cueSheets, std::move(keys), folders);
-  _pipeline.importPlaylists(m3uFiles);
+      audioCount, cueSheets, library.cues, std::move(library.keys), folders);
+  if (allRead) {
+    _pipeline.importPlaylists(m3uFiles);
+  } else {
+    whole.clear();
+  }
   log::line("✅ Rescan complete — {:.1f}s total", _watch.seconds());
   finish();
   // What the journal handled was seen to its end as well.
   for (const std::string& folder : local) {
-    if (std::ranges::find(toEnumerate, folder) == toEnumerate.end()) whole.push_back(folder);
+    const bool isJournalled = std::ranges::find(toEnumerate, folder) == toEnumerate.end();
+    if (allRead && isJournalled) whole.push_back(folder);
   }
   return seenOf(available, whole);
 }
@@ -211,7 +216,9 @@ PathTable ScanForms::loadExistingKeys() const {
 }
 
 void ScanForms::finish() const {
-  if (_hooks.cacheArtwork) _hooks.cacheArtwork(_callbacks.updateStatus, _callbacks.isCancelled);
+  // Covers are read from files, which may hang as others did.
+  if (_hooks.cacheArtwork && !_report->hasStalled())
+    _hooks.cacheArtwork(_callbacks.updateStatus, _callbacks.isCancelled);
   if (_hooks.keepListening) _hooks.keepListening(_callbacks.isCancelled);
 }
 

@@ -33,7 +33,7 @@ class ScanForms {
  public:
   /// All references outlive it.
   ScanForms(const ScanParts& parts, const ScanHooks& hooks, VolumeResolving& volumes,
-            const ScanSettings& settings, ScanCallbacks callbacks, LibraryUpdateThrottle& throttle,
+            const ScanSettings& settings, ScanCallbacks callbacks,
             std::shared_ptr<ScanReport> report);
 
   /// mark: false for the folders of a volume that was just mounted.

@@ -5,30 +5,27 @@
 #include "foundation/Log.h"
 #include "library/cue/CueImporter.h"
 #include "library/queries/LibraryImport.h"
-#include "library/queries/LibraryInventory.h"
 #include "library/scan/ScanText.h"
 
 namespace velorin {
 
-ScanJobs::ScanJobs(const ScanParts& parts, ScanCallbacks callbacks, LibraryUpdateThrottle& throttle,
+ScanJobs::ScanJobs(const ScanParts& parts, ScanCallbacks callbacks,
                    std::shared_ptr<ScanReport> report, ScanState::Known known)
     : _parts(parts),
       _extractor(parts.extractor),
       _callbacks(std::move(callbacks)),
-      _throttle(throttle),
       _report(std::move(report)),
       _state(std::move(known), parts.findArtwork) {}
 
 void ScanJobs::importFile(const std::string& path) {
-  if (_callbacks.isCancelled()) return;
-  _callbacks.waitIfPaused();
   if (_callbacks.isCancelled()) return;
   if (_state.existingKeys().contains(path)) {
     _report->addExisting(1);
     return;
   }
   auto extracted = extract(path);
-  if (_closed) return;
+  const WorkGate::Pass pass(_files);
+  if (!pass) return;
   if (!extracted) {
     log::line("⚠️ Extract failed: {}", lastComponent(path));
     _report->addFailure(path, extracted.error().reason);
@@ -54,42 +51,41 @@ Result<ScannedItem, ExtractFailure> ScanJobs::extract(const std::string& path) {
 
 void ScanJobs::importSheet(const std::string& path) {
   if (_callbacks.isCancelled()) return;
-  _callbacks.waitIfPaused();
-  if (_callbacks.isCancelled()) return;
   try {
     readSheet(path);
   } catch (const std::exception& error) {
     log::line("❌ CUE sheet {}: {}", lastComponent(path), error.what());
+    _state.noteUnreadableSheet(path);
     _report->addFailure(path, error.what());
   }
 }
 
 void ScanJobs::readSheet(const std::string& path) {
-  const CueImporter importer(_parts.database);
-  CueImporter::Outcome outcome = importer.processCue(path, _state);
+  CueImporter::Outcome outcome = CueImporter::read(path, _state);
   // The sheet is as it was, but the tracks it gave are gone: with a file that was changed, or in a
   // scan that ended between noting the sheet and storing them.
-  if (outcome.audioPath && outcome.items.empty() && _state.wasCueRead(path) &&
-      !_state.hadCueTracks(*outcome.audioPath)) {
+  if (outcome.isUnchanged && !_state.hadCueTracks(*outcome.audioPath)) {
     _state.forgetCue(path);
-    outcome = importer.processCue(path, _state);
+    outcome = CueImporter::read(path, _state);
   }
-  if (_closed) return;
+  const WorkGate::Pass pass(_sheets);
+  if (!pass) return;
+  CueImporter(_parts.database).note(path, outcome);
   if (outcome.failure) _report->addFailure(path, *outcome.failure);
-  if (!outcome.audioPath) return;
-  _state.claimForCue(*outcome.audioPath);
-  if (outcome.items.empty() || !_state.takeCueTracksOf(*outcome.audioPath)) return;
-
+  if (outcome.isUnreadable) _state.noteUnreadableSheet(path);
   std::vector<ScannedItem>& items = outcome.items;
-  if (_state.wasCueRead(path) && _state.hadCueTracks(*outcome.audioPath)) {
-    replaceCueTracks(*outcome.audioPath);
-  } else {
-    const std::size_t found = items.size();
-    std::erase_if(items, [&](const ScannedItem& item) {
-      return _state.existingKeys().contains(
-          libraryKey(item.track.filePath, item.track.cueStartTime));
-    });
-    _report->addExisting(found - items.size());
+  // A sheet that yields nothing leaves its file to be a track by itself.
+  if (!outcome.audioPath || (items.empty() && !outcome.isUnchanged)) return;
+  const std::string& audioPath = *outcome.audioPath;
+  _state.claimForCue(audioPath);
+  if (items.empty() || !_state.takeCueTracksOf(audioPath)) return;
+
+  if (_state.replacesCueTracks(path, audioPath)) {
+    replaceCueTracks(audioPath);
+  } else if (_state.hadCueTracks(audioPath)) {
+    // Another sheet's, or this one's of a scan whose notes were lost.
+    _report->addExisting(items.size());
+    return;
   }
   if (const auto batch = _state.append(std::move(items))) insert(*batch, From::sheet);
 }
@@ -120,7 +116,7 @@ std::size_t ScanJobs::insert(const std::vector<ScannedItem>& batch, From from) {
     return 0;
   }
   _report->addInserted(batch.size());
-  _throttle.libraryChanged();
+  _parts.throttle.libraryChanged();
   return batch.size();
 }
 

@@ -8,6 +8,7 @@
 
 #include "library/scan/ScanParts.h"
 #include "library/scan/ScanState.h"
+#include "library/scan/WorkGate.h"
 
 namespace velorin {
 
@@ -15,13 +16,14 @@ namespace velorin {
 /// call blocks for the disk and, with a full batch, for the database.
 class ScanJobs {
  public:
-  ScanJobs(const ScanParts& parts, ScanCallbacks callbacks, LibraryUpdateThrottle& throttle,
-           std::shared_ptr<ScanReport> report, ScanState::Known known);
+  /// The parts may go once both kinds of work are closed.
+  ScanJobs(const ScanParts& parts, ScanCallbacks callbacks, std::shared_ptr<ScanReport> report,
+           ScanState::Known known);
 
   ScanState& state() noexcept { return _state; }
 
-  /// Reads the file, unless the scan is cancelled or the library has it; waits while the scan is
-  /// paused. A file that cannot be read is counted, logged and named in the report.
+  /// Reads the file, unless the scan is cancelled or the library has it. A file that cannot be read
+  /// is counted, logged and named in the report.
   void importFile(const std::string& path);
 
   /// Reads the sheet, unless the scan is cancelled, and claims its audio file. A sheet that changed
@@ -31,8 +33,10 @@ class ScanJobs {
   /// Stores what waits for a full batch. Returns how many tracks that were.
   std::size_t flush();
 
-  /// From now on nothing more is stored: what a worker that was left behind reads is dropped.
-  void close() noexcept { _closed = true; }
+  /// From now on nothing more of files, or of sheets, is stored: what a worker that was left behind
+  /// reads is dropped. Waits for what is being stored.
+  void closeFiles() { _files.close(); }
+  void closeSheets() { _sheets.close(); }
 
   /// Batches that could not be stored.
   std::size_t errorCount() const noexcept { return _errorCount; }
@@ -47,10 +51,10 @@ class ScanJobs {
   const ScanParts& _parts;
   const std::shared_ptr<const MetadataExtracting> _extractor;
   const ScanCallbacks _callbacks;
-  LibraryUpdateThrottle& _throttle;
   const std::shared_ptr<ScanReport> _report;
   ScanState _state;
-  std::atomic<bool> _closed{false};
+  WorkGate _files;
+  WorkGate _sheets;
   std::atomic<std::size_t> _errorCount{0};
 };
 

@@ -24,6 +24,7 @@ struct ScanParts {
   const TrackRemoval& removal;  ///< the one that tells the similarity index
   EventBus& events;
   const Preferences& preferences;
+  LibraryUpdateThrottle& throttle;  ///< the one of the process
   std::shared_ptr<const MetadataExtracting> extractor;
   /// See FolderArtwork.h.
   std::function<std::optional<std::string>(const std::string& folder)> findArtwork;

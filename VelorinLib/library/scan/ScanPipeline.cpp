@@ -106,12 +106,10 @@ std::vector<std::string> concatenated(const EnumeratedFolders& found,
 }  // namespace
 
 ScanPipeline::ScanPipeline(const ScanParts& parts, const ScanSettings& settings,
-                           ScanCallbacks callbacks, LibraryUpdateThrottle& throttle,
-                           std::shared_ptr<ScanReport> report)
+                           ScanCallbacks callbacks, std::shared_ptr<ScanReport> report)
     : _parts(parts),
       _settings(settings),
       _callbacks(std::move(callbacks)),
-      _throttle(throttle),
       _report(std::move(report)) {}
 
 FolderEnumeration ScanPipeline::enumeration() const {
@@ -119,8 +117,10 @@ FolderEnumeration ScanPipeline::enumeration() const {
 }
 
 std::shared_ptr<ScanJobs> ScanPipeline::makeJobs(PathTable existingKeys,
-                                                 const std::vector<std::string>& watchedRoots) {
+                                                 const std::vector<std::string>& watchedRoots,
+                                                 const std::vector<std::string>& vanishedSheets) {
   ScanState::Known known;
+  known.vanishedSheets = vanishedSheets;
   known.existingKeys = std::move(existingKeys);
   known.watchedRoots = watchedRoots;
   try {
@@ -129,7 +129,7 @@ std::shared_ptr<ScanJobs> ScanPipeline::makeJobs(PathTable existingKeys,
     // Then sheets are read again, and their tracks are found to be there.
     log::line("⚠️ The list of processed CUE sheets cannot be read: {}", error.message);
   }
-  return std::make_shared<ScanJobs>(_parts, _callbacks, _throttle, _report, std::move(known));
+  return std::make_shared<ScanJobs>(_parts, _callbacks, _report, std::move(known));
 }
 
 std::vector<std::string> ScanPipeline::streamingScan(const std::vector<std::string>& folders,
@@ -142,12 +142,12 @@ std::vector<std::string> ScanPipeline::streamingScan(const std::vector<std::stri
   stream->jobs = makeJobs(std::move(existingKeys), watchedRoots);
   stream->report = _report;
   stream->callbacks = _callbacks;
-  const std::size_t width = FileWorkers::defaultWidth();
   _callbacks.updateStatus("Scanning files…");
-  FileWorkers workers("com.velorin.scanner.extract", width, kMostInFlight,
-                      [stream](const std::string& path) { stream->work(path); });
-  log::line("📂 Streaming scan: {} folder(s), {} workers, {} enum threads", roots.size(), width,
-            FolderEnumeration::concurrency());
+  FileWorkers workers(
+      "com.velorin.scanner.extract", {.stall = _settings.fileStall},
+      [stream](const std::string& path) { stream->work(path); }, workerCallbacks());
+  log::line("📂 Streaming scan: {} folder(s), {} workers, {} enum threads", roots.size(),
+            FileWorkers::defaultWidth(), FolderEnumeration::concurrency());
 
   const EnumeratedFolders found =
       enumeration().stream(roots, stall, [stream, queue = workers.adder()](const WalkedFile& file) {
@@ -173,12 +173,14 @@ std::vector<std::string> ScanPipeline::streamingScan(const std::vector<std::stri
   }
   _report->addStalled(found.timedOut());
 
-  importSheets(stream->jobs, cueSheets, "…");
+  const bool sheetsRead = importSheets(stream->jobs, cueSheets, "…");
   _callbacks.updateStatus("Processing audio files…");
-  if (!workers.finish(_callbacks.isCancelled, _settings.cancelGrace)) stream->jobs->close();
+  const bool filesRead = finish(workers);
+  if (!filesRead) stream->jobs->closeFiles();
+  if (!filesRead || !sheetsRead) complete.clear();
   stream->jobs->flush();
   removeClaimedFiles(*stream->jobs);
-  importPlaylists(m3uFiles);
+  if (filesRead) importPlaylists(m3uFiles);
 
   const ScanFigures figures = _report->figures();
   log::line(
@@ -190,14 +192,17 @@ std::vector<std::string> ScanPipeline::streamingScan(const std::vector<std::stri
   return complete;
 }
 
-void ScanPipeline::phasedScan(const EachAudioFile& eachAudioFile, std::size_t audioCount,
-                              const std::vector<std::string>& cueSheets, PathTable existingKeys,
+bool ScanPipeline::phasedScan(const EachAudioFile& eachAudioFile, std::size_t audioCount,
+                              const std::vector<std::string>& cueSheets,
+                              const CueChanges& cueChanges, PathTable existingKeys,
                               const std::vector<std::string>& watchedRoots) {
   const auto phase = std::make_shared<Phase>();
-  phase->jobs = makeJobs(std::move(existingKeys), watchedRoots);
+  phase->jobs = makeJobs(std::move(existingKeys), watchedRoots, cueChanges.vanished);
   phase->report = _report;
   phase->callbacks = _callbacks;
-  importSheets(phase->jobs, cueSheets, "...");
+  bool allRead = importSheets(phase->jobs, cueSheets, "...");
+  // Of sheets that were not read nobody knows what they claim.
+  if (allRead) removeUnclaimedCueTracks(*phase->jobs, cueChanges);
 
   // Which files are new is told here, for all of them, so that only those are queued.
   const ScanState& state = phase->jobs->state();
@@ -222,8 +227,9 @@ void ScanPipeline::phasedScan(const EachAudioFile& eachAudioFile, std::size_t au
   log::line("🔍 Scanning {} audio files ({} threads)…", phase->total, width);
   phase->skip(known);
   {
-    FileWorkers workers("com.velorin.scanner.extract", width, kMostInFlight,
-                        [phase](const std::string& path) { phase->work(path); });
+    FileWorkers workers(
+        "com.velorin.scanner.extract", {.threads = width, .stall = _settings.fileStall},
+        [phase](const std::string& path) { phase->work(path); }, workerCallbacks());
     const bool anyUnknown = claimed + known < audioCount;
     if (anyUnknown) {
       eachAudioFile([&](std::string_view path) {
@@ -231,7 +237,10 @@ void ScanPipeline::phasedScan(const EachAudioFile& eachAudioFile, std::size_t au
         return !_callbacks.isCancelled() && workers.add(std::string(path));
       });
     }
-    if (!workers.finish(_callbacks.isCancelled, _settings.cancelGrace)) phase->jobs->close();
+    if (!finish(workers)) {
+      phase->jobs->closeFiles();
+      allRead = false;
+    }
   }
   if (const std::size_t last = phase->jobs->flush(); last > 0) {
     log::line("📂 Inserted final batch of {} tracks ({} total new)", last,
@@ -243,22 +252,73 @@ void ScanPipeline::phasedScan(const EachAudioFile& eachAudioFile, std::size_t au
             figures.inserted, figures.existing, figures.failed, phase->watch.seconds(),
             trackCount());
   logErrors(*phase->jobs);
+  return allRead;
 }
 
-void ScanPipeline::importSheets(const std::shared_ptr<ScanJobs>& jobs,
+FileWorkers::Callbacks ScanPipeline::workerCallbacks() const {
+  return {.waitIfPaused = _callbacks.waitIfPaused,
+          .waitsFor = [updateStatus = _callbacks.updateStatus](const std::string& path) {
+            updateStatus(fmt::format("Waiting for {}…", text::toValidUTF8(lastComponent(path))));
+          }};
+}
+
+bool ScanPipeline::finish(FileWorkers& workers) {
+  const FileWorkers::Finished finished =
+      workers.finish(_callbacks.isCancelled, _settings.cancelGrace);
+  if (!finished.leftBehind.empty()) _report->setStalled();
+  for (const std::string& path : finished.leftBehind) {
+    log::line("⚠️ {} does not answer", lastComponent(path));
+    _report->addFailure(path, "it does not answer");
+  }
+  if (finished.hasStalled) {
+    _report->addError("reading was given up, because no file answered in time: scan again");
+  }
+  return finished.isComplete;
+}
+
+bool ScanPipeline::importSheets(const std::shared_ptr<ScanJobs>& jobs,
                                 const std::vector<std::string>& sheets, const char* dots) {
-  if (sheets.empty()) return;
+  if (sheets.empty()) return true;
   const Stopwatch watch;
   _callbacks.updateStatus(fmt::format("Processing {} CUE sheets{}", sheets.size(), dots));
   log::line("🎵 Processing {} CUE sheets…", sheets.size());
-  FileWorkers workers("com.velorin.scanner.cue", FileWorkers::defaultWidth(), kMostInFlight,
-                      [jobs](const std::string& path) { jobs->importSheet(path); });
+  FileWorkers workers(
+      "com.velorin.scanner.cue", {.stall = _settings.fileStall},
+      [jobs](const std::string& path) { jobs->importSheet(path); }, workerCallbacks());
   for (const std::string& sheet : sheets) {
-    if (_callbacks.isCancelled() || !workers.add(sheet)) break;
+    if (!workers.add(sheet)) break;
   }
-  if (!workers.finish(_callbacks.isCancelled, _settings.cancelGrace)) jobs->close();
+  const bool allRead = finish(workers) && !_callbacks.isCancelled();
+  if (!allRead) jobs->closeSheets();
   jobs->flush();
   log::line("🎵 CUE phase: {} sheets in {:.2f}s", sheets.size(), watch.seconds());
+  return allRead;
+}
+
+void ScanPipeline::removeUnclaimedCueTracks(ScanJobs& jobs, const CueChanges& changes) {
+  ScanState& state = jobs.state();
+  std::vector<std::string> unclaimed;
+  for (const std::string& path : changes.audio) {
+    if (state.isClaimedByCue(path)) continue;
+    if (state.mayBeClaimedByUnreadable(path)) {
+      state.claimForCue(path);
+    } else {
+      unclaimed.push_back(path);
+    }
+  }
+  try {
+    if (!unclaimed.empty()) {
+      const auto count = static_cast<std::size_t>(_parts.removal.deleteCueTracks(unclaimed));
+      _parts.removal.cleanupOrphans();
+      _report->addDeleted(count);
+      log::line("🧹 Removed {} CUE track(s) of {} file(s) that no sheet claims any more", count,
+                unclaimed.size());
+    }
+    if (!changes.vanished.empty()) ProcessedCues(_parts.database).forget(changes.vanished);
+  } catch (const VelorinDatabaseError& error) {
+    log::line("❌ CUE tracks without a sheet could not be removed: {}", error.message);
+    _report->addError(error.message);
+  }
 }
 
 void ScanPipeline::removeClaimedFiles(ScanJobs& jobs) {
@@ -274,7 +334,7 @@ void ScanPipeline::removeClaimedFiles(ScanJobs& jobs) {
           return jobs.state().existingKeys().contains(path);
         }));
     _report->addWithdrawn(count - std::min(count, wereThere));
-    _throttle.libraryChanged();
+    _parts.throttle.libraryChanged();
     log::line("🎵 Cleaned up {} CUE-referenced standalone track(s)", count);
   } catch (const VelorinDatabaseError& error) {
     log::line("❌ Files that CUE sheets claim could not be removed: {}", error.message);
@@ -313,7 +373,7 @@ void ScanPipeline::importPlaylists(const std::vector<std::string>& m3uFiles) {
       log::line("⚠️ M3U import failed for {}: {}", fileName, error.message);
     }
   }
-  if (imported > 0) _throttle.libraryChanged();
+  if (imported > 0) _parts.throttle.libraryChanged();
 }
 
 std::int64_t ScanPipeline::trackCount() const {

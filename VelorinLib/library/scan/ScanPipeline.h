@@ -9,22 +9,28 @@
 #include <string>
 #include <vector>
 
+#include "library/scan/FileWorkers.h"
 #include "library/scan/FolderEnumeration.h"
 #include "library/scan/ScanJobs.h"
 
 namespace velorin {
+
+/// What may have become of the CUE sheets that the library has tracks of.
+struct CueChanges {
+  std::vector<std::string> vanished;  ///< sheets that were read once and are gone
+  /// Audio files with CUE tracks whose sheets, if there still are any, are among those that are
+  /// scanned: one that none of them claims becomes a track by itself.
+  std::vector<std::string> audio;
+};
 
 /// Made for one scan. One thread, which it blocks until the scan is done or cancelled; a cancelled
 /// scan keeps what it has read so far. Failures of single files and batches are counted, logged
 /// and reported, and stop nothing.
 class ScanPipeline {
  public:
-  /// Files between enumeration and extraction at most.
-  static constexpr std::size_t kMostInFlight = 500;
-
   /// All references outlive it.
   ScanPipeline(const ScanParts& parts, const ScanSettings& settings, ScanCallbacks callbacks,
-               LibraryUpdateThrottle& throttle, std::shared_ptr<ScanReport> report);
+               std::shared_ptr<ScanReport> report);
 
   /// Scans whole folders, of which nothing is known yet: reads while it still enumerates. The
   /// library is asked once, at the beginning, which files it has. Returns the folders that were
@@ -39,10 +45,11 @@ class ScanPipeline {
   using EachAudioFile = std::function<void(const UsePath& use)>;
 
   /// Scans files that are known: first the CUE sheets, then the audio files that no sheet claims.
-  /// audioCount: how many eachAudioFile will tell.
-  void phasedScan(const EachAudioFile& eachAudioFile, std::size_t audioCount,
-                  const std::vector<std::string>& cueSheets, PathTable existingKeys,
-                  const std::vector<std::string>& watchedRoots);
+  /// CUE tracks whose sheet is gone, or says something else now, leave the library.
+  /// audioCount: how many eachAudioFile will tell. False when the reading of files stalled.
+  bool phasedScan(const EachAudioFile& eachAudioFile, std::size_t audioCount,
+                  const std::vector<std::string>& cueSheets, const CueChanges& cueChanges,
+                  PathTable existingKeys, const std::vector<std::string>& watchedRoots);
 
   /// Makes playlists of M3U files, unless the preference "autoImportM3U" is false. A file whose
   /// name a playlist has already is left alone.
@@ -52,9 +59,14 @@ class ScanPipeline {
 
  private:
   std::shared_ptr<ScanJobs> makeJobs(PathTable existingKeys,
-                                     const std::vector<std::string>& watchedRoots);
-  void importSheets(const std::shared_ptr<ScanJobs>& jobs, const std::vector<std::string>& sheets,
+                                     const std::vector<std::string>& watchedRoots,
+                                     const std::vector<std::string>& vanishedSheets = {});
+  FileWorkers::Callbacks workerCallbacks() const;
+  /// False when something was not read; it is told in the report.
+  bool finish(FileWorkers& workers);
+  bool importSheets(const std::shared_ptr<ScanJobs>& jobs, const std::vector<std::string>& sheets,
                     const char* dots);
+  void removeUnclaimedCueTracks(ScanJobs& jobs, const CueChanges& changes);
   void removeClaimedFiles(ScanJobs& jobs);
   std::int64_t trackCount() const;
   void logErrors(const ScanJobs& jobs) const;
@@ -62,7 +74,6 @@ class ScanPipeline {
   const ScanParts& _parts;
   const ScanSettings& _settings;
   const ScanCallbacks _callbacks;
-  LibraryUpdateThrottle& _throttle;
   const std::shared_ptr<ScanReport> _report;
 };
 

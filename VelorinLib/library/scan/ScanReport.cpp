@@ -28,6 +28,7 @@ void ScanReport::addUnseen(const std::vector<UnseenFolder>& folders) {
 void ScanReport::addStalled(const std::vector<std::string>& folders) {
   const MutexLock lock(_lock);
   append(_told.stalled, folders);
+  if (!folders.empty()) _stalled = true;
 }
 
 void ScanReport::addOffline(const std::vector<std::string>& folders) {

@@ -55,6 +55,10 @@ class ScanReport {
   void addFailure(std::string path, std::string reason);
   void addUnseen(const std::vector<UnseenFolder>& folders);
   void addStalled(const std::vector<std::string>& folders);
+  /// Files were left behind that do not answer.
+  void setStalled() noexcept { _stalled = true; }
+  /// True when something did not answer in time.
+  bool hasStalled() const noexcept { return _stalled; }
   void addOffline(const std::vector<std::string>& folders);
   /// Something that the listener should know; `lost` tracks are not in the library for it.
   void addError(std::string text, std::size_t lost = 0);
@@ -72,6 +76,7 @@ class ScanReport {
   std::atomic<std::size_t> _failed{0};
   std::atomic<std::size_t> _lost{0};
   std::atomic<bool> _cancelled{false};
+  std::atomic<bool> _stalled{false};
   const std::chrono::steady_clock::time_point _start = std::chrono::steady_clock::now();
 
   mutable Mutex _lock;

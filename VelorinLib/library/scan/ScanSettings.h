@@ -15,6 +15,8 @@ struct ScanSettings {
   /// and in a scan of folders that are new.
   Milliseconds rescanStall{30'000};
   Milliseconds streamingStall{120'000};
+  /// The same for the reading of files: no file came to its end for so long.
+  Milliseconds fileStall{120'000};
   /// How often a walk is looked after: how soon a stall is seen, and a cancelled scan ends.
   Milliseconds watchRound{500};
   /// How long a cancelled scan waits for files that are being read.

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <iterator>
 
+#include "library/metadata/FileName.h"
+
 namespace velorin {
 
 std::size_t batchSize(std::size_t batchesFlushed) noexcept {
@@ -21,10 +23,14 @@ std::size_t batchSize(std::size_t batchesFlushed) noexcept {
 ScanState::ScanState(Known known, FindArtwork findArtwork)
     : _known(std::move(known)), _findArtwork(std::move(findArtwork)) {
   _known.existingKeys.forEachCue([this](std::string_view path) { _hadCueTracks.emplace(path); });
+  for (const std::string& sheet : _known.vanishedSheets) {
+    _foldersToReadAgain.emplace(parentFolder(sheet));
+  }
 }
 
-bool ScanState::wasCueRead(const std::string& path) const {
-  return _known.processedCues.contains(path);
+bool ScanState::replacesCueTracks(const std::string& sheet, const std::string& audioPath) const {
+  return hadCueTracks(audioPath) &&
+         (_known.processedCues.contains(sheet) || !_known.vanishedSheets.empty());
 }
 
 void ScanState::forgetCue(const std::string& path) {
@@ -37,6 +43,7 @@ bool ScanState::hadCueTracks(const std::string& audioPath) const {
 }
 
 bool ScanState::isCueProcessed(const std::string& path, double modified) const {
+  if (_foldersToReadAgain.contains(std::string(parentFolder(path)))) return false;
   {
     const MutexLock lock(_lock);
     if (_forgottenCues.contains(path)) return false;
@@ -90,6 +97,17 @@ bool ScanState::takeCueTracksOf(const std::string& audioPath) {
 bool ScanState::isClaimedByCue(const std::string& audioPath) const {
   const MutexLock lock(_lock);
   return _cueAudioFiles.contains(audioPath);
+}
+
+void ScanState::noteUnreadableSheet(const std::string& sheet) {
+  const MutexLock lock(_lock);
+  _foldersOfUnreadable.emplace_back(parentFolder(sheet));
+}
+
+bool ScanState::mayBeClaimedByUnreadable(const std::string& audioPath) const {
+  const MutexLock lock(_lock);
+  return std::ranges::any_of(_foldersOfUnreadable,
+                             [&](const PathPrefix& folder) { return folder.contains(audioPath); });
 }
 
 std::vector<std::string> ScanState::cueAudioFiles() const {

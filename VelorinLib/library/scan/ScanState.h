@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "foundation/Mutex.h"
+#include "library/queries/PathPrefix.h"
 #include "library/queries/PathTable.h"
 #include "records/ScannedItem.h"
 
@@ -24,6 +25,9 @@ class ScanState {
   struct Known {
     PathTable existingKeys;  ///< see LibraryInventory
     std::unordered_map<std::string, double> processedCues;
+    /// Of these, those that are gone. What they gave may be for other sheets to give now: all
+    /// sheets in their folders are read again.
+    std::vector<std::string> vanishedSheets{};
     std::vector<std::string> watchedRoots;
   };
 
@@ -35,8 +39,10 @@ class ScanState {
 
   /// True when the sheet had this time, in seconds, when it was last read.
   bool isCueProcessed(const std::string& path, double modified) const;
-  /// True when the sheet was read by an earlier scan.
-  bool wasCueRead(const std::string& path) const;
+  const std::vector<std::string>& vanishedSheets() const noexcept { return _known.vanishedSheets; }
+  /// True when what the sheet gives takes the place of the CUE tracks that the library has of the
+  /// audio file: it was read by an earlier scan, or the sheet of those tracks may be gone.
+  bool replacesCueTracks(const std::string& sheet, const std::string& audioPath) const;
   /// The sheet is read again as if it were new.
   void forgetCue(const std::string& path);
   /// True when the library held CUE tracks of the audio file when the scan began.
@@ -61,10 +67,16 @@ class ScanState {
   bool isClaimedByCue(const std::string& audioPath) const;
   std::vector<std::string> cueAudioFiles() const;
 
+  /// The sheet may claim anything in its folder.
+  void noteUnreadableSheet(const std::string& sheet);
+  bool mayBeClaimedByUnreadable(const std::string& audioPath) const;
+
  private:
   const Known _known;
   const FindArtwork _findArtwork;
-  std::unordered_set<std::string> _hadCueTracks;  ///< constant after construction
+  // Constant after construction.
+  std::unordered_set<std::string> _hadCueTracks;
+  std::unordered_set<std::string> _foldersToReadAgain;
 
   mutable Mutex _lock;
   std::unordered_set<std::string> _forgottenCues GUARDED_BY(_lock);
@@ -72,6 +84,7 @@ class ScanState {
   std::vector<ScannedItem> _buffer GUARDED_BY(_lock);
   std::size_t _batchesFlushed GUARDED_BY(_lock) = 0;
   std::unordered_set<std::string> _cueAudioFiles GUARDED_BY(_lock);
+  std::vector<PathPrefix> _foldersOfUnreadable GUARDED_BY(_lock);
   std::unordered_map<std::string, std::optional<std::string>> _artworkCache GUARDED_BY(_lock);
 };
 

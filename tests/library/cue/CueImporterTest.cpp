@@ -9,6 +9,7 @@
 #include "foundation/Log.h"
 #include "library/TestLibrary.h"
 #include "library/cue/CueAudio.h"
+#include "library/cue/CueText.h"
 #include "library/cue/ExternalTracks.h"
 #include "library/queries/ProcessedCues.h"
 #include "library/scan/ScanState.h"

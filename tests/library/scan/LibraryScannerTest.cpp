@@ -10,12 +10,39 @@ struct LibraryScannerTest : ScanFixture {
   void writeImage(const std::string& in, const std::string& titles = "One") {
     FlacFixture::make({.frames = 441'000, .signal = FlacRecipe::Signal::sine})
         .write(path(in + "/img.flac"));
-    write(
-        in + "/img.cue",
-        fmt::format("TITLE \"Disc\"\nFILE \"img.flac\" WAVE\n TRACK 01 AUDIO\n  TITLE \"{}\"\n"
-                    "  INDEX 01 00:00:00\n TRACK 02 AUDIO\n  TITLE \"Two\"\n  INDEX 01 00:05:00\n",
-                    titles));
+    writeSheet(in + "/img.cue", titles);
   }
+  void writeSheet(const std::string& name, const std::string& title) {
+    writeAged(name, fmt::format("TITLE \"Disc\"\nFILE \"img.flac\" WAVE\n TRACK 01 AUDIO\n"
+                                "  TITLE \"{}\"\n  INDEX 01 00:00:00\n TRACK 02 AUDIO\n"
+                                "  TITLE \"Two\"\n  INDEX 01 00:05:00\n",
+                                title));
+  }
+  /// Each time older than the last, however fast that is.
+  void writeAged(const std::string& name, const std::string& content) {
+    write(name, content);
+    std::filesystem::last_write_time(path(name),
+                                     std::filesystem::file_time_type::clock::now() - ++_age);
+  }
+  /// What the watcher tells.
+  bool changed(const std::vector<std::string>& paths) {
+    const ::velorin::ScanParts parts{.database = library.database(),
+                                     .removal = removal,
+                                     .events = events,
+                                     .preferences = preferences,
+                                     .throttle = throttle,
+                                     .extractor = extractor,
+                                     .findArtwork = [](const auto&) { return std::nullopt; }};
+    const ScanHooks hooks;
+    const ScanCallbacks silent{.updateStatus = [](const auto&) {},
+                               .updateProgress = [](auto, auto) {},
+                               .waitIfPaused = [] {},
+                               .isCancelled = [] { return false; }};
+    return FileEvents(parts, hooks, volumes, settings, silent).process(paths);
+  }
+
+ private:
+  std::chrono::hours _age{24};
 };
 
 TEST_F(LibraryScannerTest, FilesOfANewFolderBecomeTracksOnce) {
@@ -109,6 +136,7 @@ TEST_F(LibraryScannerTest, WhatCannotBeSeenKeepsItsTracks) {
                                   .removal = removal,
                                   .events = events,
                                   .preferences = preferences,
+                                  .throttle = throttle,
                                   .extractor = extractor,
                                   .findArtwork = [](const auto&) { return std::nullopt; }},
                          .hooks = {},
@@ -235,6 +263,55 @@ TEST_F(LibraryScannerTest, AnImageThatASheetClaimsIsCueTracksOnly) {
   EXPECT_EQ(count(), 2);
 }
 
+TEST_F(LibraryScannerTest, AnImageWhoseSheetGoesBecomesATrackAndBackAgain) {
+  std::filesystem::create_directories(path("m"));
+  writeImage("m");
+  ASSERT_TRUE(add());
+  library.run("UPDATE tracks SET totalPlays = 7 WHERE cueStartTime = 5");
+  // Each step as a rescan sees it, and then as the watcher tells it.
+  for (const bool byEvent : {false, true}) {
+    const auto step = [&](std::vector<std::string> paths) {
+      return byEvent ? changed(std::move(paths)) : rescan();
+    };
+    const auto sheet = path("m/img.cue");
+    // Renamed, with another title.
+    std::filesystem::remove(sheet);
+    writeSheet("m/new.cue", "New name");
+    ASSERT_TRUE(step({sheet, path("m/new.cue")}));
+    EXPECT_EQ(count("title = 'New name' AND cueStartTime = 0"), 1) << byEvent;
+    EXPECT_EQ(count("totalPlays = 7 AND cueStartTime = 5"), 1) << byEvent;
+    EXPECT_EQ(count(), 2) << byEvent;
+    // It says nothing any more; then it is gone.
+    writeAged("m/new.cue", "FILE \"img.flac\" WAVE\n TRACK 01 AUDIO\n  INDEX 01 00:10:00\n");
+    ASSERT_TRUE(step({path("m/new.cue")}));
+    EXPECT_EQ(count("cueStartTime IS NULL"), 1) << byEvent;
+    EXPECT_EQ(count(), 1) << byEvent;
+    writeSheet("m/new.cue", "Another");
+    ASSERT_TRUE(step({path("m/new.cue")}));
+    EXPECT_EQ(count("cueStartTime IS NOT NULL"), 2) << byEvent;
+    std::filesystem::remove(path("m/new.cue"));
+    ASSERT_TRUE(step({path("m/new.cue")}));
+    EXPECT_EQ(count("cueStartTime IS NULL"), 1) << byEvent;
+    EXPECT_EQ(count(), 1) << byEvent;
+    EXPECT_EQ(library.value<int>("SELECT COUNT(*) FROM processedCues"), 0) << byEvent;
+    // Of two sheets the one that stays takes over.
+    writeSheet("m/a.cue", "Of a");
+    ASSERT_TRUE(step({path("m/a.cue")}));
+    writeSheet("m/b.cue", "Of b");
+    ASSERT_TRUE(step({path("m/b.cue")}));
+    EXPECT_EQ(count("title = 'Of a'"), 1) << byEvent;
+    EXPECT_EQ(count(), 2) << byEvent;
+    std::filesystem::remove(path("m/a.cue"));
+    ASSERT_TRUE(step({path("m/a.cue")}));
+    EXPECT_EQ(count("title = 'Of b'"), 1) << byEvent;
+    EXPECT_EQ(count("totalPlays = 7 AND cueStartTime = 5"), 1) << byEvent;
+    EXPECT_EQ(count(), 2) << byEvent;
+    std::filesystem::rename(path("m/b.cue"), sheet);
+    ASSERT_TRUE(step({path("m/b.cue"), sheet}));
+    EXPECT_EQ(count(), 2) << byEvent;
+  }
+}
+
 TEST_F(LibraryScannerTest, ChangesAreImportedOneByOneOrByARescan) {
   writeMany("m", 4);
   writeImage("m");
@@ -249,31 +326,18 @@ TEST_F(LibraryScannerTest, ChangesAreImportedOneByOneOrByARescan) {
   std::filesystem::remove(path("m/0002.flac"));
   std::filesystem::last_write_time(path("m/img.flac"),
                                    std::filesystem::file_time_type::clock::now() - 48h);
-  ScanHooks hooks;
-  LibraryUpdateThrottle throttle(events);
-  const ::velorin::ScanParts parts{.database = library.database(),
-                                   .removal = removal,
-                                   .events = events,
-                                   .preferences = preferences,
-                                   .extractor = extractor,
-                                   .findArtwork = [](const auto&) { return std::nullopt; }};
-  const ScanCallbacks silent{.updateStatus = [](const auto&) {},
-                             .updateProgress = [](auto, auto) {},
-                             .waitIfPaused = [] {},
-                             .isCancelled = [] { return false; }};
-  FileEvents changes(parts, hooks, volumes, settings, silent, throttle);
-  EXPECT_TRUE(changes.process(paths));
+  EXPECT_TRUE(changed(paths));
   EXPECT_TRUE(log.contains("👁️ FSEvent: 2 new/modified, 1 deleted"));
   EXPECT_TRUE(log.contains("👁️ FSEvent: found 1 sibling CUE file(s)"));
   EXPECT_EQ(count(), 5);
   EXPECT_EQ(count("cueStartTime IS NOT NULL"), 2);
   EXPECT_EQ(count(fmt::format("id = {}", same)), 1);
   std::erase(paths, path("m/0002.flac"));
-  EXPECT_FALSE(changes.process(paths));
+  EXPECT_FALSE(changed(paths));
   // A share that goes away takes no track along.
   volumes.offline = path("m");
   std::filesystem::remove(path("m/0000.flac"));
-  EXPECT_FALSE(changes.process({path("m/0000.flac")}));
+  EXPECT_FALSE(changed({path("m/0000.flac")}));
 
   for (const int number : {500, 501}) {
     PendingEvents pending;

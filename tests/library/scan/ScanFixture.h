@@ -91,6 +91,7 @@ class ScanFixture : public ::testing::Test {
                                          .removal = removal,
                                          .events = events,
                                          .preferences = preferences,
+                                         .throttle = throttle,
                                          .extractor = extractor,
                                          .findArtwork = [](const auto&) { return std::nullopt; }},
                                 .hooks = {},
@@ -129,6 +130,7 @@ class ScanFixture : public ::testing::Test {
   TestLibrary library;
   TrackRemoval removal{library.database()};
   EventBus events;
+  LibraryUpdateThrottle throttle{events};
   Preferences preferences;
   FakeVolumes volumes;
   std::shared_ptr<FakeExtractor> extractor = std::make_shared<FakeExtractor>();

@@ -120,14 +120,15 @@ TEST_F(ScanParts, AWalkThatHangsIsLeftBehindWithWhatItFound) {
 TEST_F(ScanParts, WorkersHoldTheWalkBackAndLetGoWhenCancelled) {
   Gate gate;
   std::atomic<int> added{0};
-  FileWorkers workers("test", 2, 5, [&](const std::string&) { gate.wait(); });
+  FileWorkers workers("test", {.threads = 2, .inFlight = 5},
+                      [&](const std::string&) { gate.wait(); }, {});
   std::thread walk([&] {
     while (workers.add("x")) ++added;
     // What is being worked on comes to its end in time.
     gate.open();
   });
   while (added < 5) std::this_thread::yield();
-  EXPECT_FALSE(workers.finish([] { return true; }, 10s));
+  EXPECT_FALSE(workers.finish([] { return true; }, 10s).isComplete);
   walk.join();
   EXPECT_EQ(added, 5);
   EXPECT_FALSE(workers.add("y"));
