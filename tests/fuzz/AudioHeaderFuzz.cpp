@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "library/metadata/AacConfig.h"
 #include "library/metadata/ApeHeader.h"
 #include "library/metadata/BitDepth.h"
 #include "library/metadata/DsdHeader.h"
@@ -40,12 +41,14 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   if (wavPack) check(wavPack.value().properties);
   if (wavPackLength(file.last(std::min(kWavPackTailBytes, size))) == 0U) std::abort();
   checkDsd(parseDsfHeader(upTo(kDsfHeadBytes, file)));
-  checkDsd(parseDffHeader([file](std::uint64_t offset, std::span<std::byte> into) {
+  const ReadAt read = [file](std::uint64_t offset, std::span<std::byte> into) {
     if (offset >= file.size()) return std::size_t{0};
     const HeaderBytes rest = upTo(into.size(), file.subspan(offset));
     std::memcpy(into.data(), rest.data(), rest.size());
     return rest.size();
-  }));
+  };
+  checkDsd(parseDffHeader(read));
+  if (aacChannels(read).value_or(1) <= 0) std::abort();
   if (detectBitDepth(upTo(kBitDepthHeadBytes, file)).value_or(0) < 0) std::abort();
   return 0;
 }

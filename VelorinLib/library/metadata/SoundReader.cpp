@@ -2,6 +2,7 @@
 
 #include "foundation/Log.h"
 #include "foundation/Text.h"
+#include "library/metadata/AacConfig.h"
 #include "library/metadata/BitDepth.h"
 #include "library/metadata/FileName.h"
 #include "library/metadata/NativeReaders.h"
@@ -30,6 +31,16 @@ void refineBitDepth(AudioProperties& sound, const RegularFile& file, std::string
   }
 }
 
+/// The tag library takes an MP4's word for two channels.
+void refineChannels(AudioProperties& sound, const RegularFile& file, std::string_view extension) {
+  const bool isMp4 = extension == "m4a" || extension == "mp4" || extension == "m4b";
+  if (!isMp4 || sound.channels != 2 || sound.bitDepth) return;
+  const auto channels = aacChannels([&file](std::uint64_t offset, std::span<std::byte> into) {
+    return offset < file.size() ? file.read(offset, into) : 0;
+  });
+  if (channels) sound.channels = channels;
+}
+
 Result<SoundAndTags, ExtractFailure> readGenerally(const RegularFile& file, const std::string& path,
                                                    std::string_view extension) {
   SoundAndTags result;
@@ -37,6 +48,7 @@ Result<SoundAndTags, ExtractFailure> readGenerally(const RegularFile& file, cons
   if (tagged) result.tags = std::move(tagged->tags);
   if (tagged && tagged->properties && tagged->properties->duration > 0) {
     result.sound = *tagged->properties;
+    refineChannels(result.sound, file, extension);
   } else {
     const auto probed = probeMedia(path);
     if (!probed) return ExtractFailure{probed.error().reason};
@@ -46,6 +58,8 @@ Result<SoundAndTags, ExtractFailure> readGenerally(const RegularFile& file, cons
                     .channels = media.channels,
                     .bitDepth = media.bitDepth,
                     .bitRate = media.bitRate};
+    // What the tag library does not know, or knows by its name alone, has its container's tags.
+    if (!result.tags || *result.tags == TagFields{}) result.tags = fieldsOfContainer(media.tags);
   }
   refineBitDepth(result.sound, file, extension);
   return result;

@@ -19,10 +19,8 @@
 namespace velorin {
 namespace {
 
-std::optional<std::string> firstText(const TagLib::PropertyMap& map, const char* key) {
-  const auto entry = map.find(key);
-  if (entry == map.end() || entry->second.isEmpty()) return std::nullopt;
-  std::string value = entry->second.front().to8Bit(true);
+/// Text as the library keeps it, up to its first NUL.
+std::string validText(std::string value) {
   value.resize(std::min(value.find('\0'), value.size()));
   return text::validUTF8(value) ? value : text::toValidUTF8(value);
 }
@@ -41,34 +39,44 @@ std::optional<Number> leadingNumber(const std::optional<std::string>& value) {
 }
 
 /// Numbers of tracks, discs and years begin at 1; 0 is how programs write that there is none.
-std::optional<int> firstNumber(const TagLib::PropertyMap& map, const char* key) {
-  const auto number = leadingNumber<int>(firstText(map, key));
+std::optional<int> ordinal(const std::optional<std::string>& value) {
+  const auto number = leadingNumber<int>(value);
   return number && *number > 0 ? number : std::nullopt;
 }
 
-std::optional<double> firstDouble(const TagLib::PropertyMap& map, const char* key) {
-  const auto number = leadingNumber<double>(firstText(map, key));
+std::optional<double> finite(const std::optional<std::string>& value) {
+  const auto number = leadingNumber<double>(value);
   return number && std::isfinite(*number) ? number : std::nullopt;
 }
 
-TagFields fieldsOf(const TagLib::PropertyMap& map) {
+/// valueOf: the first value of a key of the tag library, nothing where there is none.
+template <class ValueOf>
+TagFields fieldsOf(const ValueOf& valueOf) {
   TagFields fields;
-  fields.title = firstText(map, "TITLE");
-  fields.artist = firstText(map, "ARTIST");
-  fields.album = firstText(map, "ALBUM");
-  fields.trackNumber = firstNumber(map, "TRACKNUMBER");
-  fields.discNumber = firstNumber(map, "DISCNUMBER");
-  fields.year = firstNumber(map, "DATE");
-  fields.genre = firstText(map, "GENRE");
-  fields.composer = firstText(map, "COMPOSER");
-  fields.conductor = firstText(map, "CONDUCTOR");
-  fields.comment = firstText(map, "COMMENT");
-  fields.lyrics = firstText(map, "LYRICS");
-  fields.replayGainTrackGain = firstDouble(map, "REPLAYGAIN_TRACK_GAIN");
-  fields.replayGainAlbumGain = firstDouble(map, "REPLAYGAIN_ALBUM_GAIN");
-  fields.replayGainTrackPeak = firstDouble(map, "REPLAYGAIN_TRACK_PEAK");
-  fields.replayGainAlbumPeak = firstDouble(map, "REPLAYGAIN_ALBUM_PEAK");
+  fields.title = valueOf("TITLE");
+  fields.artist = valueOf("ARTIST");
+  fields.album = valueOf("ALBUM");
+  fields.trackNumber = ordinal(valueOf("TRACKNUMBER"));
+  fields.discNumber = ordinal(valueOf("DISCNUMBER"));
+  fields.year = ordinal(valueOf("DATE"));
+  fields.genre = valueOf("GENRE");
+  fields.composer = valueOf("COMPOSER");
+  fields.conductor = valueOf("CONDUCTOR");
+  fields.comment = valueOf("COMMENT");
+  fields.lyrics = valueOf("LYRICS");
+  fields.replayGainTrackGain = finite(valueOf("REPLAYGAIN_TRACK_GAIN"));
+  fields.replayGainAlbumGain = finite(valueOf("REPLAYGAIN_ALBUM_GAIN"));
+  fields.replayGainTrackPeak = finite(valueOf("REPLAYGAIN_TRACK_PEAK"));
+  fields.replayGainAlbumPeak = finite(valueOf("REPLAYGAIN_ALBUM_PEAK"));
   return fields;
+}
+
+TagFields fieldsOfProperties(const TagLib::PropertyMap& map) {
+  return fieldsOf([&map](const char* key) -> std::optional<std::string> {
+    const auto entry = map.find(key);
+    if (entry == map.end() || entry->second.isEmpty()) return std::nullopt;
+    return validText(entry->second.front().to8Bit(true));
+  });
 }
 
 std::optional<int> ifPositive(int value) {
@@ -122,7 +130,7 @@ std::optional<TaggedFile> readFileOf(const std::string& path, bool withPropertie
     const TagLib::FileRef reference = openTags(stream, withProperties);
     if (!isOpen(reference)) return std::nullopt;
     TaggedFile result;
-    result.tags = fieldsOf(tagProperties(*reference.file()));
+    result.tags = fieldsOfProperties(tagProperties(*reference.file()));
     if (withProperties) result.properties = propertiesOf(reference.audioProperties());
     return result;
   } catch (const std::exception&) {
@@ -131,6 +139,14 @@ std::optional<TaggedFile> readFileOf(const std::string& path, bool withPropertie
 }
 
 }  // namespace
+
+TagFields fieldsOfContainer(const std::map<std::string, std::string>& tags) {
+  return fieldsOf([&tags](std::string_view key) -> std::optional<std::string> {
+    if (key.ends_with("NUMBER")) key.remove_suffix(std::string_view("NUMBER").size());
+    const auto entry = tags.find(text::lowercaseASCII(key));
+    return entry == tags.end() ? std::nullopt : std::optional(validText(entry->second));
+  });
+}
 
 std::optional<TaggedFile> readTaggedFile(const std::string& path) {
   return readFileOf(path, true);

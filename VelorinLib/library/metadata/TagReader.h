@@ -1,6 +1,7 @@
 // The tags of a file, whatever kind of tag it is.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 
@@ -29,6 +30,9 @@ struct TagFields {
 
   bool operator==(const TagFields&) const = default;
 };
+
+/// The fields in what a demuxer says of a file, see MediaProperties::tags. Pure.
+TagFields fieldsOfContainer(const std::map<std::string, std::string>& tags);
 
 /// What one opening of a file by the tag library gives.
 struct TaggedFile {

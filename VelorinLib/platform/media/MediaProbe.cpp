@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "foundation/Text.h"
 #include "platform/media/MediaFile.h"
 
 namespace velorin {
@@ -26,6 +27,57 @@ std::optional<int> bitDepthOf(const AVCodecParameters& codec) {
                                                   : codec.bits_per_coded_sample);
 }
 
+/// The names that are there first stay.
+void addTags(const AVDictionary* from, std::map<std::string, std::string>& tags) {
+  const AVDictionaryEntry* entry = nullptr;
+  while ((entry = av_dict_get(from, "", entry, AV_DICT_IGNORE_SUFFIX))) {
+    tags.emplace(text::lowercaseASCII(entry->key), entry->value);
+  }
+}
+
+/// Whether the first frames are those of one stream. Noise holds marks of frames too, and what
+/// follows them sometimes passes for one; a row of them in one rate and channel count, or most of a
+/// short file, is beyond chance.
+bool hasConsistentFrames(media::MediaFile& media) {
+  constexpr int kEnough = 8;
+  constexpr int kMostPackets = 64;
+  const AVCodecParameters& parameters = *media.audio().codecpar;
+  const AVCodec* decoder = avcodec_find_decoder(parameters.codec_id);
+  // Only a codec whose frames have marks of their own can be told from noise by them.
+  AVCodecParserContext* const parser = av_parser_init(parameters.codec_id);
+  if (!parser) return false;
+  av_parser_close(parser);
+  const media::Codec context(decoder ? avcodec_alloc_context3(decoder) : nullptr);
+  const media::Packet packet(av_packet_alloc());
+  const media::Frame frame(av_frame_alloc());
+  if (!context || !packet || !frame ||
+      avcodec_parameters_to_context(context.get(), &parameters) < 0 ||
+      avcodec_open2(context.get(), decoder, nullptr) < 0) {
+    return false;
+  }
+  std::int64_t codedBytes = 0;
+  int frames = 0;
+  int rate = 0;
+  int channels = 0;
+  for (int i = 0; i < kMostPackets && frames < kEnough; ++i) {
+    av_packet_unref(packet.get());
+    if (av_read_frame(&media.context(), packet.get()) < 0) break;
+    if (packet->stream_index != media.audio().index) continue;
+    if (avcodec_send_packet(context.get(), packet.get()) < 0) return false;
+    codedBytes += packet->size;
+    for (int code = 0;
+         (code = avcodec_receive_frame(context.get(), frame.get())) != AVERROR(EAGAIN); ++frames) {
+      if (code < 0) return false;
+      if (frames == 0) {
+        rate = frame->sample_rate;
+        channels = frame->ch_layout.nb_channels;
+      }
+      if (frame->sample_rate != rate || frame->ch_layout.nb_channels != channels) return false;
+    }
+  }
+  return frames >= kEnough || (frames > 0 && 2 * codedBytes >= avio_size(media.context().pb));
+}
+
 }  // namespace
 
 Result<MediaProperties, MediaError> probeMedia(const std::string& path) {
@@ -42,6 +94,12 @@ Result<MediaProperties, MediaError> probeMedia(const std::string& path) {
   properties.bitDepth = bitDepthOf(codec);
   properties.bitRate = ifPositive(codec.bit_rate > 0 ? codec.bit_rate : context.bit_rate);
   properties.codec = avcodec_get_name(codec.codec_id);
+  addTags(context.metadata, properties.tags);
+  addTags(stream.metadata, properties.tags);
+  // Last: it moves on in the file.
+  if (context.probe_score < AVPROBE_SCORE_RETRY && !hasConsistentFrames(*media.value())) {
+    return MediaError{"there is no sound in the file"};
+  }
   return properties;
 }
 

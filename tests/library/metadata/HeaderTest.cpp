@@ -1,6 +1,7 @@
 // Headers that no encoder here writes.
 #include <gtest/gtest.h>
 
+#include "library/metadata/AacConfig.h"
 #include "library/metadata/ApeHeader.h"
 #include "library/metadata/BitDepth.h"
 #include "library/metadata/MadeFiles.h"
@@ -61,6 +62,25 @@ TEST(HeaderTest, BitDepth) {
            {"FORM", std::nullopt},
            {"", std::nullopt}}) {
     EXPECT_EQ(detectBitDepth(bytesOf(head)), depth) << testing::PrintToString(head);
+  }
+}
+
+TEST(AacConfig, TellsTheChannels) {
+  struct Case {
+    const char* name;
+    std::string config;
+    std::optional<int> channels;
+  };
+  for (const auto& [name, config, channels] : std::vector<Case>{
+           {"low complexity, 44.1 kHz, mono", {'\x12', '\x08'}, 1},
+           {"5.1", {'\x12', '\x30'}, 6},
+           {"7.1", {'\x12', '\x38'}, 8},
+           {"mono at 22.05 kHz may hide parametric stereo", {'\x13', '\x88'}, {}},
+           {"parametric stereo", {'\xeb', '\x89', '\x88', '\x00'}, 2},
+           {"a rate of its own, 48 kHz, mono", {'\x17', '\x80', '\x5d', '\xc0', '\x08'}, 1},
+           {"a layout of its own", {'\x12', '\x00'}, {}},
+           {"cut short", {'\x12'}, {}}}) {
+    EXPECT_EQ(channelsOfAudioSpecificConfig(bytesOf(config)), channels) << name;
   }
 }
 

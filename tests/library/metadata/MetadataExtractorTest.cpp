@@ -61,6 +61,15 @@ TEST_F(ExtractorTest, ReadsTheSoundOfEveryKindOfFile) {
        0},
       {"lame.mp3", {"-b:a", "128k"}, "MP3", 44100, 1, {}, true, 0.06},
       {"aac.m4a", {"-c:a", "aac", "-ac", "2"}, "ALAC", 44100, 2, {}, true, 0.06},
+      {"mono.m4a", {"-c:a", "aac"}, "ALAC", 44100, 1, {}, true, 0.06},
+      {"six.m4a",
+       {"-c:a", "aac", "-ac", "6", "-movflags", "+faststart"},
+       "ALAC",
+       44100,
+       6,
+       {},
+       true,
+       0.06},
       {"alac.m4a", {"-c:a", "alac", "-sample_fmt", "s32p"}, "ALAC", 44100, 1, 24, true, 0.001},
       {"16.aiff", {}, "AIFF", 44100, 1, 16, true, 0.001},
       {"24.aif", {"-c:a", "pcm_s24be"}, "AIFF", 44100, 1, 24, true, 0.001},
@@ -158,6 +167,52 @@ TEST_F(ExtractorTest, TakesTagsCleaned) {
   expected.lastModified = std::chrono::system_clock::time_point(
       std::chrono::seconds(1'234'567'890) + std::chrono::milliseconds(250));
   EXPECT_EQ(found.track, expected);
+}
+
+TEST_F(ExtractorTest, TakesTagsOfContainersThatOnlyTheDemuxersKnow) {
+  for (const char* name : {"a.caf", "a.mka"}) {
+    Arguments arguments;
+    for (const char* tag : {"title= T ", "artist=A", "album=Al", "track=3/12", "disc=2",
+                            "date=1999-05-01", "genre=G", "composer=C", "comment=none"}) {
+      arguments.insert(arguments.end(), {"-metadata", tag});
+    }
+    arguments.push_back(path(name));
+    makeTone(arguments);
+    const ScannedItem found = item(name);
+    EXPECT_EQ(found.track.title, "T") << name;
+    EXPECT_EQ(found.artistName, "A") << name;
+    EXPECT_EQ(found.albumTitle, "Al") << name;
+    EXPECT_EQ(found.track.trackNumber, 3) << name;
+    EXPECT_EQ(found.year, 1999) << name;
+    EXPECT_EQ(found.track.genre, "G") << name;
+    EXPECT_EQ(found.track.composer, "C") << name;
+    EXPECT_EQ(found.track.comment, std::nullopt) << name;
+  }
+  EXPECT_EQ(item("a.caf").track.discNumber, 2);
+}
+
+TEST_F(ExtractorTest, TakesNoNoiseForMusic) {
+  std::uint32_t x = 1;
+  const auto noise = [&x](std::size_t bytes, bool isQuietPcm) {
+    std::string made;
+    while (made.size() < bytes) {
+      x = x * 1'664'525 + 1'013'904'223;
+      // Small negative samples begin with the bits that mark a frame of MPEG audio.
+      made += isQuietPcm ? littleEndianBytes((x >> 28) - 8, 2) : littleEndianBytes(x >> 8, 3);
+    }
+    return made;
+  };
+  for (int i = 0; i < 24; ++i) {
+    for (const char* name : {"n.mp3", "n.m4a", "n.opus", "n.ogg", "n.aac", "n.ac3", "n.raw"}) {
+      writeBytes(path(name), noise(1000U << (i % 10), i % 2 == 0));
+      EXPECT_FALSE(extract(name)) << name << i;
+    }
+  }
+  // Music that is nearly too short to be known.
+  for (const char* name : {"short.mp3", "short.aac", "short.ac3", "short.mp2"}) {
+    makeTone({"-t", "0.06", path(name)});
+    EXPECT_GT(item(name).track.duration, 0.02) << name;
+  }
 }
 
 TEST_F(ExtractorTest, NamesWhatHasNoTagsByItsFile) {
