@@ -33,12 +33,12 @@ std::string freeName(const DatabaseHandle& database, const std::string& stem) {
 
 void logMissing(const M3UManager::Imported& result, std::string_view stem) {
   constexpr std::size_t kShown = 3;
-  std::string line = fmt::format("⚠️ M3U import '{}': {}/{} tracks not found in library\n",
-                                 stem, result.notFound.size(), result.entries);
+  log::line("⚠️ M3U import '{}': {}/{} tracks not found in library", stem,
+            result.notFound.size(), result.entries);
+  // A line of the log is one event, so that each path has its own.
   for (std::size_t i = 0; i < std::min(kShown, result.notFound.size()); ++i) {
-    line.append(i == 0 ? "" : "\n").append(result.notFound[i]);
+    log::line("{}", result.notFound[i]);
   }
-  log::line("{}", line);
 }
 
 }  // namespace
