@@ -7,8 +7,8 @@
 
 #include <cerrno>
 #include <system_error>
-#include <utility>
 
+#include "foundation/FileDescriptor.h"
 #include "foundation/Text.h"
 
 namespace velorin {
@@ -16,25 +16,6 @@ namespace velorin {
 namespace fs = std::filesystem;
 
 namespace {
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : _fd(fd) {}
-  ~Descriptor() {
-    if (_fd >= 0) ::close(_fd);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  explicit operator bool() const { return _fd >= 0; }
-  int get() const { return _fd; }
-
-  /// Some file systems report a failed write only here.
-  bool close() { return ::close(std::exchange(_fd, -1)) == 0; }
-
- private:
-  int _fd;
-};
 
 std::string describe(std::string_view what, const fs::path& path, int error) {
   return fmt::format("{} {}: {}", what, text::pathForDisplay(path),
@@ -52,7 +33,7 @@ bool writeAll(int fd, std::string_view bytes) {
 }
 
 std::optional<std::string> writeTemporary(const fs::path& path, std::string_view bytes) {
-  Descriptor file(
+  FileDescriptor file(
       ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
   if (!file) return describe("cannot create", path, errno);
   if (!writeAll(file.get(), bytes) || ::fsync(file.get()) != 0 || !file.close()) {
@@ -83,14 +64,14 @@ std::optional<std::string> replaceFile(const fs::path& target, std::string_view 
   }
   // Without this a power cut may bring the old name entry back, which is still a whole file:
   // file systems that cannot sync a folder are therefore no failure.
-  const Descriptor handle(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const FileDescriptor handle(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (handle) ::fsync(handle.get());
   return std::nullopt;
 }
 
 std::optional<std::string> readFile(const fs::path& path, std::string& failure) {
   // Not blocking: opening a pipe that lies under this name must not hang.
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
   if (!file || ::fstat(file.get(), &status) != 0) {
     failure = describe("cannot open", path, errno);

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "foundation/FileDescriptor.h"
 #include "platform/files/FileCopy.h"
 
 namespace velorin {
@@ -24,21 +25,6 @@ constexpr std::string_view kSuffix = ".velorin-tmp";
 RewriteError failure(const char* what, int code) {
   return {fmt::format("{}: {}", what, std::generic_category().message(code))};
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : _fd(fd) {}
-  ~Descriptor() {
-    if (_fd >= 0) ::close(_fd);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  explicit operator bool() const { return _fd >= 0; }
-  int get() const { return _fd; }
-
- private:
-  int _fd;
-};
 
 /// The copy beside the file, locked while it lives; removed in the end unless it was kept.
 class TemporaryCopy {
@@ -77,7 +63,7 @@ class TemporaryCopy {
 
   /// A copy that is locked belongs to a run that lives; any other was left by one that was killed.
   static std::optional<RewriteError> removeLeftOver(const std::string& path) {
-    const Descriptor old(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const FileDescriptor old(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (!old) return std::nullopt;
     if (::flock(old.get(), LOCK_EX | LOCK_NB) != 0) return RewriteError{kBusy};
     ::unlink(path.c_str());
@@ -85,7 +71,7 @@ class TemporaryCopy {
   }
 
   const std::string _path;
-  const Descriptor _descriptor;
+  const FileDescriptor _descriptor;
   bool _isOurs = true;
 };
 
@@ -107,7 +93,7 @@ std::optional<RewriteError> refusalOf(const std::string& path, const struct stat
 void syncFolder(const fs::path& folder) {
   // Without this a power cut may bring the old entry back, which is still a whole file: file
   // systems that cannot sync a folder are therefore no failure.
-  const Descriptor handle(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const FileDescriptor handle(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (handle) ::fsync(handle.get());
 }
 
@@ -136,7 +122,7 @@ Result<RewrittenFile, RewriteError> rewriteFile(const std::string& path, const F
   std::error_code unreachable;
   const fs::path real = fs::canonical(path, unreachable);
   if (unreachable) return failure("the file cannot be opened", unreachable.value());
-  const Descriptor original(::open(real.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  const FileDescriptor original(::open(real.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (!original) return failure("the file cannot be opened", errno);
   struct stat before {};
   if (::fstat(original.get(), &before) != 0) return failure("the file cannot be read", errno);

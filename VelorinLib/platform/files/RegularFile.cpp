@@ -17,7 +17,7 @@ Result<RegularFile, std::string> RegularFile::open(const std::string& path) {
   } while (descriptor < 0 && errno == EINTR);
   if (descriptor < 0) return std::generic_category().message(errno);
 
-  RegularFile file(descriptor, 0);
+  RegularFile file{FileDescriptor(descriptor)};
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) return std::generic_category().message(errno);
   if (S_ISDIR(status.st_mode)) return std::string("this is a folder");
@@ -26,15 +26,11 @@ Result<RegularFile, std::string> RegularFile::open(const std::string& path) {
   return file;
 }
 
-RegularFile::~RegularFile() {
-  if (_descriptor >= 0) ::close(_descriptor);
-}
-
 std::size_t RegularFile::read(std::uint64_t offset,
                               std::span<std::byte> destination) const noexcept {
   std::size_t filled = 0;
   while (filled < destination.size()) {
-    const ssize_t got = ::pread(_descriptor, destination.data() + filled,
+    const ssize_t got = ::pread(descriptor(), destination.data() + filled,
                                 destination.size() - filled, static_cast<off_t>(offset + filled));
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
 
 namespace velorin {
@@ -19,12 +20,7 @@ class RegularFile {
   /// device is refused. The error is one line that says what is wrong; it does not repeat the path.
   static Result<RegularFile, std::string> open(const std::string& path);
 
-  RegularFile(RegularFile&& other) noexcept
-      : _descriptor(std::exchange(other._descriptor, -1)), _size(other._size) {}
-  RegularFile& operator=(RegularFile&&) = delete;
-  ~RegularFile();
-
-  int descriptor() const noexcept { return _descriptor; }
+  int descriptor() const noexcept { return _descriptor.get(); }
   /// In bytes, as it was when the file was opened.
   std::uint64_t size() const noexcept { return _size; }
 
@@ -33,10 +29,10 @@ class RegularFile {
   std::size_t read(std::uint64_t offset, std::span<std::byte> destination) const noexcept;
 
  private:
-  RegularFile(int descriptor, std::uint64_t size) noexcept : _descriptor(descriptor), _size(size) {}
+  explicit RegularFile(FileDescriptor descriptor) noexcept : _descriptor(std::move(descriptor)) {}
 
-  int _descriptor;
-  std::uint64_t _size;
+  FileDescriptor _descriptor;
+  std::uint64_t _size = 0;
 };
 
 }  // namespace velorin
