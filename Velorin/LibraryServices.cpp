@@ -1,5 +1,6 @@
 #include "LibraryServices.h"
 
+#include "foundation/Log.h"
 #include "foundation/Paths.h"
 #include "library/LibraryFile.h"
 #include "library/artwork/FolderArtwork.h"
@@ -14,6 +15,15 @@ LibraryServices::LibraryServices()
       _artwork(_manager->database(), _artworkCache),
       _listening(_manager->database(), _preferences),
       _scanner(scannerParts()) {}
+
+void LibraryServices::followVolumes() {
+  try {
+    _volumes.migrateFolderPaths(_manager->folderMove());
+    _volumes.rememberVolumes(_manager->folders().getFolders());
+  } catch (const VelorinDatabaseError& error) {
+    log::line("⚠️ The volumes of the music folders cannot be followed: {}", error.message);
+  }
+}
 
 LibraryScanner::Parts LibraryServices::scannerParts() {
   return {
@@ -33,7 +43,7 @@ LibraryScanner::Parts LibraryServices::scannerParts() {
                 .clearArtwork = [this] { _artworkCache.removeAll(); },
                 .clearThumbnails = {}},
       .volumes = _volumes,
-      .volumesChanged = [this](const auto& folders) { _volumes.rememberVolumes(folders); },
+      .followVolumes = [this] { followVolumes(); },
       .warmUpArtwork =
           [this](const auto& isCancelled) { _artwork.warmUp(_preferences, isCancelled); },
   };

@@ -28,6 +28,7 @@ class LibraryServices {
 
  private:
   LibraryScanner::Parts scannerParts();
+  void followVolumes();
 
   EventBus _events;
   LibraryUpdateThrottle _throttle{_events};

@@ -19,8 +19,11 @@ std::string count(std::size_t value, const char* what) {
 }
 
 std::string reasonOf(const UnseenFolder& folder) {
-  return folder.error == ENOENT ? "leads to nothing that is there now"
-                                : fmt::format("cannot be read: {}", std::strerror(folder.error));
+  if (folder.error == ENOENT) return "leads to nothing that is there now";
+  if (folder.error == ENODEV) {
+    return "its volume is not there now, its tracks are kept: mount it and scan again";
+  }
+  return fmt::format("cannot be read: {}", std::strerror(folder.error));
 }
 
 template <class List, class Line>

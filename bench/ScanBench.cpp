@@ -95,7 +95,7 @@ class Scan {
                                     .findArtwork = &findArtwork},
                            .hooks = {},
                            .volumes = _volumes,
-                           .volumesChanged = {},
+                           .followVolumes = {},
                            .warmUpArtwork = {}}};
 };
 

@@ -116,9 +116,8 @@ FileEvents::FileEvents(const ScanParts& parts, const ScanHooks& hooks, VolumeRes
 
 bool FileEvents::process(const std::vector<std::string>& paths) {
   const auto roots = MusicFolders(_parts.database).getFolders();
-  Sorted changes = sort(paths, roots);
+  Sorted changes = sort(withoutOffline(paths, roots), roots);
   dropUnchanged(changes.modified);
-  dropOffline(changes.deleted, roots);
   if (changes.modified.empty() && changes.deleted.empty()) return false;
   log::line("👁️ FSEvent: {} new/modified, {} deleted", changes.modified.size(),
             changes.deleted.size());
@@ -199,12 +198,22 @@ void FileEvents::dropUnchanged(std::vector<std::string>& modified) const {
   });
 }
 
-void FileEvents::dropOffline(std::vector<std::string>& deleted,
-                             const std::vector<std::string>& roots) const {
-  if (deleted.empty()) return;
-  const auto offline = _volumes.availability(roots, /*attemptRemount=*/false).offline;
-  if (offline.empty()) return;
-  std::erase_if(deleted, [&](const std::string& path) { return isReachable(path, offline); });
+std::vector<std::string> FileEvents::withoutOffline(const std::vector<std::string>& paths,
+                                                    const std::vector<std::string>& roots) const {
+  std::vector<std::string> concerned;
+  std::ranges::copy_if(roots, std::back_inserter(concerned), [&](const std::string& root) {
+    return std::ranges::any_of(
+        paths, [&](const std::string& path) { return PathPrefix(root).contains(path); });
+  });
+  auto away = _volumes.availability(concerned, /*attemptRemount=*/false).offline;
+  const auto missing = _volumes.missingInside(concerned);
+  away.insert(away.end(), missing.begin(), missing.end());
+  std::vector<std::string> there;
+  std::ranges::copy_if(paths, std::back_inserter(there), [&](const std::string& path) {
+    return std::ranges::none_of(
+        away, [&](const std::string& folder) { return PathPrefix(folder).contains(path); });
+  });
+  return there;
 }
 
 }  // namespace velorin

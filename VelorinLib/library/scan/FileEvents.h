@@ -58,7 +58,9 @@ class FileEvents {
   };
   Sorted sort(const std::vector<std::string>& paths, const std::vector<std::string>& roots) const;
   void dropUnchanged(std::vector<std::string>& modified) const;
-  void dropOffline(std::vector<std::string>& deleted, const std::vector<std::string>& roots) const;
+  /// Those that are on volumes which are there; the others are not even touched.
+  std::vector<std::string> withoutOffline(const std::vector<std::string>& paths,
+                                          const std::vector<std::string>& roots) const;
 
   const ScanParts& _parts;
   const ScanHooks& _hooks;

@@ -9,6 +9,7 @@
 #include "foundation/MainThread.h"
 #include "foundation/Preferences.h"
 #include "library/queries/MusicFolders.h"
+#include "library/queries/PathPrefix.h"
 #include "library/queries/TrackListings.h"
 #include "library/scan/ScanText.h"
 #include "records/Events.h"
@@ -33,6 +34,7 @@ void LibraryScanner::start() {
   _watchQueue.async([this] {
     const auto folders = foldersOrNone();
     if (folders.empty()) return;
+    if (_parts.followVolumes) _parts.followVolumes();
     startWatching(folders);
     log::line("👁️ Scanner daemon: watcher started for {} music folder(s)", folders.size());
     bool isScanNeeded = true;
@@ -79,28 +81,40 @@ void LibraryScanner::foldersDidChange() {
 void LibraryScanner::volumeMounted(const std::string& mountPath) {
   if (!_control->isWatching()) return;
   _watchQueue.async([this, mountPath] {
+    const auto before = foldersOrNone();
+    if (before.empty()) return;
+    if (_parts.followVolumes) _parts.followVolumes();
     const auto folders = foldersOrNone();
     std::vector<std::string> affected;
     std::ranges::copy_if(folders, std::back_inserter(affected), [&](const std::string& folder) {
-      return folder == mountPath || isReachable(folder + "/x", {mountPath});
+      return folder == mountPath || PathPrefix(mountPath).contains(folder) ||
+             PathPrefix(folder).contains(mountPath);
     });
     if (affected.empty()) return;
     log::line("📂 Volume mounted: {} → scanning {} music folder(s)", lastComponent(mountPath),
               affected.size());
-    if (_parts.volumesChanged) _parts.volumesChanged(affected);
-    startWatching(folders);
+    watchAnew(folders);
     onMain([this, affected = std::move(affected)]() mutable { scanMounted(std::move(affected)); });
   });
 }
 
 void LibraryScanner::startWatching(const std::vector<std::string>& folders) {
-  stopWatching();
+  watchAnew(folders);
+  _mountObserver = std::make_unique<MountObserver>([this](const std::string& mountPoint) {
+    onMain([this, mountPoint] { volumeMounted(mountPoint); });
+  });
+}
+
+void LibraryScanner::watchAnew(const std::vector<std::string>& folders) {
+  _watcher.reset();
+  _pendingEvents.disturb();
   _watcher = std::make_unique<FileSystemWatcher>(
       folders, [this](FileSystemWatcher::Changes changes) { changed(std::move(changes)); });
   _watcher->start();
 }
 
 void LibraryScanner::stopWatching() {
+  _mountObserver.reset();
   _watcher.reset();
   // What waits for silence is for a watcher that is no more.
   _pendingEvents.disturb();
@@ -239,6 +253,7 @@ void LibraryScanner::run(std::uint64_t generation, Form form,
   log::line("🧠 Memory at scan start: {} MB", memoryFootprintMB());
   std::vector<std::string> scanned;
   try {
+    if (_parts.followVolumes) _parts.followVolumes();
     ScanForms scan(_parts.scan, _parts.hooks, _parts.volumes, _settings, callbacks(generation),
                    report);
     switch (form) {

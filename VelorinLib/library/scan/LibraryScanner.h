@@ -15,6 +15,7 @@
 #include "library/scan/ScanForms.h"
 #include "library/scan/ScanProgressState.h"
 #include "library/volumes/FileSystemWatcher.h"
+#include "library/volumes/MountObserver.h"
 
 namespace velorin {
 
@@ -26,8 +27,10 @@ class LibraryScanner {
     ScanParts scan;
     ScanHooks hooks;
     VolumeResolving& volumes;
-    /// What is to be noted of the folders of a volume that was mounted: how to mount it again.
-    std::function<void(const std::vector<std::string>& folders)> volumesChanged;
+    /// Before a scan, and when a volume was mounted: gives folders that came back elsewhere their
+    /// new paths, and notes on which volumes the folders are. Not on the main thread; may block for
+    /// a slow volume.
+    std::function<void()> followVolumes;
     /// Fills the artwork cache of a library from before there was one, once.
     std::function<void(const ScanHooks::IsCancelled&)> warmUpArtwork;
   };
@@ -46,7 +49,8 @@ class LibraryScanner {
   void setAutoScan(bool enabled);
   /// The list of music folders has changed.
   void foldersDidChange();
-  /// A volume was mounted there. With auto-scan on, the music folders on it are scanned.
+  /// A volume was mounted there. With auto-scan on, the music folders on it are scanned, and those
+  /// that it is mounted in. The scanner calls it itself while it watches.
   void volumeMounted(const std::string& mountPath);
 
   /// Scans folders that are new. During a scan they are queued behind it.
@@ -81,6 +85,7 @@ class LibraryScanner {
 
   // On _watchQueue.
   void startWatching(const std::vector<std::string>& folders);
+  void watchAnew(const std::vector<std::string>& folders);
   void stopWatching();
   std::vector<std::string> foldersOrNone() const;
   void changed(FileSystemWatcher::Changes changes);
@@ -101,7 +106,8 @@ class LibraryScanner {
   ScanSummary _lastSummary;
   std::shared_ptr<int> _alive = std::make_shared<int>();
 
-  std::unique_ptr<FileSystemWatcher> _watcher;  ///< on _watchQueue
+  std::unique_ptr<FileSystemWatcher> _watcher;    ///< on _watchQueue
+  std::unique_ptr<MountObserver> _mountObserver;  ///< on _watchQueue
   SerialQueue _scanQueue{"com.velorin.scanner"};
   SerialQueue _watchQueue{"com.velorin.scanner.watch"};
 };

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <iterator>
 
@@ -10,6 +11,7 @@
 #include "foundation/MainThread.h"
 #include "library/queries/LibraryInventory.h"
 #include "library/queries/MusicFolders.h"
+#include "library/queries/PathPrefix.h"
 #include "library/queries/ProcessedCues.h"
 #include "library/scan/OrphanCheck.h"
 #include "library/volumes/FileSystemWatcher.h"
@@ -158,6 +160,7 @@ std::vector<std::string> ScanForms::rescan() {
                                                      _settings.rescanStall);
   }
   if (_callbacks.isCancelled()) return {};
+  noteWhatWentAway(toEnumerate, found);
   std::vector<std::string> whole;
   std::vector<std::string> cueSheets;
   std::vector<std::string> m3uFiles;
@@ -203,6 +206,22 @@ std::vector<std::string> ScanForms::rescan() {
     if (allRead && isJournalled) whole.push_back(folder);
   }
   return seenOf(available, whole);
+}
+
+void ScanForms::noteWhatWentAway(const std::vector<std::string>& folders,
+                                 EnumeratedFolders& found) const {
+  const auto offline = _volumes.availability(folders, /*attemptRemount=*/false).offline;
+  const auto missing = _volumes.missingInside(folders);
+  for (FolderEnumResult& folder : found.folders) {
+    const bool isAway = std::ranges::find(offline, folder.folder) != offline.end();
+    if (isAway && !folder.timedOut) {
+      folder.cancelled = true;
+      _report->addOffline({folder.folder});
+    }
+    for (const std::string& point : missing) {
+      if (PathPrefix(folder.folder).contains(point)) folder.unseen.push_back({point, ENODEV});
+    }
+  }
 }
 
 PathTable ScanForms::loadExistingKeys() const {

@@ -48,6 +48,8 @@ class ScanForms {
 
  private:
   PathTable loadExistingKeys() const;
+  /// A volume may have gone while it was walked: what was not found then is not gone.
+  void noteWhatWentAway(const std::vector<std::string>& folders, EnumeratedFolders& found) const;
   void finish() const;
 
   const ScanParts& _parts;

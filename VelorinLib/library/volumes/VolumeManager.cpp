@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -29,6 +30,24 @@ const Mount* mountedVolume(const MountTable& table, const RememberedVolume& volu
   const bool isBelow = path == volume.mountPoint || PathPrefix(volume.mountPoint).contains(path);
   const Mount* const mount = table.mountOf(isBelow ? path : volume.mountPoint);
   return mount && mount->point.size() >= volume.mountPoint.size() ? mount : nullptr;
+}
+
+/// The mount points that can be seen inside the folder.
+std::vector<std::string> mountedInside(const MountTable& table, const std::string& folder) {
+  const PathPrefix inside(folder);
+  std::vector<std::string> points;
+  for (const Mount& mount : table.mounts()) {
+    if (!inside.contains(mount.point) || isAutomount(mount)) continue;
+    const Mount* const visible = table.mountOf(mount.point);
+    if (visible != nullptr && visible->id == mount.id) points.push_back(mount.point);
+  }
+  return points;
+}
+
+bool holdsAnything(const std::string& folder) {
+  std::error_code failure;
+  const std::filesystem::directory_iterator entries(folder, failure);
+  return !failure && entries != std::filesystem::directory_iterator();
 }
 
 PreferenceMap mapOf(const Preferences& preferences, const char* key) {
@@ -134,6 +153,8 @@ void VolumeManager::remember(const std::string& folder, const std::string& realP
   PreferenceMap volumes = mapOf(_preferences, kFolderBookmarksKey);
   volumes[folder] = volume.toPreference();
   _preferences.setMap(kFolderBookmarksKey, std::move(volumes));
+  // Mount points are told without symbolic links.
+  if (folder == realPath) rememberInside(folder, MountTable::current());
   if (url.empty()) return;
   PreferenceMap urls = mapOf(_preferences, kFolderRemountURLsKey);
   const PreferenceValue value{url};
@@ -144,6 +165,47 @@ void VolumeManager::remember(const std::string& folder, const std::string& realP
   log::line("📌 Cached remount URL for {}: {}", shown(folder), shown(url));
 }
 
+void VolumeManager::rememberInside(const std::string& folder, const MountTable& table) {
+  std::vector<std::string> points = mountedInside(table, folder);
+  for (std::string& before : volumesInside(folder)) {
+    if (std::ranges::find(points, before) == points.end() && !holdsAnything(before)) {
+      points.push_back(std::move(before));
+    }
+  }
+  PreferenceMap map = mapOf(_preferences, kInnerVolumesKey);
+  if (points.empty() && !map.contains(folder)) return;
+  PreferenceList list;
+  for (std::string& point : points) list.push_back({std::move(point)});
+  map.erase(folder);
+  if (!list.empty()) map[folder] = {std::move(list)};
+  _preferences.setMap(kInnerVolumesKey, std::move(map));
+}
+
+std::vector<std::string> VolumeManager::volumesInside(const std::string& folder) const {
+  std::vector<std::string> points;
+  const PreferenceMap map = mapOf(_preferences, kInnerVolumesKey);
+  const auto entry = map.find(folder);
+  const auto* const list =
+      entry == map.end() ? nullptr : std::get_if<PreferenceList>(&entry->second.value);
+  if (list == nullptr) return points;
+  for (const PreferenceValue& each : *list) {
+    if (const auto* const point = std::get_if<std::string>(&each.value)) points.push_back(*point);
+  }
+  return points;
+}
+
+std::vector<std::string> VolumeManager::missingInside(const std::vector<std::string>& folders) {
+  const MountTable table = MountTable::current();
+  std::vector<std::string> missing;
+  for (const std::string& folder : folders) {
+    const auto mounted = mountedInside(table, folder);
+    for (std::string& point : volumesInside(folder)) {
+      if (std::ranges::find(mounted, point) == mounted.end()) missing.push_back(std::move(point));
+    }
+  }
+  return missing;
+}
+
 void VolumeManager::folderAdded(const std::string& folder) {
   folderRemoved(folder);
   remember(folder, _probe.ask(folder, _settings.patience));
@@ -151,7 +213,7 @@ void VolumeManager::folderAdded(const std::string& folder) {
 
 void VolumeManager::folderRemoved(const std::string& folder) {
   const MutexLock lock(_storeMutex);
-  for (const char* const key : {kFolderBookmarksKey, kFolderRemountURLsKey}) {
+  for (const char* const key : {kFolderBookmarksKey, kFolderRemountURLsKey, kInnerVolumesKey}) {
     PreferenceMap map = mapOf(_preferences, key);
     if (map.erase(folder) > 0) _preferences.setMap(key, std::move(map));
   }
@@ -217,7 +279,7 @@ std::vector<VolumeManager::ResolvedBookmark> VolumeManager::migrateFolderPaths(
 
 void VolumeManager::moveEntries(const std::string& oldPath, const std::string& newPath) {
   const MutexLock lock(_storeMutex);
-  for (const char* const key : {kFolderBookmarksKey, kFolderRemountURLsKey}) {
+  for (const char* const key : {kFolderBookmarksKey, kFolderRemountURLsKey, kInnerVolumesKey}) {
     PreferenceMap map = mapOf(_preferences, key);
     auto entry = map.extract(oldPath);
     if (entry.empty()) continue;

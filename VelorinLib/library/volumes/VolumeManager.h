@@ -22,6 +22,9 @@ namespace velorin {
 /// "musicFolderBookmarks", a map from folder to RememberedVolume, and how it can be mounted in
 /// "musicFolderRemountURLs", where each URL stands under the folder and under the volume's name.
 ///
+/// "musicFolderInnerVolumes" tells for each folder which volumes are mounted inside it; one that is
+/// gone is remembered until something else lies in its place.
+///
 /// A folder whose volume is remembered is there when something is mounted at the volume's place
 /// and the folder is in it; without a remembered volume the plain path decides. So the empty mount
 /// point of a disk that is away is never taken for an empty folder.
@@ -32,6 +35,7 @@ class VolumeManager final : public VolumeResolving {
  public:
   static constexpr const char* kFolderBookmarksKey = "musicFolderBookmarks";
   static constexpr const char* kFolderRemountURLsKey = "musicFolderRemountURLs";
+  static constexpr const char* kInnerVolumesKey = "musicFolderInnerVolumes";
   static constexpr std::chrono::seconds kRemountInterval{8};
 
   struct Settings {
@@ -45,6 +49,7 @@ class VolumeManager final : public VolumeResolving {
   VolumeManager(Preferences& preferences, Settings settings);
 
   Availability availability(const std::vector<std::string>& folders, bool attemptRemount) override;
+  std::vector<std::string> missingInside(const std::vector<std::string>& folders) override;
   bool isLocalVolume(const std::string& path) override;
   /// The path may be a folder or a file, a music folder or something inside one.
   bool ensureAccess(const std::string& path) override;
@@ -81,6 +86,8 @@ class VolumeManager final : public VolumeResolving {
   bool isMountableByFstab(const std::string& mountPoint) const;
   void remember(const std::string& folder, const PathProbe::Answer& answer);
   void remember(const std::string& folder, const std::string& realPath, const Mount& mount);
+  void rememberInside(const std::string& folder, const MountTable& table) REQUIRES(_storeMutex);
+  std::vector<std::string> volumesInside(const std::string& folder) const;
   void moveEntries(const std::string& oldPath, const std::string& newPath);
 
   Preferences& _preferences;

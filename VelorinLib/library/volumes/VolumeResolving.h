@@ -23,6 +23,12 @@ class VolumeResolving {
   virtual Availability availability(const std::vector<std::string>& folders,
                                     bool attemptRemount) = 0;
 
+  /// Mount points inside the folders at which a volume was mounted before and none is now. Their
+  /// emptiness tells nothing of what is on those volumes.
+  virtual std::vector<std::string> missingInside(const std::vector<std::string>& /*folders*/) {
+    return {};
+  }
+
   /// False for network and FUSE file systems.
   virtual bool isLocalVolume(const std::string& path) = 0;
 

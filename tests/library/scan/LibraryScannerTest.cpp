@@ -141,7 +141,7 @@ TEST_F(LibraryScannerTest, WhatCannotBeSeenKeepsItsTracks) {
                                   .findArtwork = [](const auto&) { return std::nullopt; }},
                          .hooks = {},
                          .volumes = volumes,
-                         .volumesChanged = {},
+                         .followVolumes = {},
                          .warmUpArtwork = {}},
                         settings);
   second.rescan();

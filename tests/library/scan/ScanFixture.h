@@ -95,13 +95,18 @@ class ScanFixture : public ::testing::Test {
                                          .extractor = extractor,
                                          .findArtwork = [](const auto&) { return std::nullopt; }},
                                 .hooks = {},
-                                .volumes = volumes,
-                                .volumesChanged = {},
+                                .volumes = resolving(),
+                                .followVolumes = [this] { followVolumes(); },
                                 .warmUpArtwork = {}},
           settings);
     }
     return *_scanner;
   }
+
+  /// The next use makes another one.
+  void endScanner() { _scanner.reset(); }
+  virtual VolumeResolving& resolving() { return volumes; }
+  virtual void followVolumes() {}
 
   bool untilIdle() {
     return MainThread::instance().runUntil([this] { return !scanner().scanState().isScanning(); },
