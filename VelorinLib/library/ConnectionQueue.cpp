@@ -69,7 +69,10 @@ void ConnectionQueue::setUp(sqlite::Access access) {
   } else {
     _connection->executeScript("PRAGMA query_only = ON");
   }
+  // Some builds of SQLite overwrite with zeros what is deleted, which makes a library that is
+  // emptied a gigabyte to write.
   _connection->executeScript(R"(
+PRAGMA secure_delete = OFF;
 PRAGMA synchronous = NORMAL;
 PRAGMA cache_size = -65536;
 PRAGMA mmap_size = 268435456;

@@ -96,12 +96,12 @@ artists
   name TEXT not null NOCASE
   unique name NOCASE
 departedHistory
-  id INTEGER key 1
-  trackId INTEGER not null
+  trackId INTEGER key 1 not null
+  id INTEGER key 2 not null
   playedAt DATETIME not null
   duration REAL not null
   skipped INTEGER not null
-  index idx_departedHistory_track trackId
+  unique trackId,id
 departedPins
   type TEXT key 1 not null
   referenceId TEXT key 2 not null
@@ -170,7 +170,7 @@ playbackHistory
   duration REAL not null default 0
   skipped INTEGER not null default 0
   index idx_history_playedAt playedAt
-  index idx_history_trackId trackId
+  index idx_history_track trackId,playedAt,skipped,duration
 playlist_tracks
   id INTEGER key 1 auto
   playlistId INTEGER not null of playlists.id CASCADE
@@ -271,6 +271,7 @@ trackSounds
   duration DOUBLE not null
   fileSize INTEGER
   lastModified DATETIME
+  index idx_trackSounds_outdated trackId
 trackSuccessions
   id INTEGER key 1 auto
   oldId INTEGER not null
@@ -313,6 +314,7 @@ v27_replaygain_scan
 v28_dynamic_range
 v29_fix_corrupted_loudness_scan
 v30_departed_tracks
+v31_history_by_track
 )";
 
 constexpr const char* kFullTextIndex =

@@ -11,6 +11,9 @@
 #include <chrono>
 #include <optional>
 #include <span>
+#include <unordered_set>
+#include <utility>
+#include <vector>
 
 #include "library/listening/PlaylistPlaces.h"
 #include "records/Track.h"
@@ -28,7 +31,11 @@ void parkAllTracks(sqlite::Writer& writer);
 /// lyrics, which may be those of the new audio.
 std::optional<std::int64_t> parkBesideRow(sqlite::Writer& writer, std::int64_t trackId);
 
-/// Drops all that is parked, pins and successions included.
+/// Stands in a succession of ids for a track that is gone for good. No row has it.
+inline constexpr std::int64_t kNoTrack = 0;
+
+/// Drops all that is parked, pins and successions included. The tracks that are favourites are
+/// noted as gone for good, so that no row that gets one of their ids is taken for one.
 void forgetDeparted(sqlite::Writer& writer);
 
 /// Whether a row's file is taken to hold the sound that was known of the departed track.
@@ -61,13 +68,18 @@ class ReturningTracks {
 
   /// A row was inserted.
   void arrived(std::int64_t id, const Track& track);
-  /// At the end of the transaction: puts the tracks back into their playlists.
-  void settle() { _places.settle(); }
+  /// At the end of the transaction: gives the rows what is theirs, and puts the tracks back into
+  /// their playlists.
+  void settle();
 
  private:
   sqlite::Writer& _writer;
   bool _anyParked;
   PlaylistPlaces _places;
+  std::optional<std::int64_t> _before;      // the succession before the first that arrived
+  std::unordered_set<std::int64_t> _given;  // of two rows of one file the first gets it
+  // A path may have departed twice; with the row that takes both.
+  std::vector<std::pair<std::int64_t, std::int64_t>> _more;
 };
 
 }  // namespace velorin

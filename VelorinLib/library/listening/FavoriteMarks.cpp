@@ -6,6 +6,7 @@
 #include <unordered_set>
 
 #include "foundation/Preferences.h"
+#include "library/listening/DepartedTracks.h"
 
 namespace velorin {
 namespace {
@@ -50,7 +51,7 @@ PreferenceList followed(const PreferenceList& list, const std::vector<Succession
   std::unordered_set<std::int64_t> seen;
   std::erase_if(result, [&](const PreferenceValue& each) {
     const auto* id = std::get_if<std::int64_t>(&each.value);
-    return id && !seen.insert(*id).second;
+    return id && (*id == kNoTrack || !seen.insert(*id).second);
   });
   return result;
 }

@@ -37,10 +37,16 @@ class ListeningKeeper {
   /// after the next scan; stops early, without loss, when isCancelled says so.
   void afterScan(const std::function<bool()>& isCancelled) const;
 
+  /// Drops the marks of favourites of a library that was cleared (TrackRemoval::clearLibrary),
+  /// whose ids its next tracks get. Before any of these is made; a keeper that is made later does
+  /// the same.
+  void afterClear() const;
+
   static constexpr std::size_t kDecodedPerScan = 1000;  ///< to find tracks
   static constexpr std::size_t kLearntPerScan = 250;    ///< to be able to find them later
 
  private:
+  void follow() const;
   void note() const;
   void find(TrackSounds& sounds, const std::function<bool()>& isCancelled) const;
   void learn(TrackSounds& sounds, const std::function<bool()>& isCancelled) const;

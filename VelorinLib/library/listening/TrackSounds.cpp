@@ -1,5 +1,8 @@
 #include "library/listening/TrackSounds.h"
 
+#include <algorithm>
+#include <limits>
+
 #include "library/listening/DepartedTracks.h"
 
 namespace velorin {
@@ -8,18 +11,25 @@ namespace {
 // A walk in steps: other work of the database gets its turn between them.
 constexpr std::int64_t kStep = 2000;
 
-// The ids above one, of tracks whose sound should be known. By their indexes.
-constexpr const char* kSources[] = {
-    R"(
+// Of a step, of which a call takes so many: a large library is gone through by and by.
+constexpr int kSteps = 10;
+
+// The ids above one of tracks that the listener marked or played, by their index.
+constexpr const char* kMarked = R"(
 SELECT id FROM tracks INDEXED BY idx_tracks_listened
 WHERE (totalPlays > 0 OR totalSkips > 0 OR rating IS NOT NULL OR bookmarks IS NOT NULL) AND id > ?
-ORDER BY id LIMIT ?)",
-    "SELECT DISTINCT trackId FROM playlist_tracks WHERE trackId > ? ORDER BY trackId LIMIT ?",
-    "SELECT trackId FROM favoriteTracks WHERE trackId > ? ORDER BY trackId LIMIT ?",
+ORDER BY id LIMIT ?)";
+
+// Those of a range whose sound should be known for another reason.
+constexpr const char* kOthers[] = {
+    "SELECT trackId FROM playlist_tracks WHERE trackId > ? AND trackId <= ?",
+    "SELECT trackId FROM favoriteTracks WHERE trackId > ? AND trackId <= ?",
     R"(
-SELECT CAST(referenceId AS INTEGER) AS id FROM pinnedItems WHERE type = 'song' AND id > ?
-ORDER BY id LIMIT ?)",
+SELECT CAST(referenceId AS INTEGER) AS id FROM pinnedItems
+WHERE type = 'song' AND id > ? AND id <= ?)",
 };
+
+constexpr std::int64_t kNoLimit = std::numeric_limits<std::int64_t>::max();
 
 }  // namespace
 
@@ -30,35 +40,64 @@ void TrackSounds::read(sqlite::RowReader& columns, Subject& subject) {
   subject.state = static_cast<State>(state);
 }
 
-TrackSounds::Listened TrackSounds::listened(std::size_t limit) const {
-  Listened found;
-  const auto sort = [&](const sqlite::Row& row) {
-    Subject subject;
-    sqlite::RowReader columns(row);
-    read(columns, subject);
-    auto& list = subject.state == State::outdated ? found.outdated : found.unknown;
-    if (list.size() < limit) list.push_back(std::move(subject));
-  };
-  for (const char* source : kSources) {
-    std::int64_t last = 0;
-    for (bool more = true; more;) {
-      more = _database.read([&](sqlite::Reader& reader) {
-        const auto ids = reader.column<std::int64_t>(source, last, kStep);
-        sqlite::forEachSlice(ids, [&](std::span<const std::int64_t> slice) {
-          reader.each(fmt::format(R"(
+std::vector<TrackSounds::Subject> TrackSounds::outdated(std::size_t limit) const {
+  return _database.read([&](sqlite::Reader& reader) {
+    std::vector<Subject> found;
+    reader.each(
+        fmt::format(R"(
 SELECT {}
-FROM tracks t LEFT JOIN trackSounds s ON s.trackId = t.id
-WHERE t.id IN ({})
-  AND (s.trackId IS NULL OR s.fileSize IS NOT t.fileSize OR s.lastModified IS NOT t.lastModified))",
-                                  kColumns, sqlite::placeholders(slice.size())),
-                      sort, slice);
-        });
-        if (!ids.empty()) last = ids.back();
-        return static_cast<std::int64_t>(ids.size()) == kStep;
-      });
-    }
+FROM trackSounds s INDEXED BY idx_trackSounds_outdated CROSS JOIN tracks t ON t.id = s.trackId
+WHERE s.fileSize IS NULL AND (t.fileSize IS NOT NULL OR s.lastModified IS NOT t.lastModified)
+ORDER BY s.trackId LIMIT ?)",
+                    kColumns),
+        [&](const sqlite::Row& row) {
+          sqlite::RowReader columns(row);
+          read(columns, found.emplace_back());
+        },
+        limit);
+    return found;
+  });
+}
+
+TrackSounds::Unknown TrackSounds::unknown(std::int64_t after, std::size_t limit) const {
+  Unknown found;
+  found.upTo = after;
+  for (int step = 0; step < kSteps && found.tracks.size() < limit; ++step) {
+    _database.read([&](sqlite::Reader& reader) {
+      addUnknown(reader, found, limit);
+      return 0;
+    });
+    if (found.upTo == 0) break;
   }
   return found;
+}
+
+void TrackSounds::addUnknown(sqlite::Reader& reader, Unknown& found, std::size_t limit) {
+  auto ids = reader.column<std::int64_t>(kMarked, found.upTo, kStep);
+  const std::int64_t end = static_cast<std::int64_t>(ids.size()) == kStep ? ids.back() : kNoLimit;
+  for (const char* source : kOthers) {
+    const auto others = reader.column<std::int64_t>(source, found.upTo, end);
+    ids.insert(ids.end(), others.begin(), others.end());
+  }
+  std::ranges::sort(ids);
+  ids.erase(std::ranges::unique(ids).begin(), ids.end());
+  sqlite::forEachSlice(ids, [&](std::span<const std::int64_t> slice) {
+    reader.each(
+        fmt::format(R"(
+SELECT {}
+FROM tracks t LEFT JOIN trackSounds s ON s.trackId = t.id
+WHERE t.id IN ({}) AND s.trackId IS NULL
+ORDER BY t.id)",
+                    kColumns, sqlite::placeholders(slice.size())),
+        [&](const sqlite::Row& row) {
+          if (found.tracks.size() == limit) return;
+          sqlite::RowReader columns(row);
+          read(columns, found.tracks.emplace_back());
+        },
+        slice);
+  });
+  const bool isFull = found.tracks.size() == limit;
+  found.upTo = isFull ? found.tracks.back().trackId : end == kNoLimit ? 0 : end;
 }
 
 std::optional<std::string> TrackSounds::learn(const Subject& subject) {

@@ -43,13 +43,19 @@ class TrackSounds {
       "WHEN s.fileSize IS t.fileSize AND s.lastModified IS t.lastModified THEN 2 ELSE 1 END";
   static void read(sqlite::RowReader& columns, Subject& subject);
 
-  /// Tracks that the listener did something to, played, rated, marked, pinned or put into a
-  /// playlist, and whose sound should be known; at most so many of either state.
-  struct Listened {
-    std::vector<Subject> outdated;
-    std::vector<Subject> unknown;
+  /// Tracks whose file was written since its sound was noted; at most so many.
+  std::vector<Subject> outdated(std::size_t limit) const;
+
+  /// Tracks of unknown sound.
+  struct Unknown {
+    std::vector<Subject> tracks;
+    /// The id up to which all were looked at, from which the next call goes on; 0 after the last.
+    std::int64_t upTo = 0;
   };
-  Listened listened(std::size_t limit) const;
+  /// Those, at most so many, that the listener did something to, played, rated, marked, pinned or
+  /// put into a playlist. Looks at some ten thousand behind an id, so that it costs little however
+  /// large the library is.
+  Unknown unknown(std::int64_t after, std::size_t limit) const;
 
   /// Decodes the beginning of the file and notes its hash, unless it is known. Where a file that
   /// was written since holds another sound than before, what the listener did to the track is
@@ -60,6 +66,7 @@ class TrackSounds {
   std::size_t decoded() const noexcept { return _decoded; }
 
  private:
+  static void addUnknown(sqlite::Reader& reader, Unknown& found, std::size_t limit);
   std::optional<std::string> decode(const std::string& path);
 
   const DatabaseHandle& _database;

@@ -95,6 +95,13 @@ void renewSearchEntry(Writer& writer, std::int64_t trackId, const std::string& t
 }
 
 void setStamp(Writer& writer, const std::string& path, const FileStamp& stamp) {
+  // The sound is the one it was: where it was known it stays so.
+  writer.run(R"(
+UPDATE trackSounds SET fileSize = ?, lastModified = ?
+FROM tracks AS t
+WHERE t.filePath = ? AND t.id = trackSounds.trackId AND t.fileSize IS trackSounds.fileSize
+  AND t.lastModified IS trackSounds.lastModified)",
+             stamp.size, stamp.lastModified, path);
   writer.run("UPDATE tracks SET fileSize = ?, lastModified = ? WHERE filePath = ?", stamp.size,
              stamp.lastModified, path);
 }

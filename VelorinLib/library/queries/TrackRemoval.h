@@ -48,7 +48,8 @@ class TrackRemoval {
 
   /// Empties tracks, albums, artists, playlists and pins, and all that hangs on them. The music
   /// folders and the list of processed CUE sheets stay. Nothing is parked, and what was parked is
-  /// dropped. Ids begin at 1 again.
+  /// dropped. Ids begin at 1 again; whoever keeps ids of tracks, such as those of favourites
+  /// (ListeningKeeper::afterClear), drops them.
   void clearLibrary() const;
 
   /// Empties tracks, albums and artists, and all that hangs on them, for a scan that makes them

@@ -84,4 +84,35 @@ WHERE totalPlays > 0 OR totalSkips > 0 OR rating IS NOT NULL OR bookmarks IS NOT
 )");
 }
 
+// One index holds all that is asked about the plays of a track, in place of one that led to the
+// rows one by one: a walk over a million tracks took forty seconds on a slow disk. For the same
+// reason what is parked of a track's history lies together.
+//
+// "fileSize" of a sound is NULL where the file was written since: these are few, and are found
+// without a walk over all.
+void gatherHistoryByTrack(sqlite::Connection& file) {
+  file.executeScript(R"(
+CREATE INDEX idx_history_track ON playbackHistory(trackId, playedAt, skipped, duration);
+DROP INDEX idx_history_trackId;
+ALTER TABLE departedHistory RENAME TO departedHistoryById;
+CREATE TABLE departedHistory (
+    trackId INTEGER NOT NULL,
+    id INTEGER NOT NULL,
+    playedAt DATETIME NOT NULL,
+    duration REAL NOT NULL,
+    skipped INTEGER NOT NULL,
+    PRIMARY KEY (trackId, id)
+) WITHOUT ROWID;
+INSERT INTO departedHistory (trackId, id, playedAt, duration, skipped)
+SELECT trackId, id, playedAt, duration, skipped FROM departedHistoryById ORDER BY trackId, id;
+DROP TABLE departedHistoryById;
+CREATE INDEX idx_trackSounds_outdated ON trackSounds(trackId) WHERE fileSize IS NULL;
+UPDATE trackSounds SET fileSize = NULL
+FROM tracks
+WHERE tracks.id = trackSounds.trackId
+  AND (trackSounds.fileSize IS NOT tracks.fileSize
+       OR trackSounds.lastModified IS NOT tracks.lastModified);
+)");
+}
+
 }  // namespace velorin::schema

@@ -402,9 +402,11 @@ WHERE loudnessScanVersion IS NOT NULL
               }},
 
     Migration{"v30_departed_tracks", &createDepartedTracks},
+
+    Migration{"v31_history_by_track", &gatherHistoryByTrack},
 };
 
-static_assert(kMigrations.size() == 31);
+static_assert(kMigrations.size() == 32);
 
 }  // namespace
 
