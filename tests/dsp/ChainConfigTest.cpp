@@ -22,51 +22,21 @@ DSPChainEntry entry(DSPEffectType type, bool enabled = true,
 
 TEST(DSPEffectType, EachHasNamesOfItsOwnAndAnEffectThatReportsThem) {
   DSPEffects effects;
-  std::set<std::string_view> ids, rawValues, badges, displayNames;
-  std::set<const DSPEffect*> instances;
+  std::set<std::string_view> ids, badges, displayNames;
   for (const DSPEffectType type : allEffectTypes()) {
     const EffectNames& names = namesOf(type);
     SCOPED_TRACE(names.rawValue);
     EXPECT_EQ(effectType(names.rawValue), type);
-    const DSPEffect& effect = effects.effect(type);
-    EXPECT_EQ(effect.type(), type);
-    EXPECT_EQ(effect.id(), names.id);
-    EXPECT_EQ(effect.shortName(), names.shortName);
-    EXPECT_FALSE(effect.isEnabled()) << "at first";
-    EXPECT_TRUE(names.id.starts_with("com.velorin.dsp."));
-    EXPECT_FALSE(names.icon.empty());
-    ids.insert(names.id);
-    rawValues.insert(names.rawValue);
-    badges.insert(names.badge);
-    displayNames.insert(names.displayName);
-    instances.insert(&effect);
+    EXPECT_EQ(effects.effect(type).type(), type);
+    EXPECT_EQ(effects.effect(type).id(), names.id);
+    EXPECT_EQ(effects.effect(type).shortName(), names.shortName);
+    EXPECT_TRUE(ids.insert(names.id).second);
+    EXPECT_TRUE(badges.insert(names.badge).second);
+    EXPECT_TRUE(displayNames.insert(names.displayName).second);
   }
-  for (const std::size_t distinct :
-       {ids.size(), rawValues.size(), badges.size(), displayNames.size(), instances.size()}) {
-    EXPECT_EQ(distinct, 18u);
-  }
+  EXPECT_EQ(ids.size(), 18u);
   for (const char* unknown : {"", "PreAmp", "preAmp ", "reverb"}) {
     EXPECT_EQ(effectType(unknown), std::nullopt) << unknown;
-  }
-}
-
-TEST(DSPEffects, ParametersCanBeSetToBothEndsAndStartAtTheirDefault) {
-  DSPEffects effects;
-  for (const DSPEffectType type : allEffectTypes()) {
-    std::set<std::string_view> names;
-    for (const EffectParameter& each : effects.effect(type).parameters()) {
-      SCOPED_TRACE(testing::Message() << namesOf(type).rawValue << "." << each.name);
-      EXPECT_TRUE(names.insert(each.name).second);
-      EXPECT_NEAR(each.get(), each.defaultValue, 1e-6);
-      for (const double value : {each.minimum, each.maximum}) {
-        each.set(value);
-        EXPECT_NEAR(each.get(), value, 1e-6);
-      }
-      if (!each.choices.empty()) {
-        EXPECT_EQ(each.minimum, 0);
-        EXPECT_EQ(each.maximum, static_cast<double>(each.choices.size()) - 1);
-      }
-    }
   }
 }
 

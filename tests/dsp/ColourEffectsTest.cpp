@@ -54,11 +54,6 @@ TEST(TubeWarmth, GoesOnBehindAMissingChannelAndUpToItsLimit) {
     EXPECT_NE(out[channel][65535], in[channel][65535]);
     EXPECT_EQ(out[channel][65536], in[channel][65536]);
   }
-  TubeWarmthDSP again;
-  const Signal expected = test::run(again, in, kRate, 65536);
-  for (const std::size_t block : test::kBlockSizes) {
-    EXPECT_TRUE(test::identical(test::run(again, in, kRate, block), expected)) << block;
-  }
 }
 
 struct Vinyl : VinylSimulatorDSP {
@@ -98,14 +93,8 @@ class Record {
     for (float& sample : samples) {
       sample = static_cast<float>(static_cast<std::int32_t>(draw())) * 0x1p-32f;
     }
-    // The noise's low-pass: 4 kHz, Q 0.5.
-    const BiquadCoefficients c = biquad::lowPass(kRate, 4000, 0.5);
     for (float& sample : samples) {
-      const double x = sample;
-      const double y = c.b0 * x + _s1;
-      _s1 = (c.b1 * x + _s2) - c.a1 * y;
-      _s2 = c.b2 * x - c.a2 * y;
-      sample = static_cast<float>(y) * (level * 0.02f);
+      sample = static_cast<float>(_lowPass.next(sample)) * (level * 0.02f);
     }
     for (float& sample : samples) {
       float spike = 0;
@@ -130,8 +119,7 @@ class Record {
   std::uint32_t draw() { return _state = _state * 1664525u + 1013904223u; }
 
   std::uint32_t _state = 0xDEADBEEF;
-  double _s1 = 0;
-  double _s2 = 0;
+  test::PlainSection _lowPass{biquad::lowPass(kRate, 4000, 0.5)};
 };
 
 TEST(VinylSimulator, AddsTheSameNoiseAndCrackleToEveryChannel) {

@@ -2,15 +2,18 @@
 // one of them, and a look at what came out.
 #pragma once
 
+#include <atomic>
 #include <cmath>
 #include <complex>
 #include <cstring>
 #include <numbers>
 #include <random>
 #include <span>
+#include <thread>
 #include <vector>
 
 #include "dsp/DSPProcessor.h"
+#include "dsp/filters/Biquad.h"
 #include "foundation/Realtime.h"
 
 namespace velorin::test {
@@ -94,6 +97,23 @@ inline bool passesDry(DSPProcessor& effect, double rate, std::size_t channels = 
   return identical(run(effect, in, rate, frames), in);
 }
 
+/// A section, sample by sample, as the recursion says.
+class PlainSection {
+ public:
+  explicit PlainSection(const BiquadCoefficients& c) : _c(c) {}
+  double next(double x) {
+    const double y = _c.b0 * x + _s1;
+    _s1 = (_c.b1 * x + _s2) - _c.a1 * y;
+    _s2 = _c.b2 * x - _c.a2 * y;
+    return y;
+  }
+
+ private:
+  BiquadCoefficients _c;
+  double _s1 = 0;
+  double _s2 = 0;
+};
+
 /// The largest difference of two samples at one place; infinite when one of them is not finite.
 inline double largestDifference(const Signal& a, const Signal& b) {
   double largest = 0;
@@ -104,6 +124,25 @@ inline double largestDifference(const Signal& a, const Signal& b) {
     }
   }
   return largest;
+}
+
+/// Renders noise on a thread of its own, every 16th block at another rate, while `edit` runs;
+/// returns how many blocks differed by `limit` or more from what went in.
+template <class Edit>
+int brokenBlocksDuring(DSPProcessor& effect, double rate, double limit, Edit&& edit) {
+  std::atomic<bool> stop{false};
+  std::atomic<int> broken{0};
+  std::thread renderer([&] {
+    const Signal in = noise(2, 64);
+    for (unsigned turn = 0; !stop; ++turn) {
+      const Signal out = run(effect, in, turn % 16 == 0 ? 44100 : rate, 64);
+      if (!(largestDifference(out, in) < limit)) ++broken;
+    }
+  });
+  edit();
+  stop = true;
+  renderer.join();
+  return broken;
 }
 
 /// Sum of x[n] e^(-jwn): of an impulse response, the frequency response.

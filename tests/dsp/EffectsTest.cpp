@@ -150,7 +150,7 @@ TEST(Effects, RunInOneChainOnOneToEightChannels) {
 #ifdef VELORIN_REALTIME_GUARD
   ASSERT_TRUE(test::realtimeGuardIsActive());
 #endif
-  for (const double rate : {44100.0, 48000.0, 96000.0, 192000.0, 384000.0}) {
+  for (const double rate : test::kRates) {
     for (const std::size_t channels : {1u, 2u, 3u, 6u, 8u}) {
       AllEffects effects(rate, channels);
       Signal signal = test::noise(channels, 10000);
@@ -168,6 +168,23 @@ TEST(Effects, RunInOneChainOnOneToEightChannels) {
   }
 }
 
+TEST(Effects, TheSizeOfBlocksDoesNotShow) {
+  // Those left out draw noise or repair by the block, or take no long ones: see their own tests.
+  using enum DSPEffectType;
+  constexpr DSPEffectType kOthers[] = {declicker, dither, vinylSimulator, stereoWidener};
+  const Signal in = test::noise(2, 65536);
+  for (const DSPEffectType type : allEffectTypes()) {
+    if (std::ranges::count(kOthers, type) > 0) continue;
+    AllEffects whole;
+    const Signal expected = test::run(whole.effect(type), in, kRate, 65536);
+    for (const std::size_t block : test::kBlockSizes) {
+      AllEffects effects;
+      EXPECT_TRUE(test::identical(test::run(effects.effect(type), in, kRate, block), expected))
+          << namesOf(type).rawValue << ", " << block;
+    }
+  }
+}
+
 // Gives the locks away that the render thread tries.
 struct HeldCrossfeed : CrossfeedDSP {
   RenderLock& lock() { return _design.lock(); }
@@ -181,6 +198,12 @@ struct HeldSpatial : SpatialAudioDSP {
 struct HeldVinyl : VinylSimulatorDSP {
   RenderLock& lock() { return _filters.lock(); }
 };
+struct HeldEqualizer : EqualizerDSP {
+  RenderLock& lock() { return _lock; }
+};
+struct HeldProfile : HeadphoneProfileDSP {
+  RenderLock& lock() { return _lock; }
+};
 template <class Effect>
 struct HeldFilter : Effect {
   RenderLock& lock() { return this->_filter.lock(); }
@@ -192,6 +215,11 @@ TEST(Effects, PassABlockDryWhileAnEditorIsAtTheirFilter) {
   widener.setWidth(2);
   HeldSpatial spatial;
   HeldVinyl vinyl;
+  HeldEqualizer equalizer;
+  equalizer.configure(kRate, 2);
+  equalizer.setBands(std::vector<EQBand>(31, {.frequency = 1000, .gain = 6}));
+  HeldProfile profile;
+  profile.loadProfile(profileOfTen(), kRate, 2);
   HeldFilter<SubsonicFilterDSP> subsonic;
   HeldFilter<RIAAVinylCurveDSP> curve;
   HeldFilter<LoudnessCompensationDSP> loudness;
@@ -207,6 +235,8 @@ TEST(Effects, PassABlockDryWhileAnEditorIsAtTheirFilter) {
     }
     EXPECT_FALSE(test::passesDry(effect, kRate));
   };
+  check(equalizer);
+  check(profile);
   check(crossfeed);
   check(widener);
   check(spatial);

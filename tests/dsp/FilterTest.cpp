@@ -4,9 +4,9 @@
 #include <limits>
 
 #include "dsp/EffectHarness.h"
-#include "dsp/VectorLevel.h"
 #include "dsp/filters/Biquad.h"
 #include "dsp/filters/BiquadCascade.h"
+#include "support/VectorLevel.h"
 
 namespace velorin {
 namespace {
@@ -26,14 +26,8 @@ Sections thirdOctaves(double rate, std::size_t count) {
 std::vector<float> plainRecursion(const Sections& sections, const std::vector<float>& in) {
   std::vector<double> values(in.begin(), in.end());
   for (const BiquadCoefficients& c : sections) {
-    double s1 = 0;
-    double s2 = 0;
-    for (double& x : values) {
-      const double y = c.b0 * x + s1;
-      s1 = (c.b1 * x + s2) - c.a1 * y;
-      s2 = c.b2 * x - c.a2 * y;
-      x = y;
-    }
+    test::PlainSection section(c);
+    for (double& x : values) x = section.next(x);
   }
   return {values.begin(), values.end()};
 }

@@ -7,7 +7,7 @@
 #include <limits>
 
 #include "dsp/EffectHarness.h"
-#include "dsp/VectorLevel.h"
+#include "support/VectorLevel.h"
 
 namespace velorin {
 namespace {

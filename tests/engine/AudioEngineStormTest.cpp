@@ -41,49 +41,32 @@ TEST(AudioEngineStorm, NothingSticksLeaksOrLies) {
 
   SerialQueue queue("com.velorin.engine");
   std::mt19937 random(20260101);
-  const auto pick = [&](int below) {
-    return static_cast<int>(random() % static_cast<unsigned>(below));
+  const auto play = [&](AudioEngine& engine, int choice) {
+    engine.play(tracks[static_cast<std::size_t>(choice) % tracks.size()],
+                choice % 3 == 0 ? std::optional(choice / 500.0) : std::nullopt);
+  };
+  const auto seek = [](AudioEngine& engine, int choice) { engine.seek(choice / 200.0); };
+  const std::vector<std::function<void(AudioEngine&, int)>> actions = {
+      play,
+      play,
+      seek,
+      seek,
+      seek,
+      [](AudioEngine& engine, int) { engine.pause(); },
+      [](AudioEngine& engine, int) { engine.resume(); },
+      [](AudioEngine& engine, int) { engine.togglePlayPause(); },
+      [](AudioEngine& engine, int choice) {
+        engine.setVolume(static_cast<float>(choice) / 1000.0f);
+        engine.setSpectrumCaptureEnabled(choice % 2 == 0);
+      },
+      [](AudioEngine& engine, int choice) { engine.setIntegerMode(choice % 2 == 0); },
+      [](AudioEngine& engine, int choice) { engine.setExclusiveMode(choice % 2 == 0); },
+      [](AudioEngine& engine, int) { engine.stop(); },
   };
   for (int step = 0; step < kSteps; ++step) {
-    const int action = pick(12);
-    const int choice = pick(1000);
-    queue.sync([&] {
-      AudioEngine& engine = *h.engine;
-      switch (action) {
-        case 0:
-        case 1:
-          engine.play(tracks[static_cast<std::size_t>(choice) % tracks.size()],
-                      choice % 3 == 0 ? std::optional(choice / 500.0) : std::nullopt);
-          break;
-        case 2:
-        case 3:
-        case 4:
-          engine.seek(choice / 200.0);
-          break;
-        case 5:
-          engine.pause();
-          break;
-        case 6:
-          engine.resume();
-          break;
-        case 7:
-          engine.togglePlayPause();
-          break;
-        case 8:
-          engine.setVolume(static_cast<float>(choice) / 1000.0f);
-          engine.setSpectrumCaptureEnabled(choice % 2 == 0);
-          break;
-        case 9:
-          engine.setIntegerMode(choice % 2 == 0);
-          break;
-        case 10:
-          engine.setExclusiveMode(choice % 2 == 0);
-          break;
-        default:
-          engine.stop();
-          break;
-      }
-    });
+    const std::size_t action = random() % actions.size();
+    const int choice = static_cast<int>(random() % 1000);
+    queue.sync([&] { actions[action](*h.engine, choice); });
     // A track may end by itself at any moment, so they may differ for one, but not for long.
     ASSERT_TRUE(h.waitUntil([&] {
       return h.hardware.isRunning(h.device) == (h.engine->state() == PlaybackState::playing);

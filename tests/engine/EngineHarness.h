@@ -133,6 +133,23 @@ class EngineHarness {
   /// One callback of a manual device.
   void pull(std::uint32_t frames) { ASSERT_TRUE(hardware.pull(device, frames)); }
 
+  /// The first channel of one callback of a manual device.
+  std::vector<float> heard(std::uint32_t frames) {
+    std::vector<float> samples;
+    hardware.pull(device, frames, [&](const AudioBufferList& list, std::uint32_t n, auto) {
+      samples.assign(list.channel<float>(0), list.channel<float>(0) + n);
+    });
+    return samples;
+  }
+
+  /// What that is of the last file made, which has 16 bits.
+  std::vector<float> expected(std::size_t from, std::size_t count) const;
+
+  void resampleTo(double rate) {
+    engine->setSampleRateStrategy(SampleRateStrategy::fixed);
+    engine->setFixedSampleRate(rate);
+  }
+
   /// Plays a track on an unpaced device to its end.
   void playToEnd(const Track& track, std::optional<double> start = std::nullopt) {
     events.clear();
@@ -180,6 +197,12 @@ inline std::vector<float> asFloat(const std::vector<std::int32_t>& samples, unsi
     result.push_back(static_cast<float>(samples[i]) * scale);
   }
   return result;
+}
+
+inline std::vector<float> EngineHarness::expected(std::size_t from, std::size_t count) const {
+  auto samples = asFloat(lastSamples[0], 16, from);
+  samples.resize(count);
+  return samples;
 }
 
 }  // namespace velorin::test

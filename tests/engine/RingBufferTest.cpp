@@ -169,22 +169,6 @@ TEST(RingBuffer, ListsThatDoNotMatchItsChannels) {
   EXPECT_EQ(sampleAt(out.list(), 0, 0, 4), stampOf(50, 0, 4));
 }
 
-TEST(RingBuffer, FlushDropsWhatIsHeld) {
-  AudioRingBuffer ring(1, 8, 2);
-  PlanarBuffers buffer(1, 8, 2);
-  put(buffer.list(), 0, 8, 2, 0);
-  ring.write(buffer.list(), 6);
-  ring.read(buffer.list(), 1);
-  ring.flush();
-  EXPECT_EQ(ring.framesHeld(), 0);
-  EXPECT_EQ(ring.freeSpace(), 8);
-  EXPECT_EQ(ring.read(buffer.list(), 4), 0u);
-  put(buffer.list(), 0, 8, 2, 70);
-  EXPECT_EQ(ring.write(buffer.list(), 8), 8u);
-  EXPECT_EQ(ring.read(buffer.list(), 8), 8u);
-  EXPECT_EQ(firstWrong(buffer.list(), 8, 2, 70), -1);
-}
-
 // A ring with a producer and a consumer on threads of their own, in chunks that fit nothing.
 // Frames are stamped with their number within a generation; a flush begins the next one.
 class Stress {

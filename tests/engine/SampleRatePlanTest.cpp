@@ -17,14 +17,8 @@ constexpr char kPlatformConverts[] =
 const std::vector<double> kUpTo192 = {44100, 48000, 88200, 96000, 176400, 192000};
 const std::vector<double> kUpTo384 = {44100, 48000, 96000, 192000, 384000};
 
-RateSettings native() {
-  return {};
-}
-RateSettings powerOf2(int multiplier) {
-  return {.strategy = Strategy::powerOf2, .multiplier = multiplier};
-}
-RateSettings maximum() {
-  return {.strategy = Strategy::max};
+RateSettings with(Strategy strategy, int multiplier = RateSettings{}.multiplier) {
+  return {.strategy = strategy, .multiplier = multiplier};
 }
 RateSettings fixedAt(double rate) {
   return {.strategy = Strategy::fixed, .fixedRate = rate};
@@ -34,205 +28,99 @@ RateSettings forced(RateSettings settings) {
   return settings;
 }
 
+std::string upsampling(std::string_view how) {
+  return fmt::format("🔄 Upsampling: {}", how);
+}
+std::string downsampling(std::string_view how) {
+  return fmt::format("🔄 Downsampling: {}", how);
+}
+std::string tooSmall(int frames, int rate, int instead) {
+  return fmt::format("⚠️ Buffer {} frames too small for {}Hz → using {}Hz", frames, rate,
+                     instead);
+}
+
+void expectPlan(const char* what, const RateSettings& settings, const RateOffer& offer,
+                double source, double deviceRate, double targetRate,
+                const std::vector<std::string>& before = {},
+                const std::vector<std::string>& after = {}) {
+  SCOPED_TRACE(what);
+  const RatePlan plan = planRates(settings, offer, source);
+  EXPECT_EQ(plan.deviceRate, deviceRate);
+  EXPECT_EQ(plan.targetRate, targetRate);
+  EXPECT_EQ(plan.clientRate(source), targetRate > 0 ? targetRate : source);
+  EXPECT_EQ(plan.linesBefore, before);
+  EXPECT_EQ(plan.linesAfter, after);
+}
+
 TEST(SampleRatePlan, EveryStrategyAndEdge) {
-  struct Case {
-    std::string what;
-    RateSettings settings;
-    RateOffer offer;
-    double source;
-    double deviceRate;
-    double targetRate;
-    std::vector<std::string> before = {};
-    std::vector<std::string> after = {};
-  };
-  const Case cases[] = {
-      {"native follows the source", native(), {kUpTo192, 16384}, 96000, 96000, 0},
-      {"nobody else converts: the lowest rate that keeps the band",
-       native(),
-       {{192000, 48000, 96000}, 16384, false},
-       44100,
-       48000,
-       48000,
-       {},
-       {"🔄 Upsampling: 44100Hz → 48000Hz (×1.1)"}},
-      {"nobody else converts: the highest where none keeps it",
-       native(),
-       {{32000, 44100}, 16384, false},
-       192001,
-       44100,
-       44100,
-       {},
-       {"🔄 Downsampling: 192001Hz → 44100Hz (×0.2)"}},
-      {"nobody else converts: a rate lowered for the buffer",
-       native(),
-       {{96000, 192000}, 4096, false},
-       192000,
-       96000,
-       96000,
-       {"⚠️ Buffer 4096 frames too small for 192000Hz → using 96000Hz"},
-       {"🔄 Downsampling: 192000Hz → 96000Hz (×0.5)"}},
-      {"native takes half of what is not offered",
-       native(),
-       {{44100, 48000}, 16384},
-       96000,
-       48000,
-       0,
-       {"⚠️ Buffer 16384 frames too small for 96000Hz → using 48000Hz"}},
-      {"native, nothing in the source's family",
-       native(),
-       {{48000}, 16384},
-       44100,
-       0,
-       0,
-       {kPlatformConverts}},
-      {"native, device without a list", native(), {{}, 16384}, 44100, 0, 0, {kPlatformConverts}},
-      {"a device that reports rates inexactly",
-       native(),
-       {{44099.4, 48000.6}, 4096},
-       44100,
-       44100,
-       0},
-      {"1 Hz off is offered", native(), {{44101}, 4096}, 44100, 44100, 0},
-      {"more than 1 Hz off is not", native(), {{44101.5}, 4096}, 44100, 0, 0, {kPlatformConverts}},
+  const RateSettings native;
+  const RateSettings maximum = with(Strategy::max);
+  const RateSettings twice = with(Strategy::powerOf2, 2);
+  const RateSettings fourTimes = with(Strategy::powerOf2, 4);
+  const std::vector<std::string> platform = {kPlatformConverts};
+  const std::string x2 = upsampling("44100Hz → 88200Hz (×2.0)");
+  const std::string x4 = upsampling("44100Hz → 176400Hz (×4.0)");
+  const std::vector<double> two = {44100, 48000};
+  expectPlan("follows the source", native, {kUpTo192, 16384}, 96000, 96000, 0);
+  // Nobody else converts: the lowest rate that keeps the band; the highest where none does;
+  // one that is lowered for the buffer.
+  expectPlan("up", native, {{192000, 48000, 96000}, 16384, false}, 44100, 48000, 48000, {},
+             {upsampling("44100Hz → 48000Hz (×1.1)")});
+  expectPlan("down", native, {{32000, 44100}, 16384, false}, 192001, 44100, 44100, {},
+             {downsampling("192001Hz → 44100Hz (×0.2)")});
+  expectPlan("lowered", native, {{96000, 192000}, 4096, false}, 192000, 96000, 96000,
+             {tooSmall(4096, 192000, 96000)}, {downsampling("192000Hz → 96000Hz (×0.5)")});
+  expectPlan("half of what is not offered", native, {two, 16384}, 96000, 48000, 0,
+             {tooSmall(16384, 96000, 48000)});
+  expectPlan("nothing in the source's family", native, {{48000}, 16384}, 44100, 0, 0, platform);
+  expectPlan("no list", native, {{}, 16384}, 44100, 0, 0, platform);
+  expectPlan("inexact rates", native, {{44099.4, 48000.6}, 4096}, 44100, 44100, 0);
+  expectPlan("1 Hz off is offered", native, {{44101}, 4096}, 44100, 44100, 0);
+  expectPlan("more than 1 Hz off is not", native, {{44101.5}, 4096}, 44100, 0, 0, platform);
+  expectPlan("buffer of 40 ms exactly passes", native, {kUpTo192, 7680}, 192000, 192000, 0);
+  expectPlan("one frame less does not", native, {kUpTo192, 7679}, 192000, 96000, 0,
+             {tooSmall(7679, 192000, 96000)});
+  expectPlan("384 kHz through 4096 frames", native, {kUpTo384, 4096}, 384000, 96000, 0,
+             {tooSmall(4096, 384000, 96000)});
+  expectPlan("unless forced", forced(native), {kUpTo384, 4096}, 384000, 384000, 0);
+  expectPlan("no rate has room for 40 ms", native, {kUpTo192, 300}, 44100, 0, 0, platform);
 
-      {"buffer of 40 ms exactly passes", native(), {kUpTo192, 7680}, 192000, 192000, 0},
-      {"one frame less does not",
-       native(),
-       {kUpTo192, 7679},
-       192000,
-       96000,
-       0,
-       {"⚠️ Buffer 7679 frames too small for 192000Hz → using 96000Hz"}},
-      {"384 kHz through 4096 frames ends at 96 kHz",
-       native(),
-       {kUpTo384, 4096},
-       384000,
-       96000,
-       0,
-       {"⚠️ Buffer 4096 frames too small for 384000Hz → using 96000Hz"}},
-      {"unless forced", forced(native()), {kUpTo384, 4096}, 384000, 384000, 0},
-      {"no rate has room for 40 ms", native(), {kUpTo192, 300}, 44100, 0, 0, {kPlatformConverts}},
+  expectPlan("x8 not offered, x4 is", with(Strategy::powerOf2, 8), {kUpTo192, 16384}, 44100, 176400,
+             176400, {x4});
+  expectPlan("halving x5 ends above 1", with(Strategy::powerOf2, 5), {kUpTo192, 16384}, 44100,
+             88200, 88200, {x2});
+  expectPlan("no multiple offered, the source is", fourTimes, {two, 4096}, 44100, 44100, 0);
+  expectPlan("neither a multiple nor a part", twice, {{48000}, 4096}, 44100, 0, 0, platform);
+  expectPlan("only a part of the source", twice, {{48000}, 4096}, 96000, 48000, 48000,
+             {downsampling("96000Hz → 48000Hz (×0.5)")});
+  // Buffer too small for the target: the half is another rate, or the source.
+  expectPlan("another rate", fourTimes, {kUpTo192, 4096}, 44100, 88200, 88200,
+             {x4, tooSmall(4096, 176400, 88200)},
+             {"🔄 Resampling adjusted: 44100Hz → 88200Hz (×2.0)"});
+  expectPlan("the source", twice, {kUpTo192, 3000}, 44100, 44100, 0,
+             {x2, tooSmall(3000, 88200, 44100)},
+             {"🔄 Resampling disabled: DAC rate matches source rate"});
+  expectPlan("the same, forced", forced(twice), {kUpTo192, 3000}, 44100, 88200, 88200, {x2});
+  expectPlan("powerOf2, no list", twice, {{}, 4096}, 44100, 0, 0, platform);
 
-      {"x8 not offered, x4 is",
-       powerOf2(8),
-       {kUpTo192, 16384},
-       44100,
-       176400,
-       176400,
-       {"🔄 Upsampling: 44100Hz → 176400Hz (×4.0)"}},
-      {"halving a multiplier that is no power of two ends above 1",
-       powerOf2(5),
-       {kUpTo192, 16384},
-       44100,
-       88200,
-       88200,
-       {"🔄 Upsampling: 44100Hz → 88200Hz (×2.0)"}},
-      {"no multiple offered, the source is", powerOf2(4), {{44100, 48000}, 4096}, 44100, 44100, 0},
-      {"neither a multiple nor a part",
-       powerOf2(2),
-       {{48000}, 4096},
-       44100,
-       0,
-       0,
-       {kPlatformConverts}},
-      {"only a part of the source",
-       powerOf2(2),
-       {{48000}, 4096},
-       96000,
-       48000,
-       48000,
-       {"🔄 Downsampling: 96000Hz → 48000Hz (×0.5)"}},
-      {"buffer too small for the target, the half is another rate",
-       powerOf2(4),
-       {kUpTo192, 4096},
-       44100,
-       88200,
-       88200,
-       {"🔄 Upsampling: 44100Hz → 176400Hz (×4.0)",
-        "⚠️ Buffer 4096 frames too small for 176400Hz → using 88200Hz"},
-       {"🔄 Resampling adjusted: 44100Hz → 88200Hz (×2.0)"}},
-      {"buffer too small for the target, the half is the source",
-       powerOf2(2),
-       {kUpTo192, 3000},
-       44100,
-       44100,
-       0,
-       {"🔄 Upsampling: 44100Hz → 88200Hz (×2.0)",
-        "⚠️ Buffer 3000 frames too small for 88200Hz → using 44100Hz"},
-       {"🔄 Resampling disabled: DAC rate matches source rate"}},
-      {"the same, forced",
-       forced(powerOf2(2)),
-       {kUpTo192, 3000},
-       44100,
-       88200,
-       88200,
-       {"🔄 Upsampling: 44100Hz → 88200Hz (×2.0)"}},
-      {"powerOf2, device without a list",
-       powerOf2(2),
-       {{}, 4096},
-       44100,
-       0,
-       0,
-       {kPlatformConverts}},
+  expectPlan("max is not lowered for the buffer", maximum, {kUpTo384, 512}, 48000, 384000, 384000,
+             {upsampling("48000Hz → 384000Hz (×8.0)")});
+  expectPlan("max at the top already", maximum, {kUpTo192, 512}, 192000, 192000, 0);
+  expectPlan("max, whatever the order", maximum, {{96000, 48000}, 512}, 44100, 96000, 96000,
+             {upsampling("44100Hz → 96000Hz (×2.2)")});
+  expectPlan("max, no list", maximum, {{}, 512}, 44100, 0, 0, platform);
 
-      {"max is not lowered for the buffer",
-       maximum(),
-       {kUpTo384, 512},
-       48000,
-       384000,
-       384000,
-       {"🔄 Upsampling: 48000Hz → 384000Hz (×8.0)"}},
-      {"max at the top already", maximum(), {kUpTo192, 512}, 192000, 192000, 0},
-      {"max, whatever the order",
-       maximum(),
-       {{96000, 48000}, 512},
-       44100,
-       96000,
-       96000,
-       {"🔄 Upsampling: 44100Hz → 96000Hz (×2.2)"}},
-      {"max, device without a list", maximum(), {{}, 512}, 44100, 0, 0, {kPlatformConverts}},
-
-      {"fixed, offered",
-       fixedAt(96000),
-       {kUpTo192, 512},
-       44100,
-       96000,
-       96000,
-       {"🔄 Upsampling: 44100Hz → 96000Hz (×2.2)"}},
-      {"fixed, nearest",
-       fixedAt(96000),
-       {{44100, 48000}, 512},
-       44100,
-       48000,
-       48000,
-       {"🔄 Upsampling: 44100Hz → 48000Hz (×1.1)"}},
-      {"fixed, equally near: the first",
-       fixedAt(60000),
-       {{72000, 48000}, 512},
-       44100,
-       72000,
-       72000,
-       {"🔄 Upsampling: 44100Hz → 72000Hz (×1.6)"}},
-      {"fixed downward",
-       fixedAt(44100),
-       {{44100, 48000}, 512},
-       192000,
-       44100,
-       44100,
-       {"🔄 Downsampling: 192000Hz → 44100Hz (×0.2)"}},
-      {"fixed at the source", fixedAt(44100), {kUpTo192, 512}, 44100, 44100, 0},
-      {"fixed, never chosen", fixedAt(0), {kUpTo192, 512}, 48000, 48000, 0},
-      {"fixed, device without a list", fixedAt(96000), {{}, 512}, 44100, 0, 0, {kPlatformConverts}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    const RatePlan plan = planRates(c.settings, c.offer, c.source);
-    EXPECT_EQ(plan.deviceRate, c.deviceRate);
-    EXPECT_EQ(plan.targetRate, c.targetRate);
-    EXPECT_EQ(plan.clientRate(c.source), c.targetRate > 0 ? c.targetRate : c.source);
-    EXPECT_EQ(plan.linesBefore, c.before);
-    EXPECT_EQ(plan.linesAfter, c.after);
-  }
+  expectPlan("fixed, offered", fixedAt(96000), {kUpTo192, 512}, 44100, 96000, 96000,
+             {upsampling("44100Hz → 96000Hz (×2.2)")});
+  expectPlan("fixed, nearest", fixedAt(96000), {two, 512}, 44100, 48000, 48000,
+             {upsampling("44100Hz → 48000Hz (×1.1)")});
+  expectPlan("fixed, equally near: the first", fixedAt(60000), {{72000, 48000}, 512}, 44100, 72000,
+             72000, {upsampling("44100Hz → 72000Hz (×1.6)")});
+  expectPlan("fixed downward", fixedAt(44100), {two, 512}, 192000, 44100, 44100,
+             {downsampling("192000Hz → 44100Hz (×0.2)")});
+  expectPlan("fixed at the source", fixedAt(44100), {kUpTo192, 512}, 44100, 44100, 0);
+  expectPlan("fixed, never chosen", fixedAt(0), {kUpTo192, 512}, 48000, 48000, 0);
+  expectPlan("fixed, no list", fixedAt(96000), {{}, 512}, 44100, 0, 0, platform);
 }
 
 TEST(SampleRatePlan, CandidatesHalveDownTo8000) {

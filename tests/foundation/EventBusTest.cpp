@@ -26,6 +26,10 @@ class EventBusTest : public testing::Test {
   static inline MainThread& _main = MainThread::instance();
   EventBus _bus;
   std::vector<int> _got;
+
+  EventBus::Subscription keep(Delivery delivery) {
+    return _bus.subscribe<Number>(delivery, [&](const Number& n) { _got.push_back(n.value); });
+  }
 };
 
 TEST_F(EventBusTest, DeliversWhereAskedInOrderAndByType) {
@@ -63,8 +67,7 @@ TEST_F(EventBusTest, PostOnMainCallsEveryHandlerThere) {
 }
 
 TEST_F(EventBusTest, UnsubscribingDropsQueuedCalls) {
-  auto subscription = _bus.subscribe<Number>(
-      Delivery::mainThread, [&](const Number& number) { _got.push_back(number.value); });
+  auto subscription = keep(Delivery::mainThread);
   onThread([&] { _bus.post(Number{1}); });
   subscription.reset();
   drainMain();
@@ -95,8 +98,7 @@ TEST_F(EventBusTest, AThrowingHandlerKeepsNobodyFromTheEvent) {
   const log::Capture capture;
   const auto bad = _bus.subscribe<Number>(
       Delivery::postersThread, [](const Number&) { throw std::runtime_error("no model"); });
-  const auto good = _bus.subscribe<Number>(
-      Delivery::postersThread, [&](const Number& number) { _got.push_back(number.value); });
+  const auto good = keep(Delivery::postersThread);
   _bus.post(Number{7});
   EXPECT_EQ(_got, std::vector{7});
   EXPECT_TRUE(capture.contains("no model"));

@@ -12,8 +12,6 @@
 namespace velorin::log {
 namespace {
 
-using namespace std::chrono_literals;
-
 /// Sends stderr into a file while it lives.
 class StderrFile {
  public:
@@ -108,22 +106,6 @@ TEST(Log, TheSinkIsReplaceableAndMayLog) {
   EXPECT_EQ(got,
             (std::vector<std::pair<Level, std::string>>{{Level::warning, "⚠️ to the sink"}}));
   EXPECT_EQ(onStderr, "from inside\nto stderr\n");
-}
-
-TEST(Log, CapturesNestAndWait) {
-  const Capture outer;
-  {
-    const Capture inner;
-    std::thread writer([] { line("🎵 from a thread"); });
-    EXPECT_TRUE(inner.waitFor("from a thread", 10s));
-    writer.join();
-    EXPECT_FALSE(inner.waitFor("never", 1ms));
-    line("second");
-    EXPECT_EQ(inner.lines(), (std::vector<std::string>{"🎵 from a thread", "second"}));
-  }
-  line("outside");
-  EXPECT_EQ(outer.lines(), std::vector<std::string>{"outside"});
-  EXPECT_TRUE(outer.contains("side"));
 }
 
 }  // namespace

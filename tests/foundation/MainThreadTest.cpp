@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include <boost/asio/posix/stream_descriptor.hpp>
-#include <future>
+#include <semaphore>
 #include <stdexcept>
 
 #include "foundation/Log.h"
@@ -65,29 +65,20 @@ TEST(MainThread, DelayedTasksComeByTimeThenByOrder) {
 }
 
 TEST(MainThread, WakeHookCallsForTasksAndForWhatFallsDue) {
-  struct Toolkit {
-    std::mutex mutex;
-    std::condition_variable woken;
-    int wakes = 0;
-    bool waitForWake() {
-      std::unique_lock lock(mutex);
-      const bool came = woken.wait_for(lock, 10s, [&] { return wakes > 0; });
-      wakes = 0;
-      return came;
-    }
-  } toolkit;
-  mainThread.setWakeHook([&] {
-    const std::lock_guard lock(toolkit.mutex);
-    ++toolkit.wakes;
-    toolkit.woken.notify_one();
-  });
+  std::counting_semaphore<> wakes(0);
+  const auto isWoken = [&] {
+    const bool came = wakes.try_acquire_for(10s);
+    while (wakes.try_acquire()) continue;
+    return came;
+  };
+  mainThread.setWakeHook([&] { wakes.release(); });
   int ran = 0;
   std::thread([&] { mainThread.post([&] { ++ran; }); }).join();
-  ASSERT_TRUE(toolkit.waitForWake());
+  ASSERT_TRUE(isWoken());
   EXPECT_EQ(mainThread.runReady(), 1U);
 
   mainThread.postAfter(15ms, [&] { ++ran; });
-  ASSERT_TRUE(toolkit.waitForWake()) << "nobody told the toolkit that a timer fell due";
+  ASSERT_TRUE(isWoken()) << "nobody told the toolkit that a timer fell due";
   mainThread.runReady();
   EXPECT_EQ(ran, 2);
   mainThread.setWakeHook({});
@@ -106,6 +97,13 @@ TEST(MainThread, ServesDescriptorsBesideTasks) {
   ::close(ends[1]);
 }
 
+// Spins so long and says when that ended.
+MainThread::Clock::time_point busyFor(std::chrono::milliseconds time) {
+  const auto end = MainThread::Clock::now() + time;
+  while (MainThread::Clock::now() < end) continue;
+  return end;
+}
+
 TEST(RepeatingTimer, TicksStopsAndDoesNotPileUp) {
   int ticks = 0;
   RepeatingTimer timer;
@@ -114,9 +112,7 @@ TEST(RepeatingTimer, TicksStopsAndDoesNotPileUp) {
 
   // A loop that was busy for ten intervals gets one tick, and then only those of time passing.
   timer.start(20ms, [&] { ++ticks; });
-  const auto busyUntil = MainThread::Clock::now() + 200ms;
-  while (MainThread::Clock::now() < busyUntil) {
-  }
+  const auto busyUntil = busyFor(200ms);
   ticks = 0;
   for (int i = 0; i < 10; ++i) mainThread.runReady();
   const auto since = MainThread::Clock::now() - busyUntil;
@@ -131,9 +127,7 @@ TEST(RepeatingTimer, TicksStopsAndDoesNotPileUp) {
   EXPECT_TRUE(mainThread.runUntil([&] { return !timer.isRunning(); }, 10s));
   EXPECT_EQ(ticks, 100);
   timer.start(1ms, [&] { ticks = -1; });
-  const auto due = MainThread::Clock::now() + 3ms;
-  while (MainThread::Clock::now() < due) {
-  }
+  busyFor(3ms);
   timer.stop();
   mainThread.runReady();
   EXPECT_EQ(ticks, 100);
@@ -141,9 +135,7 @@ TEST(RepeatingTimer, TicksStopsAndDoesNotPileUp) {
   // A new start ends the rhythm of the one before.
   timer.start(1ms, [&] { ticks = -2; });
   timer.start(1h, [&] { ticks = -3; });
-  const auto oldDue = MainThread::Clock::now() + 3ms;
-  while (MainThread::Clock::now() < oldDue) {
-  }
+  busyFor(3ms);
   mainThread.runReady();
   EXPECT_EQ(ticks, 100);
 

@@ -123,13 +123,13 @@ TEST(PropertyList, WritesWhatOtherReadersUnderstand) {
 }
 
 TEST(PropertyList, RefusesWhatIsNoPropertyList) {
-  std::string deep;
-  for (int i = 0; i < 1'000'000; ++i) deep += "<array>";
-  const std::string closed = deep + [] {
-    std::string ends;
-    for (int i = 0; i < 1'000'000; ++i) ends += "</array>";
-    return ends;
-  }();
+  const auto repeated = [](std::string_view tag, int count) {
+    std::string tags;
+    for (int i = 0; i < count; ++i) tags += tag;
+    return tags;
+  };
+  const std::string deep = repeated("<array>", 1'000'000);
+  const std::string closed = deep + repeated("</array>", 1'000'000);
   for (const std::string& bad : {""s, "<"s, "hello"s, "\0\0\0\0"s, "bplist00"s, document("<dict>"),
                                  document("<foo/>"), document(deep), document(closed),
                                  document("<!-- <array> --><dict><string>x</string></dict>"),
@@ -141,9 +141,8 @@ TEST(PropertyList, RefusesWhatIsNoPropertyList) {
   const PreferenceValue deepest = nested(propertyList::kMaxDepth);
   EXPECT_EQ(propertyList::parse(propertyList::format(deepest).value()), deepest);
   // Tags inside comments and character data do not nest.
-  std::string comment;
-  for (int i = 0; i < 500; ++i) comment += "<array>";
-  EXPECT_EQ(propertyList::parse(document("<!--" + comment + "--><true/>")), PreferenceValue{true});
+  EXPECT_EQ(propertyList::parse(document("<!--" + repeated("<array>", 500) + "--><true/>")),
+            PreferenceValue{true});
 }
 
 }  // namespace

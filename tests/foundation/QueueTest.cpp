@@ -21,17 +21,6 @@ std::string threadName() {
   return name.data();
 }
 
-/// A gate that a test opens and a task waits at.
-class Gate {
- public:
-  void open() { _promise.set_value(); }
-  void wait() const { _future.wait(); }
-
- private:
-  std::promise<void> _promise;
-  std::shared_future<void> _future = _promise.get_future().share();
-};
-
 TEST(SerialQueue, RunsOneTaskAtATimeInOrderFromManyThreads) {
   constexpr int kThreads = 4;
   constexpr int kTasks = 500;
@@ -96,15 +85,15 @@ TEST(SerialQueue, DelayedTasksKeepTheirTimesAndAreDroppedAtTheEnd) {
 
 TEST(SerialQueue, ATaskMayPostWhileTheQueueEnds) {
   int ran = 0;
-  Gate gate;
+  std::promise<void> gate;
   {
     SerialQueue queue("com.velorin.test.ending");
     queue.async([&] {
-      gate.wait();
+      gate.get_future().wait();
       ++ran;
       queue.async([&] { ++ran; });
     });
-    gate.open();
+    gate.set_value();
   }
   EXPECT_EQ(ran, 2);
 }

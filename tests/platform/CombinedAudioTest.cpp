@@ -10,6 +10,7 @@
 
 #include "foundation/SerialQueue.h"
 #include "platform/audio/virtual/VirtualAudioHardware.h"
+#include "support/Eventually.h"
 
 namespace velorin {
 namespace {
@@ -47,6 +48,13 @@ struct Machine {
         combined->addListener(AudioProperty::devices, kNoDevice, 0, queue, [this] { ++told; });
   }
 
+  // Hogged, and let go of by the server, whose default then goes elsewhere.
+  void hogWithoutServer(AudioDeviceID device) {
+    ASSERT_TRUE(combined->setHogOwner(device, getpid()).ok());
+    server->removeDevice(serverDac);
+    ASSERT_TRUE(comesToShow({"network", "dac", "alsa:hw:0,3"}));
+  }
+
   static VirtualDeviceDescription dac() { return {.uid = "dac", .name = "DAC"}; }
   AudioDeviceID id(const char* uid) { return combined->deviceForUID(uid); }
   std::vector<std::string> uids() {
@@ -57,12 +65,7 @@ struct Machine {
   }
   // The combined object learns of changes on its own queue.
   bool comesToShow(const std::vector<std::string>& expected) {
-    const auto deadline = std::chrono::steady_clock::now() + 5s;
-    while (uids() != expected) {
-      if (std::chrono::steady_clock::now() > deadline) return false;
-      std::this_thread::sleep_for(1ms);
-    }
-    return true;
+    return test::eventually([&] { return uids() == expected; });
   }
 };
 
@@ -120,20 +123,13 @@ TEST(CombinedAudio, UnitsPlayThroughTheServerUntilTheDeviceIsHogged) {
 TEST(CombinedAudio, AHoggedDeviceStaysWhileTheServerHasLetGoOfIt) {
   Machine machine;
   const AudioDeviceID dac = machine.id("dac");
-  ASSERT_TRUE(machine.combined->setHogOwner(dac, getpid()).ok());
-  machine.server->removeDevice(machine.serverDac);
-  // The server's default goes elsewhere: that tells us that the removal was taken in.
-  ASSERT_TRUE(machine.comesToShow({"network", "dac", "alsa:hw:0,3"}));
+  machine.hogWithoutServer(dac);
   EXPECT_EQ(machine.combined->deviceName(dac), "DAC hw");
   EXPECT_EQ(machine.told, 0);
 
   // Given back, it returns as soon as the server shows it.
   std::thread sessionManager([&] {
-    const auto deadline = std::chrono::steady_clock::now() + 5s;
-    while (machine.alsa->hogOwner(machine.alsaDac) != -1 &&
-           std::chrono::steady_clock::now() < deadline) {
-      std::this_thread::sleep_for(1ms);
-    }
+    test::eventually([&] { return machine.alsa->hogOwner(machine.alsaDac) == -1; });
     machine.server->addDevice(Machine::dac());
   });
   const auto before = std::chrono::steady_clock::now();
@@ -150,9 +146,7 @@ TEST(CombinedAudio, AHoggedDeviceStaysWhileTheServerHasLetGoOfIt) {
 TEST(CombinedAudio, AServerThatDoesNotTakeItBackLeavesAnAlsaDevice) {
   Machine machine;
   const AudioDeviceID dac = machine.id("dac");
-  ASSERT_TRUE(machine.combined->setHogOwner(dac, getpid()).ok());
-  machine.server->removeDevice(machine.serverDac);
-  ASSERT_TRUE(machine.comesToShow({"network", "dac", "alsa:hw:0,3"}));
+  machine.hogWithoutServer(dac);
   EXPECT_TRUE(machine.combined->setHogOwner(dac, -1).ok());
   EXPECT_EQ(machine.uids(), (UIDs{"network", "alsa:hw:1,0", "alsa:hw:0,3"}));
   EXPECT_FALSE(machine.combined->hasOutputStreams(dac));

@@ -15,6 +15,7 @@
 #include "foundation/Log.h"
 #include "foundation/Realtime.h"
 #include "foundation/SerialQueue.h"
+#include "support/Eventually.h"
 #include "support/PipeWireMonitorRecorder.h"
 #include "support/PipeWireSession.h"
 
@@ -22,19 +23,11 @@ namespace velorin {
 namespace {
 
 using namespace std::chrono_literals;
+using test::eventually;
 using test::MonitorFormat;
 using test::PipeWireMonitorRecorder;
 using test::PipeWireSession;
 using Clock = std::chrono::steady_clock;
-
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 10s) {
-  const auto deadline = Clock::now() + timeout;
-  while (!condition()) {
-    if (Clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(5ms);
-  }
-  return true;
-}
 
 // A 24-bit sample that depends on frame and channel alone and is never zero.
 std::int32_t sample24(std::uint64_t frame, std::uint32_t channel) {
@@ -49,6 +42,14 @@ std::int32_t sample24(std::uint64_t frame, std::uint32_t channel) {
 std::int16_t sample16(std::uint64_t frame, std::uint32_t channel) {
   const auto value = static_cast<std::int16_t>(sample24(frame, channel) >> 8);
   return value == 0 ? std::int16_t{1} : value;
+}
+
+template <class Sample>
+Sample sampleOf(std::uint64_t frame, std::uint32_t channel) {
+  if constexpr (std::is_same_v<Sample, std::int16_t>) return sample16(frame, channel);
+  const std::int32_t sample = sample24(frame, channel);
+  if constexpr (std::is_same_v<Sample, float>) return static_cast<float>(sample) / 8388608.0f;
+  return static_cast<Sample>(static_cast<std::uint32_t>(sample) << 8);
 }
 
 enum class Kind { float32, int16, int24in32 };
@@ -97,9 +98,9 @@ struct Player {
     while (Clock::now() < busyUntil) {
     }
     const std::uint64_t first = self.frames;
-    for (std::uint32_t c = 0; c < list.bufferCount; ++c) {
-      for (std::uint32_t i = 0; i < frames; ++i) self.put(list, c, i, first + i);
-    }
+    if (self.kind == Kind::float32) fill<float>(list, frames, first);
+    if (self.kind == Kind::int16) fill<std::int16_t>(list, frames, first);
+    if (self.kind == Kind::int24in32) fill<std::int32_t>(list, frames, first);
     self.frames = first + frames;
     self.largest = std::max(self.largest.load(), frames);
     ++self.calls;
@@ -107,18 +108,12 @@ struct Player {
     return frames;
   }
 
-  void put(AudioBufferList& list, std::uint32_t c, std::uint32_t i, std::uint64_t frame) const {
-    switch (kind) {
-      case Kind::float32:
-        list.channel<float>(c)[i] = static_cast<float>(sample24(frame, c)) / 8388608.0f;
-        break;
-      case Kind::int16:
-        list.channel<std::int16_t>(c)[i] = sample16(frame, c);
-        break;
-      case Kind::int24in32:
-        list.channel<std::int32_t>(c)[i] =
-            static_cast<std::int32_t>(static_cast<std::uint32_t>(sample24(frame, c)) << 8);
-        break;
+  template <class Sample>
+  static void fill(AudioBufferList& list, std::uint32_t frames, std::uint64_t first) noexcept {
+    for (std::uint32_t c = 0; c < list.bufferCount; ++c) {
+      for (std::uint32_t i = 0; i < frames; ++i) {
+        list.channel<Sample>(c)[i] = sampleOf<Sample>(first + i, c);
+      }
     }
   }
 
@@ -137,12 +132,21 @@ struct Player {
     });
     return unit;
   }
+  /// The same, running.
+  std::unique_ptr<OutputUnit> playingOn(AudioHardware& hardware, AudioDeviceID device, double rate,
+                                        std::uint32_t channels = 2, std::uint32_t slice = 8192) {
+    auto unit = unitOn(hardware, device, rate, channels, slice);
+    AudioStatus status = unit->initialize();
+    if (status.ok()) status = unit->start();
+    if (!status.ok()) throw std::runtime_error(status.description());  // ends the test
+    return unit;
+  }
 };
 
 // Frames of the recording that equal the pattern in order from its first frame, and where not.
-template <class Sample, class Expected>
+template <class Sample>
 void expectPattern(const std::vector<std::byte>& bytes, std::uint32_t channels,
-                   std::uint64_t atLeast, Expected expected) {
+                   std::uint64_t atLeast) {
   std::vector<Sample> samples(bytes.size() / sizeof(Sample));
   std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(Sample));
   const std::size_t recorded = samples.size() / channels;
@@ -152,7 +156,7 @@ void expectPattern(const std::vector<std::byte>& bytes, std::uint32_t channels,
   for (std::size_t i = start; i < recorded; ++i, ++equal) {
     bool same = true;
     for (std::uint32_t c = 0; c < channels; ++c) {
-      same = same && samples[i * channels + c] == expected(equal, c);
+      same = same && samples[i * channels + c] == sampleOf<Sample>(equal, c);
     }
     if (!same) break;
   }
@@ -161,19 +165,9 @@ void expectPattern(const std::vector<std::byte>& bytes, std::uint32_t channels,
 
 void expectPattern(Kind kind, const std::vector<std::byte>& bytes, std::uint32_t channels,
                    std::uint64_t atLeast) {
-  switch (kind) {
-    case Kind::float32:
-      return expectPattern<float>(bytes, channels, atLeast, [](std::uint64_t f, std::uint32_t c) {
-        return static_cast<float>(sample24(f, c)) / 8388608.0f;
-      });
-    case Kind::int16:
-      return expectPattern<std::int16_t>(bytes, channels, atLeast, sample16);
-    case Kind::int24in32:
-      return expectPattern<std::int32_t>(
-          bytes, channels, atLeast, [](std::uint64_t f, std::uint32_t c) {
-            return static_cast<std::int32_t>(static_cast<std::uint32_t>(sample24(f, c)) << 8);
-          });
-  }
+  if (kind == Kind::float32) return expectPattern<float>(bytes, channels, atLeast);
+  if (kind == Kind::int16) return expectPattern<std::int16_t>(bytes, channels, atLeast);
+  expectPattern<std::int32_t>(bytes, channels, atLeast);
 }
 
 MonitorFormat monitorFormatOf(Kind kind) {
@@ -226,11 +220,7 @@ void PipeWireBackendTest::playOnce(const char* sink, Kind kind, double rate, std
   ASSERT_TRUE(hardware->setNominalSampleRate(device(sink), rate).ok());
   PipeWireMonitorRecorder recorder;
   ASSERT_TRUE(recorder.start(sink, static_cast<unsigned>(rate), channels, monitorFormatOf(kind)));
-  auto unit = player.unitOn(*hardware, device(sink), rate, channels);
-  AudioStatus status = unit->initialize();
-  ASSERT_TRUE(status.ok()) << status.description();
-  status = unit->start();
-  ASSERT_TRUE(status.ok()) << status.description();
+  auto unit = player.playingOn(*hardware, device(sink), rate, channels);
   const auto goal = static_cast<std::uint64_t>(rate / 2);
   ASSERT_TRUE(eventually([&] { return player.frames >= goal; }));
   const OutputReport report = unit->report();
@@ -311,9 +301,7 @@ TEST_F(PipeWireBackendTest, TheGraphRunsAtTheClientRateAndTheReportSaysSo) {
   EXPECT_EQ(hardware->nominalSampleRate(any), 88200);
   ASSERT_TRUE(hardware->setBufferFrameSize(any, 8192).ok());
   const auto predicted = hardware->bufferFrameSize(any);
-  auto unit = player.unitOn(*hardware, any, 88200, 2, 1000);
-  ASSERT_TRUE(unit->initialize().ok());
-  ASSERT_TRUE(unit->start().ok());
+  auto unit = player.playingOn(*hardware, any, 88200, 2, 1000);
   ASSERT_TRUE(eventually([&] { return player.calls > 20; }));
   const OutputReport report = unit->report();
   EXPECT_EQ(report.deviceRate, 88200);
@@ -327,9 +315,7 @@ TEST_F(PipeWireBackendTest, TheGraphRunsAtTheClientRateAndTheReportSaysSo) {
 
   // A sink that cannot: the server converts, and the report does not hide it.
   Player other;
-  unit = other.unitOn(*hardware, device("fixed44"), 96000);
-  ASSERT_TRUE(unit->initialize().ok());
-  ASSERT_TRUE(unit->start().ok());
+  unit = other.playingOn(*hardware, device("fixed44"), 96000);
   ASSERT_TRUE(eventually([&] { return other.calls > 5; }));
   EXPECT_TRUE(unit->report().converted);
   EXPECT_EQ(hardware->nominalSampleRate(device("fixed44")), 44100);
@@ -337,9 +323,7 @@ TEST_F(PipeWireBackendTest, TheGraphRunsAtTheClientRateAndTheReportSaysSo) {
 
 TEST_F(PipeWireBackendTest, MissedCyclesAndChangesFromOutsideAreTold) {
   Player player;
-  auto unit = player.unitOn(*hardware, device("any"), 48000);
-  ASSERT_TRUE(unit->initialize().ok());
-  ASSERT_TRUE(unit->start().ok());
+  auto unit = player.playingOn(*hardware, device("any"), 48000);
   ASSERT_TRUE(eventually([&] { return player.calls > 5; }));
   player.stallMilliseconds = 200;
   EXPECT_TRUE(eventually([&] { return player.xruns > 0; }));
@@ -380,9 +364,7 @@ TEST_F(PipeWireBackendTest, NoCallbackRunsAfterStop) {
 
 TEST_F(PipeWireBackendTest, ASuspendedSinkIsResumed) {
   Player player;
-  auto unit = player.unitOn(*hardware, device("any"), 48000);
-  ASSERT_TRUE(unit->initialize().ok());
-  ASSERT_TRUE(unit->start().ok());
+  auto unit = player.playingOn(*hardware, device("any"), 48000);
   unit->stop();
   const std::string node = std::to_string(session->nodeId("any").value());
   test::runProgram({"pw-cli", "send-command", node, "Suspend", "{}"});
@@ -399,9 +381,7 @@ TEST_F(PipeWireBackendTest, ASinkThatGoesIsReportedOnce) {
   Player player;
   ASSERT_TRUE(session->createSink({"plugged", 48000}));
   ASSERT_TRUE(eventually([&] { return device("plugged") != kNoDevice; }));
-  auto unit = player.unitOn(*hardware, device("plugged"), 48000);
-  ASSERT_TRUE(unit->initialize().ok());
-  ASSERT_TRUE(unit->start().ok());
+  auto unit = player.playingOn(*hardware, device("plugged"), 48000);
   ASSERT_TRUE(session->removeSink("plugged"));
   ASSERT_TRUE(eventually([&] { return player.lost > 0; }));
   player.closed = true;
@@ -422,9 +402,7 @@ TEST_F(PipeWireBackendTest, TheServerMayDieAndComeBack) {
   const AudioDeviceID any = device("any");
   for (int round = 0; round < 2; ++round) {
     Player player;
-    auto unit = player.unitOn(*hardware, any, 48000);
-    ASSERT_TRUE(unit->initialize().ok());
-    ASSERT_TRUE(unit->start().ok());
+    auto unit = player.playingOn(*hardware, any, 48000);
     const int before = devices;
     session->killServer();
     ASSERT_TRUE(eventually([&] { return player.lost == 1; }));
@@ -448,9 +426,7 @@ TEST_F(PipeWireBackendTest, TheServerMayDieAndComeBack) {
 
 TEST_F(PipeWireBackendTest, AFrozenServerHoldsNobodyUp) {
   Player player;
-  auto unit = player.unitOn(*hardware, device("any"), 48000);
-  ASSERT_TRUE(unit->initialize().ok());
-  ASSERT_TRUE(unit->start().ok());
+  auto unit = player.playingOn(*hardware, device("any"), 48000);
   session->freezeServer(true);
   const auto begin = Clock::now();
   unit->stop();
@@ -471,9 +447,7 @@ TEST_F(PipeWireBackendTest, ExclusiveMeansNobodyElse) {
   EXPECT_EQ(hardware->hogOwner(any), -1);
   ASSERT_TRUE(hardware->setHogOwner(any, ::getpid()).ok());
   Player first;
-  auto unit = first.unitOn(*hardware, any, 48000);
-  ASSERT_TRUE(unit->initialize().ok());
-  ASSERT_TRUE(unit->start().ok());
+  auto unit = first.playingOn(*hardware, any, 48000);
   EXPECT_TRUE(unit->report().exclusive);
   EXPECT_FALSE(unit->report().mixed);
   EXPECT_EQ(hardware->hogOwner(any), ::getpid());
@@ -503,9 +477,7 @@ TEST_F(PipeWireBackendTest, VolumeGoesRoundAndShowsInTheReport) {
   ASSERT_TRUE(listener);
   EXPECT_EQ(hardware->volume(any, 0), 1.0f);
   Player player;
-  auto unit = player.unitOn(*hardware, any, 48000);
-  ASSERT_TRUE(unit->initialize().ok());
-  ASSERT_TRUE(unit->start().ok());
+  auto unit = player.playingOn(*hardware, any, 48000);
   EXPECT_TRUE(unit->report().volumeUnity);
 
   // Each change is made by the side that has seen the one before it: what a server tells of itself
@@ -547,9 +519,7 @@ TEST_F(PipeWireBackendTest, AnAggregatePlaysOnAllItsDevices) {
   ASSERT_TRUE(first.start("any", 48000, 2, MonitorFormat::float32));
   ASSERT_TRUE(second.start("wide", 48000, 2, MonitorFormat::float32));
   Player player;
-  auto unit = player.unitOn(*hardware, both, 48000);
-  ASSERT_TRUE(unit->initialize().ok());
-  ASSERT_TRUE(unit->start().ok());
+  auto unit = player.playingOn(*hardware, both, 48000);
   ASSERT_TRUE(eventually([&] { return player.frames > 24000; }));
   unit->stop();
   unit.reset();

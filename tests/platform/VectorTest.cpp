@@ -8,20 +8,15 @@
 #include <random>
 
 #include "platform/vector/PCMPacking.h"
-#include "platform/vector/VectorKernels.h"
+#include "support/VectorLevel.h"
 
 namespace velorin::vector {
 namespace {
 
+using test::AtLevel;
+
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
-
-// Puts back the level that the machine would choose.
-class AtLevel {
- public:
-  explicit AtLevel(Level level) { setLevel(level); }
-  ~AtLevel() { setLevel(availableLevels().back()); }
-};
 
 // Runs of every element type with the awkward values among ordinary ones.
 struct Inputs {
@@ -51,158 +46,102 @@ struct Inputs {
   }
 };
 
-// One operation on `n` elements from element `o` on, into memory that starts with the inputs, so
-// that accumulating and in-place operations have something there. Returns elements of 4 bytes or
-// fewer as words.
+// What an operation works on: inputs from an element on, and memory for its output.
+struct Run {
+  const float* a;
+  const float* b;
+  const double* d;
+  const std::int16_t* s;
+  const std::int32_t* i;
+  const std::byte* bytes;
+  std::size_t n;
+  std::byte* out;
+
+  template <class T = float>
+  T* to() const {
+    return reinterpret_cast<T*>(out);
+  }
+  /// The output with a copy of the input in it, for what accumulates or works in place.
+  float* over(const float* input) const {
+    std::memcpy(out, input, n * 4);
+    return to();
+  }
+  template <class T>
+  void pack(const T* source, PCMWord word) const {
+    const T* planes[] = {source, source + 50};
+    interleave(planes, 2, n, word, out);
+  }
+};
+
 struct Operation {
   const char* name;
   std::size_t outBytesPerElement;
   bool givesFloats;
-  void (*run)(const Inputs& in, std::size_t o, std::size_t n, std::byte* out);
+  void (*run)(const Run& r);
 };
-
-template <class T>
-T* as(std::byte* out) {
-  return reinterpret_cast<T*>(out);
-}
+using I16 = std::int16_t;
+using I32 = std::int32_t;
 
 const Operation kOperations[] = {
-    {"fill", 4, true, [](auto&, auto, auto n, auto* out) { fill(0.3f, as<float>(out), n); }},
-    {"multiplyByScalar", 4, true,
-     [](auto& in, auto o, auto n, auto* out) {
-       multiplyByScalar(&in.a[o], 0.7f, as<float>(out), n);
-     }},
-    {"multiplyAdd", 4, true,
-     [](auto& in, auto o, auto n, auto* out) {
-       std::memcpy(out, &in.b[o], n * 4);
-       multiplyAdd(&in.a[o], 0.7f, as<float>(out), n);
-     }},
-    {"add", 4, true,
-     [](auto& in, auto o, auto n, auto* out) { add(&in.a[o], &in.b[o], as<float>(out), n); }},
-    {"subtract in place", 4, true,
-     [](auto& in, auto o, auto n, auto* out) {
-       std::memcpy(out, &in.a[o], n * 4);
-       subtract(as<float>(out), &in.b[o], as<float>(out), n);
-     }},
-    {"multiply", 4, true,
-     [](auto& in, auto o, auto n, auto* out) { multiply(&in.a[o], &in.b[o], as<float>(out), n); }},
+    {"fill", 4, true, [](const Run& r) { fill(0.3f, r.to(), r.n); }},
+    {"multiplyByScalar", 4, true, [](const Run& r) { multiplyByScalar(r.a, 0.7f, r.to(), r.n); }},
+    {"multiplyAdd", 4, true, [](const Run& r) { multiplyAdd(r.a, 0.7f, r.over(r.b), r.n); }},
+    {"add", 4, true, [](const Run& r) { add(r.a, r.b, r.to(), r.n); }},
+    {"subtract in place", 4, true, [](const Run& r) { subtract(r.over(r.a), r.b, r.to(), r.n); }},
+    {"multiply", 4, true, [](const Run& r) { multiply(r.a, r.b, r.to(), r.n); }},
     {"weightedSum in place", 4, true,
-     [](auto& in, auto o, auto n, auto* out) {
-       std::memcpy(out, &in.b[o], n * 4);
-       weightedSum(as<float>(out), 0.7f, &in.a[o], -1.3f, as<float>(out), n);
-     }},
-    {"negate", 4, true,
-     [](auto& in, auto o, auto n, auto* out) { negate(&in.a[o], as<float>(out), n); }},
-    {"absolute", 4, true,
-     [](auto& in, auto o, auto n, auto* out) { absolute(&in.a[o], as<float>(out), n); }},
-    {"square", 4, true,
-     [](auto& in, auto o, auto n, auto* out) { square(&in.a[o], as<float>(out), n); }},
-    {"squareRoot", 4, true,
-     [](auto& in, auto o, auto n, auto* out) { squareRoot(&in.a[o], as<float>(out), n); }},
+     [](const Run& r) { weightedSum(r.over(r.b), 0.7f, r.a, -1.3f, r.to(), r.n); }},
+    {"negate", 4, true, [](const Run& r) { negate(r.a, r.to(), r.n); }},
+    {"absolute", 4, true, [](const Run& r) { absolute(r.a, r.to(), r.n); }},
+    {"square", 4, true, [](const Run& r) { square(r.a, r.to(), r.n); }},
+    {"squareRoot", 4, true, [](const Run& r) { squareRoot(r.a, r.to(), r.n); }},
     {"roundToNearest", 4, true,
-     [](auto& in, auto o, auto n, auto* out) {
-       multiplyByScalar(&in.a[o], 5e6f, as<float>(out), n);
-       roundToNearest(as<float>(out), as<float>(out), n);
+     [](const Run& r) {
+       multiplyByScalar(r.a, 5e6f, r.to(), r.n);
+       roundToNearest(r.to(), r.to(), r.n);
      }},
     {"tanh", 4, true,
-     [](auto& in, auto o, auto n, auto* out) {
-       multiplyByScalar(&in.a[o], 5, as<float>(out), n);
-       vector::tanh(as<float>(out), as<float>(out), n);
+     [](const Run& r) {
+       multiplyByScalar(r.a, 5, r.to(), r.n);
+       vector::tanh(r.to(), r.to(), r.n);
      }},
     {"swap", 8, true,
-     [](auto& in, auto o, auto n, auto* out) {
-       std::memcpy(out, &in.a[o], n * 4);
-       std::memcpy(out + 4 * n, &in.b[o], n * 4);
-       vector::swap(as<float>(out), as<float>(out) + n, n);
+     [](const Run& r) {
+       std::memcpy(r.over(r.a) + r.n, r.b, 4 * r.n);
+       vector::swap(r.to(), r.to() + r.n, r.n);
      }},
-    {"clip", 4, true,
-     [](auto& in, auto o, auto n, auto* out) { clip(&in.a[o], -0.5f, 0.25f, as<float>(out), n); }},
-    {"maxMagnitude", 0, true,
-     [](auto& in, auto o, auto n, auto* out) { *as<float>(out) = maxMagnitude(&in.a[o], n); }},
-    {"int16ToFloat", 4, true,
-     [](auto& in, auto o, auto n, auto* out) {
-       int16ToFloat(&in.s[o], 0x1p-15f, as<float>(out), n);
-     }},
-    {"int24ToFloat", 4, true,
-     [](auto& in, auto o, auto n, auto* out) {
-       int24ToFloat(&in.bytes[o], 0x1p-23f, as<float>(out), n);
-     }},
-    {"int32ToFloat", 4, true,
-     [](auto& in, auto o, auto n, auto* out) {
-       int32ToFloat(&in.i[o], 0x1p-31f, as<float>(out), n);
-     }},
-    {"floatToDouble", 8, false,
-     [](auto& in, auto o, auto n, auto* out) { floatToDouble(&in.b[o], as<double>(out), n); }},
-    {"doubleToFloat", 4, true,
-     [](auto& in, auto o, auto n, auto* out) { doubleToFloat(&in.d[o], as<float>(out), n); }},
-    {"doubleToInt32", 4, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       doubleToInt32(&in.d[o], as<std::int32_t>(out), n);
-     }},
-    {"doubleToInt16", 2, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       doubleToInt16(&in.d[o], as<std::int16_t>(out), n);
-     }},
-    {"floatToInt32 16", 4, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       floatToInt32(&in.a[o], 16, as<std::int32_t>(out), n);
-     }},
-    {"floatToInt32 24", 4, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       floatToInt32(&in.a[o], 24, as<std::int32_t>(out), n);
-     }},
-    {"floatToInt32 29", 4, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       floatToInt32(&in.a[o], 29, as<std::int32_t>(out), n);
-     }},
-    {"floatToInt32 32", 4, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       floatToInt32(&in.a[o], 32, as<std::int32_t>(out), n);
-     }},
+    {"clip", 4, true, [](const Run& r) { clip(r.a, -0.5f, 0.25f, r.to(), r.n); }},
+    {"maxMagnitude", 0, true, [](const Run& r) { *r.to() = maxMagnitude(r.a, r.n); }},
+    {"int16ToFloat", 4, true, [](const Run& r) { int16ToFloat(r.s, 0x1p-15f, r.to(), r.n); }},
+    {"int24ToFloat", 4, true, [](const Run& r) { int24ToFloat(r.bytes, 0x1p-23f, r.to(), r.n); }},
+    {"int32ToFloat", 4, true, [](const Run& r) { int32ToFloat(r.i, 0x1p-31f, r.to(), r.n); }},
+    {"floatToDouble", 8, false, [](const Run& r) { floatToDouble(r.b, r.to<double>(), r.n); }},
+    {"doubleToFloat", 4, true, [](const Run& r) { doubleToFloat(r.d, r.to(), r.n); }},
+    {"doubleToInt32", 4, false, [](const Run& r) { doubleToInt32(r.d, r.to<I32>(), r.n); }},
+    {"doubleToInt16", 2, false, [](const Run& r) { doubleToInt16(r.d, r.to<I16>(), r.n); }},
+    {"floatToInt32 16", 4, false, [](const Run& r) { floatToInt32(r.a, 16, r.to<I32>(), r.n); }},
+    {"floatToInt32 24", 4, false, [](const Run& r) { floatToInt32(r.a, 24, r.to<I32>(), r.n); }},
+    {"floatToInt32 29", 4, false, [](const Run& r) { floatToInt32(r.a, 29, r.to<I32>(), r.n); }},
+    {"floatToInt32 32", 4, false, [](const Run& r) { floatToInt32(r.a, 32, r.to<I32>(), r.n); }},
     {"clipInt32", 4, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       clipInt32(&in.i[o], -1'000'000'000, 77, as<std::int32_t>(out), n);
-     }},
-    {"shiftLeftInt32", 4, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       shiftLeftInt32(&in.i[o], 8, as<std::int32_t>(out), n);
-     }},
-    {"shiftRightInt32", 4, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       shiftRightInt32(&in.i[o], 31, as<std::int32_t>(out), n);
-     }},
+     [](const Run& r) { clipInt32(r.i, -1'000'000'000, 77, r.to<I32>(), r.n); }},
+    {"shiftLeftInt32", 4, false, [](const Run& r) { shiftLeftInt32(r.i, 8, r.to<I32>(), r.n); }},
+    {"shiftRightInt32", 4, false, [](const Run& r) { shiftRightInt32(r.i, 31, r.to<I32>(), r.n); }},
     {"shiftLeftToInt16", 2, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       shiftLeftToInt16(&in.i[o], 3, as<std::int16_t>(out), n);
-     }},
-    {"int16ToInt32", 4, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       int16ToInt32(&in.s[o], 16, as<std::int32_t>(out), n);
-     }},
-    {"interleave int16 pairs", 4, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       const std::int16_t* planes[] = {&in.s[o], &in.s[o + 50]};
-       interleave(planes, 2, n, PCMWord::int16, out);
-     }},
-    {"interleave int32 pairs", 8, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       const std::int32_t* planes[] = {&in.i[o], &in.i[o + 50]};
-       interleave(planes, 2, n, PCMWord::int32, out);
-     }},
-    {"interleave int24 pairs", 6, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       const float* planes[] = {&in.a[o], &in.a[o + 50]};
-       interleave(planes, 2, n, PCMWord::int24Packed, out);
-     }},
+     [](const Run& r) { shiftLeftToInt16(r.i, 3, r.to<I16>(), r.n); }},
+    {"int16ToInt32", 4, false, [](const Run& r) { int16ToInt32(r.s, 16, r.to<I32>(), r.n); }},
+    {"interleave int16 pairs", 4, false, [](const Run& r) { r.pack(r.s, PCMWord::int16); }},
+    {"interleave int32 pairs", 8, false, [](const Run& r) { r.pack(r.i, PCMWord::int32); }},
+    {"interleave int24 pairs", 6, false, [](const Run& r) { r.pack(r.a, PCMWord::int24Packed); }},
     {"deinterleave int16 pairs", 4, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       std::int16_t* planes[] = {as<std::int16_t>(out), as<std::int16_t>(out) + n};
-       deinterleave(&in.bytes[o], 2, n, planes);
+     [](const Run& r) {
+       I16* planes[] = {r.to<I16>(), r.to<I16>() + r.n};
+       deinterleave(r.bytes, 2, r.n, planes);
      }},
     {"deinterleave int32 pairs", 8, false,
-     [](auto& in, auto o, auto n, auto* out) {
-       std::int32_t* planes[] = {as<std::int32_t>(out), as<std::int32_t>(out) + n};
-       deinterleave(&in.bytes[o], PCMWord::int32, 2, n, planes);
+     [](const Run& r) {
+       I32* planes[] = {r.to<I32>(), r.to<I32>() + r.n};
+       deinterleave(r.bytes, PCMWord::int32, 2, r.n, planes);
      }},
 };
 
@@ -224,19 +163,23 @@ TEST(Vector, EveryInstructionSetGivesTheReferenceResult) {
   for (const Operation& operation : kOperations) {
     for (const std::size_t n : lengths) {
       for (const std::size_t offset : {0u, 1u, 3u}) {
+        const auto runInto = [&](std::vector<std::byte>& out) {
+          const std::size_t o = offset;
+          operation.run(
+              {&in.a[o], &in.b[o], &in.d[o], &in.s[o], &in.i[o], &in.bytes[o], n, out.data()});
+          normaliseNaNs(out, operation);
+        };
         // Sixty-four bytes behind the run must stay as they are.
         const std::size_t size = std::max<std::size_t>(n * operation.outBytesPerElement, 4);
         std::vector<std::byte> expected(size + 64, std::byte{0x5a});
         {
           const AtLevel reference(Level::scalar);
-          operation.run(in, offset, n, expected.data());
+          runInto(expected);
         }
-        normaliseNaNs(expected, operation);
         for (const Level level : availableLevels().subspan(1)) {
           std::vector<std::byte> got(size + 64, std::byte{0x5a});
           const AtLevel tested(level);
-          operation.run(in, offset, n, got.data());
-          normaliseNaNs(got, operation);
+          runInto(got);
           ASSERT_EQ(got, expected) << operation.name << ", level " << static_cast<int>(level)
                                    << ", length " << n << ", offset " << offset;
         }
@@ -419,9 +362,20 @@ TEST(PCMPacking, PutsEverySampleWhereTheDeviceExpectsIt) {
   }
 }
 
+// A plane of samples for each channel, and the pointers to them that a call takes.
+template <class Sample>
+struct Planes {
+  explicit Planes(std::size_t channels) : samples(channels, std::vector<Sample>(kFrames)) {
+    for (auto& plane : samples) pointers.push_back(plane.data());
+  }
+  static constexpr std::size_t kFrames = 600;
+  std::vector<std::vector<Sample>> samples;
+  std::vector<Sample*> pointers;
+};
+
 TEST(PCMPacking, RoundTripsLoseNothing) {
   const Inputs in;
-  constexpr std::size_t kFrames = 600;
+  constexpr std::size_t kFrames = Planes<float>::kFrames;
   for (const Level level : availableLevels()) {
     const AtLevel tested(level);
     for (const PCMWord word : kWords) {
@@ -429,35 +383,27 @@ TEST(PCMPacking, RoundTripsLoseNothing) {
         SCOPED_TRACE(testing::Message() << "word " << static_cast<int>(word) << ", " << channels);
         // Samples that the word can hold: whole multiples of its last bit.
         const unsigned spare = 32 - bitsOf(word);
-        std::vector<std::vector<std::int32_t>> truth(channels);
-        std::vector<std::vector<float>> floats(channels, std::vector<float>(kFrames));
-        std::vector<std::vector<std::int32_t>> back(channels, std::vector<std::int32_t>(kFrames));
-        std::vector<const std::int32_t*> from;
-        std::vector<std::int32_t*> to;
-        std::vector<float*> toFloats;
+        Planes<std::int32_t> truth(channels), back(channels);
+        Planes<float> floats(channels);
+        Planes<std::int16_t> shorts(channels);
         for (std::size_t c = 0; c < channels; ++c) {
           for (std::size_t k = 0; k < kFrames; ++k) {
-            truth[c].push_back(in.i[c * 100 + k] >> spare << spare);
+            truth.samples[c][k] = in.i[c * 100 + k] >> spare << spare;
           }
-          from.push_back(truth[c].data());
-          to.push_back(back[c].data());
-          toFloats.push_back(floats[c].data());
         }
         std::vector<std::byte> stream(kFrames * channels * bytesPerWord(word) + 1);
+        const std::vector<const std::int32_t*> from(truth.pointers.begin(), truth.pointers.end());
         interleave(from.data(), channels, kFrames, word, stream.data() + 1);
-        deinterleave(stream.data() + 1, word, channels, kFrames, to.data());
-        deinterleave(stream.data() + 1, word, channels, kFrames, toFloats.data());
-        EXPECT_EQ(back, truth);
+        deinterleave(stream.data() + 1, word, channels, kFrames, back.pointers.data());
+        deinterleave(stream.data() + 1, word, channels, kFrames, floats.pointers.data());
+        EXPECT_EQ(back.samples, truth.samples);
+        const auto& last = truth.samples.back();
         for (std::size_t k = 0; k < kFrames; ++k) {
-          ASSERT_EQ(floats[channels - 1][k],
-                    static_cast<float>(truth[channels - 1][k] / 2147483648.0));
+          ASSERT_EQ(floats.samples.back()[k], static_cast<float>(last[k] / 2147483648.0));
         }
         if (word != PCMWord::int16) continue;
-        std::vector<std::vector<std::int16_t>> shorts(channels, std::vector<std::int16_t>(kFrames));
-        std::vector<std::int16_t*> toShorts;
-        for (auto& plane : shorts) toShorts.push_back(plane.data());
-        deinterleave(stream.data() + 1, channels, kFrames, toShorts.data());
-        EXPECT_EQ(shorts[channels - 1][77], truth[channels - 1][77] >> 16);
+        deinterleave(stream.data() + 1, channels, kFrames, shorts.pointers.data());
+        EXPECT_EQ(shorts.samples.back()[77], last[77] >> 16);
       }
     }
   }

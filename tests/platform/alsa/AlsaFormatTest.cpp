@@ -107,10 +107,7 @@ TEST(AlsaFormat, MonoGoesToTheFirstTwoChannelsAndTheRestIsSilent) {
 }
 
 TEST(AlsaDevice, PeriodsGrowWithTheRateAndStayShort) {
-  EXPECT_EQ(periodLimit(44'100), 4096u);
   EXPECT_EQ(periodLimit(48'000), 4096u);
-  EXPECT_EQ(periodLimit(96'000), 8192u);
-  EXPECT_EQ(periodLimit(192'000), 16'384u);
   EXPECT_EQ(periodLimit(384'000), 32'768u);
   for (const double rate : {8'000., 44'100., 88'200., 176'400., 352'800., 768'000.}) {
     // The engine lowers a rate whose largest buffer holds less than 40 ms.

@@ -9,14 +9,13 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "foundation/Realtime.h"
 #include "platform/audio/OutputUnit.h"
+#include "support/Eventually.h"
 #include "support/TemporaryFolder.h"
 
 namespace velorin::test {
@@ -33,6 +32,10 @@ class AlsaConfiguration {
   const TemporaryFolder& folder() const { return _folder; }
   std::filesystem::path tap(const std::string& pcm) const { return _folder / (pcm + ".raw"); }
 
+  /// One of 48 kHz and two channels.
+  void addStereo(const std::string& pcm, const std::string& format, const std::string& rest = "") {
+    addScripted(pcm, fmt::format("formats [ {} ] rates [ 48000 ] channels [ 2 ] {}", format, rest));
+  }
   /// A device of the plug-in ScriptedPcm.cpp with these settings, and a tap.
   void addScripted(const std::string& pcm, const std::string& settings) {
     add(pcm, fmt::format("type scripted tap \"{}\" {}", tap(pcm).string(), settings));
@@ -65,17 +68,6 @@ class AlsaConfiguration {
   std::string _text;
   int _version = 0;
 };
-
-/// True when the condition came to hold within the time.
-inline bool eventually(const std::function<bool()>& condition,
-                       std::chrono::milliseconds time = std::chrono::seconds(10)) {
-  const auto deadline = std::chrono::steady_clock::now() + time;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
 
 /// 32 noise bits for a frame of a channel, both ends of the range among the first ones.
 inline std::int32_t noiseSample(std::uint64_t frame, std::uint32_t channel) {

@@ -220,8 +220,7 @@ struct HoggedCard {
 };
 
 TEST(DeviceHog, GoesWithTheReservationAndNamesWhoRefuses) {
-  AlsaConfiguration::instance().addScripted("hog",
-                                            "formats [ S16_LE ] rates [ 48000 ] channels [ 2 ]");
+  AlsaConfiguration::instance().addStereo("hog", "S16_LE");
   HoggedCard card("hog");
   EXPECT_EQ(card.hardware.hogOwner(card.device), -1);
   EXPECT_EQ(card.hardware.setHogOwner(card.device, 1).code, -EPERM);
@@ -245,9 +244,7 @@ TEST(DeviceHog, GoesWithTheReservationAndNamesWhoRefuses) {
 TEST(DeviceHog, WaitsForAHolderThatIsStillClosingAndGivesUpOnOneThatIsNot) {
   auto& configuration = AlsaConfiguration::instance();
   const auto held = configuration.folder() / "card-held";
-  configuration.addScripted(
-      "hog_held",
-      fmt::format("formats [ S16_LE ] rates [ 48000 ] channels [ 2 ] busy \"{}\"", held.string()));
+  configuration.addStereo("hog_held", "S16_LE", fmt::format("busy \"{}\"", held.string()));
   HoggedCard card("hog_held");
   std::ofstream(held) << "x";
   const AudioStatus status = card.hardware.setHogOwner(card.device, getpid());
@@ -263,8 +260,7 @@ TEST(DeviceHog, WaitsForAHolderThatIsStillClosingAndGivesUpOnOneThatIsNot) {
 }
 
 TEST(DeviceHog, AHigherPriorityInterruptsWhatPlays) {
-  AlsaConfiguration::instance().addScripted(
-      "hog_play", "formats [ S16_LE ] rates [ 48000 ] channels [ 2 ] clock 1");
+  AlsaConfiguration::instance().addStereo("hog_play", "S16_LE", "clock 1");
   HoggedCard card("hog_play");
   ASSERT_TRUE(card.hardware.setHogOwner(card.device, getpid()).ok());
   test::NoiseRenderer renderer(StreamFormat::planarFloat(48'000, 2));
