@@ -175,24 +175,6 @@ TEST_F(Effects, AChainSetsOrderAndSwitchesOfItsMembersAlone) {
   EXPECT_TRUE(_effects.crossfeed.isEnabled());
 }
 
-TEST_F(Effects, OrderIsHeard) {
-  _effects.preAmp.setGain(12);
-  _effects.tubeWarmth.setDrive(1);
-  _effects.tubeWarmth.setMix(1);
-  const auto played = [&](std::vector<DSPChainEntry> entries) {
-    _effects.applyChain(entries);
-    test::Signal signal = test::sine(2, 256, 997, 44100);
-    AudioBufferList list = test::listOf(signal, 0, 256);
-    _effects.chain.process(list, 256, 44100);
-    return signal;
-  };
-  const test::Signal input = test::sine(2, 256, 997, 44100);
-  EXPECT_FALSE(test::identical(played({entry(preAmp), entry(tubeWarmth)}),
-                               played({entry(tubeWarmth), entry(preAmp)})));
-  EXPECT_TRUE(test::identical(played({}), input));
-  EXPECT_TRUE(test::identical(played({entry(tubeWarmth, false), entry(preAmp, false)}), input));
-}
-
 TEST_F(Effects, AProfileIsLookedUpOnceAndKeptWhenUnknown) {
   const auto applied = [&](std::optional<std::string> id) {
     _effects.applyChain({entry(headphoneProfile, true, std::move(id))});

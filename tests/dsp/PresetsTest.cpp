@@ -102,8 +102,7 @@ TEST(EQPresetManager, AFileNameHoldsLettersMarksAndNumbers) {
       {"a\u00A0b\tc\nd", "a_b_c_d.json"},
       {"🎧 “loud” — €", "_ _loud_ _ _.json"},
       {"bad \xff\xfe", "bad __.json"},
-      {"", ".json"},
-  };
+      {"", ".json"}};
   for (const auto& [name, file] : cases) EXPECT_EQ(EQPresetManager::fileName(name), file);
 }
 
@@ -146,14 +145,7 @@ TEST(EQPresetManager, FilesThatAreNoPresetsAreLoggedAndLeftOut) {
     return fmt::format(R"({{"name":"x","isBuiltIn":false,"bands":{}}})", bands);
   };
   std::vector<std::string> texts = {
-      "",
-      "null",
-      "[]",
-      "{",
-      "\xff\xfe{}",
-      preset("[") + "]",
-      preset("{}"),
-      preset("[7]"),
+      "", "null", "[]", "{", "\xff\xfe{}", preset("[") + "]", preset("{}"), preset("[7]"),
       preset(R"([{"frequency":NaN,"gain":0,"q":1,"filterType":0}])"),
       preset(R"([{"frequency":1e999,"gain":0,"q":1,"filterType":0}])"),
       preset(R"([{"frequency":"1","gain":0,"q":1,"filterType":0}])"),
@@ -164,17 +156,12 @@ TEST(EQPresetManager, FilesThatAreNoPresetsAreLoggedAndLeftOut) {
       preset(R"([{"frequency":1,"gain":0,"q":1,"filterType":-1}])"),
       preset(R"([{"frequency":1,"gain":0,"q":1,"filterType":0.5}])"),
       preset(R"([{"frequency":1,"gain":0,"q":1,"filterType":"peaking"}])"),
-      R"({"isBuiltIn":false,"bands":[]})",
-      R"({"name":"x","bands":[]})",
-      R"({"name":"x","isBuiltIn":false})",
-      R"({"name":1,"isBuiltIn":false,"bands":[]})",
-      R"({"name":"x","isBuiltIn":0,"bands":[]})",
-      preset("[" + band + "]") + "x",
+      R"({"isBuiltIn":false,"bands":[]})", R"({"name":"x","bands":[]})",
+      R"({"name":"x","isBuiltIn":false})", R"({"name":1,"isBuiltIn":false,"bands":[]})",
+      R"({"name":"x","isBuiltIn":0,"bands":[]})", preset("[" + band + "]") + "x",
       // Deep, and deep where bands are; too large by one, though it would be a preset.
-      std::string(900'000, '['),
-      preset(std::string(300'000, '[') + std::string(300'000, ']')),
-      preset("[]") + std::string(EQPresetManager::kLargestFile, ' '),
-  };
+      std::string(900'000, '['), preset(std::string(300'000, '[') + std::string(300'000, ']')),
+      preset("[]") + std::string(EQPresetManager::kLargestFile, ' ')};
   for (const auto& text : texts) {
     const test::TemporaryFolder folder;
     EQPresetManager manager(folder.path());
@@ -237,8 +224,7 @@ TEST(Unicode, LowercaseOfEveryScript) {
       {"HD 600", "hd 600"}, {"ÀÞÿ", "àþÿ"}, {"ŽLUŤ", "žluť"}, {"ΣΟΦΌΣ", "σοφόσ"},
       {"МОСКВА", "москва"}, {"Ǆǅǆ", "ǆǆǆ"}, {"İ", "i̇"},       {"ẞ", "ß"},
       {"Ⴀ", "ⴀ"},           {"𐐀", "𐐨"},     {"日本", "日本"}, {"×÷", "×÷"},
-      {"a\xff", "a\uFFFD"}, {"", ""},
-  };
+      {"a\xff", "a\uFFFD"}, {"", ""}};
   for (const auto& [text, lower] : cases) EXPECT_EQ(unicode::lowercased(text), lower);
 }
 

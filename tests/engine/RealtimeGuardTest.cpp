@@ -43,35 +43,25 @@ std::vector<ForbiddenCall> forbiddenCalls() {
   static const int null = ::open("/dev/null", O_RDWR);
   static std::FILE* const file = std::fopen("/dev/null", "w");
   static const timespec noTime{};
+  static void* aligned = nullptr;
+  static char byte = 0;
+  static int count = 0;
   return {
       {"malloc", [] { sink = std::malloc(24); }},
       {"calloc", [] { sink = std::calloc(3, 8); }},
       {"realloc", [] { sink = std::realloc(block, 16); }},
       {"aligned_alloc", [] { sink = std::aligned_alloc(64, 64); }},
-      {"posix_memalign",
-       [] {
-         void* made = nullptr;
-         if (posix_memalign(&made, 64, 64) == 0) sink = made;
-       }},
-      {"free",
-       [] {
-         if (void* made = sink) std::free(made);
-       }},
+      {"free", [] { std::free(sink); }},
+      {"posix_memalign", [] { EXPECT_EQ(posix_memalign(&aligned, 64, 64), 0); }},
       {"malloc", [] { sink = ::operator new(24); }},
       {"aligned_alloc", [] { sink = ::operator new (64, std::align_val_t{64}); }},
       {"free", [] { ::operator delete(sink); }},
       {"malloc", [] { sink = new std::string(100, 'x'); }},
       // A shared library's own allocation and locking count as well.
       {"calloc", [] { sink = FLAC__stream_decoder_new(); }},
-      {"pthread_mutex_lock",
-       [] {
-         mutex.lock();
-         mutex.unlock();
-       }},
+      {"pthread_mutex_lock", [] { std::lock_guard hold(mutex); }},
       {"pthread_mutex_clocklock",
-       [] {
-         if (timedMutex.try_lock_for(std::chrono::microseconds(1))) timedMutex.unlock();
-       }},
+       [] { std::unique_lock hold(timedMutex, std::chrono::microseconds(1)); }},
       {"pthread_rwlock_rdlock", [] { std::shared_lock hold(sharedMutex); }},
       {"pthread_rwlock_wrlock", [] { std::unique_lock hold(sharedMutex); }},
       {"pthread_cond_clockwait",
@@ -94,19 +84,11 @@ std::vector<ForbiddenCall> forbiddenCalls() {
       {"clock_nanosleep", [] { clock_nanosleep(CLOCK_MONOTONIC, 0, &noTime, nullptr); }},
       {"usleep", [] { usleep(0); }},
       {"poll", [] { poll(nullptr, 0, 0); }},
-      {"read",
-       [] {
-         char byte = 0;
-         EXPECT_EQ(read(null, &byte, 1), 0);
-       }},
+      {"read", [] { EXPECT_EQ(read(null, &byte, 1), 0); }},
       {"write", [] { EXPECT_EQ(write(null, "x", 1), 1); }},
       {"open(64)?", [] { close(open("/dev/null", O_RDONLY)); }},
       {"close", [] { close(-1); }},
-      {"ioctl",
-       [] {
-         int count = 0;
-         ioctl(null, FIONREAD, &count);
-       }},
+      {"ioctl", [] { ioctl(null, FIONREAD, &count); }},
       {"fprintf", [] { std::fprintf(file, "%d", null); }},
       {"(fputs|fwrite)", [] { std::fputs("text", file); }},
       {"(fputc|putc)", [] { std::fputc('x', file); }},
