@@ -8,6 +8,7 @@
 #include "engine/fill/FillThread.h"
 #include "engine/output/ClientFormat.h"
 #include "engine/render/RenderPath.h"
+#include "support/Eventually.h"
 
 namespace velorin {
 namespace {
@@ -77,6 +78,8 @@ class CountingDecoder : public FileDecoder {
   std::vector<std::uint32_t> _asked GUARDED_BY(_mutex);
 };
 
+using test::eventually;
+
 // A session over such a decoder, its fill thread, and a render path that the test pulls.
 struct Rig {
   explicit Rig(std::int64_t total, std::int64_t ringFrames = 1 << 17, double clientRate = 44100,
@@ -95,6 +98,11 @@ struct Rig {
   void start() {
     thread.start(
         session, std::make_unique<FillPCM>(*session), [this] { ++ended; }, false);
+  }
+
+  bool decodesAll() {
+    return eventually(
+        [&] { return session->cells.pendingSeekUsec < 0 && session->cells.eofReached.load(); });
   }
 
   // The transport's way to seek.
@@ -138,15 +146,6 @@ struct Rig {
   FillThread thread;  // last: it stops before what it uses goes
 };
 
-bool waitUntil(const std::function<bool()>& condition) {
-  const auto deadline = Clock::now() + 30s;
-  while (!condition()) {
-    if (Clock::now() > deadline) return false;
-    std::this_thread::sleep_for(200us);
-  }
-  return true;
-}
-
 bool isCount(const std::vector<float>& samples, std::int64_t from) {
   for (std::size_t i = 0; i < samples.size(); ++i) {
     if (samples[i] != static_cast<float>(from + static_cast<std::int64_t>(i))) return false;
@@ -171,12 +170,12 @@ TEST(FillPCM, ReadsUpToTheCueBoundToTheFrame) {
     rig.session->cells.cueEndFrame = c.end;
     rig.session->cells.pendingSeekUsec = 0;
     rig.start();
-    ASSERT_TRUE(waitUntil([&] { return rig.session->cells.eofReached.load(); }));
+    ASSERT_TRUE(rig.decodesAll());
     const auto samples = rig.renderAllThereIs();
     EXPECT_EQ(samples.size(), static_cast<std::size_t>(c.expected));
     EXPECT_TRUE(isCount(samples, c.start));
     EXPECT_EQ(rig.decoder->asked().back(), c.lastAsked);
-    ASSERT_TRUE(waitUntil([&] { return rig.ended == 1; }));
+    ASSERT_TRUE(eventually([&] { return rig.ended == 1; }));
   }
 }
 
@@ -184,7 +183,7 @@ TEST(FillPCM, TheEndComesOnlyWhenTheDeviceHasPlayedItOut) {
   Rig rig(5'000);
   rig.session->cells.playbackLatencyFrames = 1500;
   rig.start();
-  ASSERT_TRUE(waitUntil([&] { return rig.session->cells.eofReached.load(); }));
+  ASSERT_TRUE(rig.decodesAll());
   rig.render(5'000);
   rig.render(1'499);
   EXPECT_EQ(rig.session->cells.framesAfterEnd, 1'499);
@@ -193,7 +192,7 @@ TEST(FillPCM, TheEndComesOnlyWhenTheDeviceHasPlayedItOut) {
   EXPECT_TRUE(rig.thread.isRunning());
   EXPECT_EQ(rig.ended, 0);
   rig.render(1);
-  EXPECT_TRUE(waitUntil([&] { return rig.ended == 1 && !rig.thread.isRunning(); }));
+  EXPECT_TRUE(eventually([&] { return rig.ended == 1 && !rig.thread.isRunning(); }));
 }
 
 TEST(FillPCM, SeeksToTheFrame) {
@@ -269,20 +268,18 @@ TEST(FillPCM, ASeekAfterTheEndWasDecodedBringsPlaybackBack) {
   Rig rig(100'000);
   rig.start();
   const auto& cells = rig.session->cells;
-  ASSERT_TRUE(waitUntil([&] { return cells.eofReached.load(); }));
+  ASSERT_TRUE(eventually([&] { return cells.eofReached.load(); }));
   EXPECT_EQ(rig.render(1000).size(), 1000u);
   for (const std::int64_t usec : {2'000'000, 0, 1'000'000}) {
     rig.seek(usec);
-    ASSERT_TRUE(waitUntil([&] {
-      return cells.pendingSeekUsec == TransportCells::kNoSeek && cells.eofReached.load();
-    }));
+    ASSERT_TRUE(rig.decodesAll());
     const std::int64_t frame = usec * 441 / 10'000;
     EXPECT_EQ(rig.session->ring->framesHeld(), 100'000 - frame);
     EXPECT_TRUE(isCount(rig.render(500), frame));
     EXPECT_EQ(rig.ended, 0);
   }
   rig.renderAllThereIs();
-  EXPECT_TRUE(waitUntil([&] { return rig.ended == 1; }));
+  EXPECT_TRUE(eventually([&] { return rig.ended == 1; }));
 }
 
 TEST(FillPCM, TheResamplersTailIsInTheRingBeforeTheEndIsSaid) {
@@ -297,15 +294,13 @@ TEST(FillPCM, TheResamplersTailIsInTheRingBeforeTheEndIsSaid) {
     Rig rig(c.frames, 1 << 17, c.rate, c.isInteger);
     ASSERT_NE(rig.session->resampler, nullptr);
     rig.start();
-    ASSERT_TRUE(waitUntil([&] { return rig.session->cells.eofReached.load(); }));
+    ASSERT_TRUE(rig.decodesAll());
     const auto expected = std::llround(static_cast<double>(c.frames) * c.rate / 44100);
     EXPECT_EQ(rig.session->ring->framesHeld(), expected);
 
     // And once more after a seek: the filter holds nothing of the first time.
     rig.seek(0);
-    ASSERT_TRUE(waitUntil([&] {
-      return rig.session->cells.pendingSeekUsec < 0 && rig.session->cells.eofReached.load();
-    }));
+    ASSERT_TRUE(rig.decodesAll());
     EXPECT_EQ(rig.session->ring->framesHeld(), expected);
   }
 }
@@ -316,7 +311,7 @@ TEST(FillPCM, SleepsWhilePausedAndWakesWhenTheOutputGoesOn) {
   rig.session->cells.fillThreadShouldRun = true;
   FillPCM fill(*rig.session);
   std::thread thread([&] { fill.run([&] { ++passes; }); });
-  ASSERT_TRUE(waitUntil([&] { return rig.session->ring->freeSpace() < 4096; }));
+  ASSERT_TRUE(eventually([&] { return rig.session->ring->freeSpace() < 4096; }));
 
   // A pass every 5 ms would be 60 in this time, a loop that does not sleep millions.
   const int before = passes;
@@ -326,7 +321,7 @@ TEST(FillPCM, SleepsWhilePausedAndWakesWhenTheOutputGoesOn) {
   const int readsBefore = rig.decoder->reads;
   const auto resumed = Clock::now();
   EXPECT_TRUE(isCount(rig.render(20'000), 0));
-  EXPECT_TRUE(waitUntil([&] { return rig.session->ring->freeSpace() < 4096; }));
+  EXPECT_TRUE(eventually([&] { return rig.session->ring->freeSpace() < 4096; }));
   EXPECT_GT(rig.decoder->reads, readsBefore);
   EXPECT_LT(Clock::now() - resumed, 5s) << "woke by the clock of a paused session";
 
@@ -347,7 +342,7 @@ TEST(FillThread, StopIsPromptWhateverTheThreadWaitsFor) {
     Rig rig(waits == Waits::forTheRingToDrain ? 10'000 : 10'000'000, 1 << 15);
     rig.session->cells.rendering = waits == Waits::forSpaceWhileRendering;
     rig.start();
-    ASSERT_TRUE(waitUntil([&] {
+    ASSERT_TRUE(eventually([&] {
       return rig.session->cells.eofReached.load() || rig.session->ring->freeSpace() < 4096;
     }));
     EXPECT_TRUE(rig.thread.isRunning());
@@ -379,11 +374,11 @@ TEST(FillThread, LeavesAStuckDecoderBehindWithItsSession) {
   Rig next(5'000);
   rig.thread.start(
       next.session, std::make_unique<FillPCM>(*next.session), [] {}, false);
-  EXPECT_TRUE(waitUntil([&] { return next.session->cells.eofReached.load(); }));
+  EXPECT_TRUE(eventually([&] { return next.session->cells.eofReached.load(); }));
   EXPECT_EQ(next.session->ring->framesHeld(), 5'000);
 
   answers->count_down();
-  EXPECT_TRUE(waitUntil([&] { return left.expired(); })) << "nobody closed the file";
+  EXPECT_TRUE(eventually([&] { return left.expired(); })) << "nobody closed the file";
   EXPECT_EQ(rig.ended, 0) << "the end of a track that was left is no news";
   EXPECT_TRUE(rig.thread.stop(false));
 }

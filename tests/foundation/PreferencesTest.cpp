@@ -10,6 +10,7 @@
 
 #include "foundation/AtomicFile.h"
 #include "foundation/Log.h"
+#include "support/Eventually.h"
 #include "support/TemporaryFolder.h"
 
 namespace velorin {
@@ -133,14 +134,10 @@ TEST_F(PreferencesTest, ObserversHearChangesOfTheirKey) {
 
 TEST_F(PreferencesTest, ChangesAreWrittenInTheBackground) {
   Preferences store(_file);
-  const auto start = std::chrono::steady_clock::now();
   store.setText("key", "value");
   std::string failure;
   // The file appears by rename: once it is there it is whole.
-  while (!std::filesystem::exists(_file)) {
-    ASSERT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
-    std::this_thread::yield();
-  }
+  ASSERT_TRUE(test::eventually([&] { return std::filesystem::exists(_file); }));
   EXPECT_NE(readFile(_file, failure)->find("<string>value</string>"), std::string::npos);
   EXPECT_EQ(filesInFolder(), std::set<std::string>{"preferences.plist"});
 }

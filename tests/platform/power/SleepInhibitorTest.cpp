@@ -5,10 +5,10 @@
 #include <systemd/sd-bus.h>
 
 #include <chrono>
-#include <thread>
 
 #include "foundation/Log.h"
 #include "support/DBusSession.h"
+#include "support/Eventually.h"
 
 namespace velorin {
 namespace {
@@ -41,12 +41,7 @@ std::vector<std::string> inhibitors(const DBusSession& session) {
 }
 
 bool comesToHold(const DBusSession& session, const std::vector<std::string>& expected) {
-  const auto deadline = std::chrono::steady_clock::now() + 10s;
-  while (inhibitors(session) != expected) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(20ms);
-  }
-  return true;
+  return test::eventually([&] { return inhibitors(session) == expected; });
 }
 
 TEST(SleepInhibitor, HoldsALockOfLogindWhileItIsAcquired) {
