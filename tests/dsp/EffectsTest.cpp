@@ -185,44 +185,39 @@ TEST(Effects, TheSizeOfBlocksDoesNotShow) {
   }
 }
 
-// Gives the locks away that the render thread tries.
-struct HeldCrossfeed : CrossfeedDSP {
-  RenderLock& lock() { return _design.lock(); }
-};
-struct HeldWidener : StereoWidenerDSP {
-  RenderLock& lock() { return _crossover.lock(); }
-};
-struct HeldSpatial : SpatialAudioDSP {
-  RenderLock& lock() { return _shadow.lock(); }
-};
-struct HeldVinyl : VinylSimulatorDSP {
-  RenderLock& lock() { return _filters.lock(); }
-};
-struct HeldEqualizer : EqualizerDSP {
-  RenderLock& lock() { return _lock; }
-};
-struct HeldProfile : HeadphoneProfileDSP {
-  RenderLock& lock() { return _lock; }
-};
+// Gives the lock away that the render thread tries, wherever the effect has it.
 template <class Effect>
-struct HeldFilter : Effect {
-  RenderLock& lock() { return this->_filter.lock(); }
+struct Held : Effect {
+  RenderLock& lock() {
+    if constexpr (requires { this->_lock; })
+      return this->_lock;
+    else if constexpr (requires { this->_design; })
+      return this->_design.lock();
+    else if constexpr (requires { this->_crossover; })
+      return this->_crossover.lock();
+    else if constexpr (requires { this->_shadow; })
+      return this->_shadow.lock();
+    else if constexpr (requires { this->_filters; })
+      return this->_filters.lock();
+    else
+      return this->_filter.lock();
+  }
 };
 
 TEST(Effects, PassABlockDryWhileAnEditorIsAtTheirFilter) {
-  HeldCrossfeed crossfeed;
-  HeldWidener widener;
+  Held<CrossfeedDSP> crossfeed;
+  Held<StereoWidenerDSP> widener;
   widener.setWidth(2);
-  HeldSpatial spatial;
-  HeldVinyl vinyl;
-  HeldEqualizer equalizer;
+  Held<SpatialAudioDSP> spatial;
+  Held<VinylSimulatorDSP> vinyl;
+  Held<EqualizerDSP> equalizer;
   equalizer.configure(kRate, 2);
   equalizer.setBands(std::vector<EQBand>(31, {.frequency = 1000, .gain = 6}));
-  HeldProfile profile;
+  Held<HeadphoneProfileDSP> profile;
   profile.loadProfile(profileOfTen(), kRate, 2);
-  HeldFilter<SubsonicFilterDSP> subsonic;
-  HeldFilter<RIAAVinylCurveDSP> curve;
-  HeldFilter<LoudnessCompensationDSP> loudness;
+  Held<SubsonicFilterDSP> subsonic;
+  Held<RIAAVinylCurveDSP> curve;
+  Held<LoudnessCompensationDSP> loudness;
   loudness.setVolume(0);
   const auto check = [](auto& effect) {
     SCOPED_TRACE(effect.name());
