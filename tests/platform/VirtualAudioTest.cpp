@@ -125,6 +125,22 @@ TEST_F(VirtualAudioTest, PacedDeviceKeepsTheClientRateAndStopsPromptly) {
   EXPECT_EQ(ramp.calls, calls + 1);
 }
 
+TEST_F(VirtualAudioTest, UnpacedDeviceObeysItsGateAndStopsBehindAClosedOne) {
+  std::atomic<std::uint64_t> allowed = 51200;
+  const AudioDeviceID device = hardware.addDevice(
+      {.bufferFrames = 512, .clock = VirtualClock::unpaced, .pullGate = [&](std::uint32_t frames) {
+         return ramp.frames + frames <= allowed;
+       }});
+  auto unit = unitOn(device);
+  ASSERT_TRUE(unit->start().ok());
+  while (hardware.framesRendered(device) < 51200) std::this_thread::yield();
+  EXPECT_EQ(ramp.frames, 51200u);
+  allowed = 102400;
+  while (hardware.framesRendered(device) < 102400) std::this_thread::yield();
+  unit->stop();
+  EXPECT_EQ(ramp.frames, 102400u);
+}
+
 TEST_F(VirtualAudioTest, UnpluggingRaisesDeviceLostOnceAndEndsCallbacks) {
   for (const VirtualClock clock :
        {VirtualClock::manual, VirtualClock::paced, VirtualClock::unpaced}) {
