@@ -318,7 +318,9 @@ SELECT (SELECT COUNT(*) FROM tracks WHERE totalPlays !=
 
   void checkMarks(sqlite::Reader& reader) {
     std::set<std::pair<std::string, int>> there;
+    const auto waiting = reader.column<Id>("SELECT trackId FROM departedTracks");
     const auto add = [&](const std::string& mark, Id id) {
+      if (!_living.contains(id) && std::ranges::count(waiting, id) == 0) return;
       if (!_soundOf.contains(id)) return;
       if (there.insert({mark, _soundOf[id]}).second && _marks.contains({mark, _soundOf[id]})) {
         found(id);
