@@ -116,7 +116,9 @@ std::vector<std::string> ScanForms::rescan() {
   } catch (const VelorinDatabaseError& error) {
     log::line("❌ Folders could not be marked: {}", error.message);
   }
-  const auto [available, offline] = _volumes.availability(folders, /*attemptRemount=*/false);
+  const auto [available, offline, silent] =
+      _volumes.availability(folders, /*attemptRemount=*/false);
+  if (!silent.empty()) _report->setStalled();
   if (!offline.empty()) {
     _report->addOffline(offline);
     _callbacks.updateStatus(fmt::format("Waiting for {} offline folder(s)…", offline.size()));
@@ -210,7 +212,9 @@ std::vector<std::string> ScanForms::rescan() {
 
 void ScanForms::noteWhatWentAway(const std::vector<std::string>& folders,
                                  EnumeratedFolders& found) const {
-  const auto offline = _volumes.availability(folders, /*attemptRemount=*/false).offline;
+  const auto [available, offline, silent] =
+      _volumes.availability(folders, /*attemptRemount=*/false);
+  if (!silent.empty()) _report->setStalled();
   const auto missing = _volumes.missingInside(folders);
   for (FolderEnumResult& folder : found.folders) {
     const bool isAway = std::ranges::find(offline, folder.folder) != offline.end();

@@ -70,7 +70,9 @@ VolumeResolving::Availability VolumeManager::availability(const std::vector<std:
                                                           bool attemptRemount) {
   Availability sorted;
   const auto isFolder = [&](const std::string& folder) {
-    return reach(folder).kind == PathProbe::Kind::folder;
+    const PathProbe::Kind kind = reach(folder).kind;
+    if (kind == PathProbe::Kind::noAnswer) sorted.silent.push_back(folder);
+    return kind == PathProbe::Kind::folder;
   };
   for (const std::string& folder : folders) {
     const bool isThere =

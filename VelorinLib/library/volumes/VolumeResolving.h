@@ -15,6 +15,7 @@ class VolumeResolving {
   struct Availability {
     std::vector<std::string> available;
     std::vector<std::string> offline;
+    std::vector<std::string> silent = {};  ///< of the offline ones, those that do not answer
   };
 
   /// Sorts the folders, in order. A folder whose volume is not mounted is offline even where an

@@ -45,6 +45,8 @@ struct PathProbe::Question {
   Mutex mutex;
   ConditionVariable answered;
   std::optional<Answer> answer GUARDED_BY(mutex);
+  const std::chrono::steady_clock::time_point asked = std::chrono::steady_clock::now();
+
   bool isDone() {
     const MutexLock lock(mutex);
     return answer.has_value();
@@ -73,8 +75,8 @@ std::shared_ptr<PathProbe::Question> PathProbe::questionFor(const std::string& p
 }
 
 PathProbe::Answer PathProbe::ask(const std::string& path, std::chrono::milliseconds patience) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
   const auto question = questionFor(path);
+  const auto deadline = question->asked + patience;
   const MutexLock lock(question->mutex);
   while (!question->answer) {
     if (!question->answered.waitUntil(question->mutex, deadline)) break;

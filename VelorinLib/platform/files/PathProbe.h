@@ -26,7 +26,8 @@ class PathProbe {
     std::string realPath;  ///< without symbolic links; empty for `nothing` and `noAnswer`
   };
 
-  /// Opens a folder for a moment, which lets an automounter do its work. Waits at most so long.
+  /// Opens a folder for a moment, which lets an automounter do its work. Waits at most so long; for
+  /// an answer that has not come for so long already, not at all.
   Answer ask(const std::string& path, std::chrono::milliseconds patience);
 
  private:
