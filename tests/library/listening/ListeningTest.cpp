@@ -86,8 +86,8 @@ class Listener {
   }
   int parked() { return library.value<int>("SELECT COUNT(*) FROM departedTracks"); }
   void setFavorites(const Ids& ids) {
-    PreferenceList list;
-    for (const std::int64_t id : ids) list.push_back({id});
+    PreferenceList list(ids.size());
+    for (std::size_t i = 0; i < ids.size(); ++i) list[i].value = ids[i];
     preferences.setList(kFavorites, list);
   }
   Ids favorites() {
