@@ -6,6 +6,7 @@
 
 #include "bench/Bench.h"
 #include "bench/LibraryFixture.h"
+#include "bench/Memory.h"
 #include "bench/MusicFile.h"
 #include "foundation/Log.h"
 #include "library/TestLibrary.h"
@@ -95,21 +96,6 @@ void writeFlacWithPicture(const std::filesystem::path& path, const test::Bytes& 
   if (!file.save()) throw std::runtime_error("cannot write the picture");
 }
 
-/// The process's memory in megabytes, and the most that it was since resetPeak().
-double statusMegabytes(const char* key) {
-  std::ifstream status("/proc/self/status");
-  for (std::string word; status >> word;) {
-    if (word != key) continue;
-    double kilobytes = 0;
-    status >> kilobytes;
-    return kilobytes / 1000;
-  }
-  return 0;
-}
-void resetPeak() {
-  std::ofstream("/proc/self/clear_refs") << 5;
-}
-
 const Registration kArtwork("artwork", [](BenchReport& report) {
   const test::Bytes jpeg = test::jpegOf(photograph());
   const BenchFolder home;
@@ -148,13 +134,13 @@ const Registration kMemory("artwork memory", [](BenchReport& report) {
        {Large{"baseline JPEG", test::writeLargeJpeg}, Large{"PNG", test::writeLargePng}}) {
     const std::string path = (folder / name).string();
     write(path, 20'000, 20'000);
-    resetPeak();
-    const double before = statusMegabytes("VmRSS:");
+    forgetPeak();
+    const double before = statusMB("VmRSS");
     const double seconds = secondsOf(1, [&] {
       if (!decodeImageFile(path, 512)) throw std::runtime_error("not decoded");
     });
-    report.add(fmt::format("20000x20000 {}, more memory", name), statusMegabytes("VmHWM:") - before,
-               "MB", atMost(16));
+    report.add(fmt::format("20000x20000 {}, more memory", name), statusMB("VmHWM") - before, "MB",
+               atMost(16));
     report.add("    time", seconds, "s");
   }
 });

@@ -3,12 +3,10 @@
 #include <malloc.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdio>
-#include <fstream>
-#include <thread>
 
 #include "bench/LibraryFixture.h"
+#include "bench/Memory.h"
 #include "library/queries/SortText.h"
 
 namespace velorin::bench {
@@ -89,37 +87,6 @@ const Registration kTracks("library tracks", [](BenchReport& report) {
   addTook(report, "tracks by title, first page, cold, file not in memory",
           tookOf([&] { fetchPage(*library, byTitle, 0); }));
 });
-
-/// The kilobytes that the kernel counts for this process under a name in /proc/self/status.
-double statusMB(const std::string& name) {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with(name + ":")) return std::stod(line.substr(name.size() + 1)) / 1024;
-  }
-  throw std::runtime_error("no " + name);
-}
-
-/// Watches the process's own memory, of which the kernel keeps no peak.
-class PeakWatch {
- public:
-  PeakWatch()
-      : _thread([this] {
-          while (!_stop) {
-            _peak = std::max(_peak.load(), statusMB("RssAnon"));
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-          }
-        }) {}
-  ~PeakWatch() {
-    _stop = true;
-    _thread.join();
-  }
-  double peakMB() const { return _peak; }
-
- private:
-  std::atomic<bool> _stop{false};
-  std::atomic<double> _peak{0};
-  std::thread _thread;
-};
 
 // Anonymous memory is what the program holds; the mapped part of the file belongs to the page cache
 // and goes when others need room.
