@@ -33,7 +33,7 @@ class DatabaseHandle {
   auto read(Closure&& closure) const {
     using Result = std::invoke_result_t<Closure, sqlite::Reader&>;
     const auto queue = dbQueue();
-    if (!queue) return Result{};
+    if (!queue) return Result();
     return queue->read(std::forward<Closure>(closure));
   }
 

@@ -80,7 +80,7 @@ void TrackSounds::addUnknown(sqlite::Reader& reader, Unknown& found, std::size_t
     ids.insert(ids.end(), others.begin(), others.end());
   }
   std::ranges::sort(ids);
-  ids.erase(std::ranges::unique(ids).begin(), ids.end());
+  ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
   sqlite::forEachSlice(ids, [&](std::span<const std::int64_t> slice) {
     reader.each(
         fmt::format(R"(
