@@ -13,7 +13,7 @@ apt_build="make cmake ninja-build g++ ccache pkg-config git ca-certificates
 # program plays into its paced null output.
 apt_run=""
 apt_test="libgtest-dev flac ffmpeg wavpack libjmac-java default-jre-headless
-  libfuse3-dev fuse3 pipewire pipewire-bin wireplumber pipewire-alsa alsa-utils
+  libfuse3-dev fuse3 e2fsprogs mount pipewire pipewire-bin wireplumber pipewire-alsa alsa-utils
   dbus dbus-bin python3 python3-dbusmock"
 apt_bench="sqlite3 libavfilter-dev"
 apt_lint="clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev"
