@@ -7,14 +7,12 @@
 #include "foundation/Normalization.h"
 #include "foundation/Text.h"
 #include "foundation/Unicode.h"
+#include "library/scan/SupportedFiles.h"
 
 namespace velorin {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::array kAudioExtensions = {"flac", "alac", "aiff", "aif", "wav",  "m4a", "mp3",
-                                         "dsf",  "dff",  "ape",  "wv",  "opus", "caf"};
 
 bool isFile(const fs::path& path) {
   std::error_code unreachable;
@@ -60,15 +58,11 @@ std::optional<std::string> findByStem(const fs::path& folder, const std::vector<
   for (fs::directory_iterator entries(folder, unreadable), end; !unreadable && entries != end;
        entries.increment(unreadable)) {
     const fs::path& path = entries->path();
-    const std::string extension = text::fileExtension(path.native());
-    if (std::find(kAudioExtensions.begin(), kAudioExtensions.end(), extension) ==
-        kAudioExtensions.end()) {
-      continue;
-    }
+    if (kindOfFile(path.native()) != FileKind::audio) continue;
     const std::string stem = folded(path.stem().native());
     for (const Wanted& each : wanted) {
       if (each.stem != stem) continue;
-      const bool isExact = each.extension == extension;
+      const bool isExact = each.extension == text::fileExtension(path.native());
       const bool isBetter =
           !best || (isExact != bestIsExact ? isExact : path.native() < best->native());
       if (!isBetter || !isFile(path)) continue;
