@@ -26,6 +26,9 @@ AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences, Even
       devices(hardware_, preferences, bus_),
       settings(EngineSettings::load(preferences)),
       output(hardware_, devices) {
+  joinSettings.setGaplessEnabled(preferences.getBool("gaplessPlayback").value_or(true));
+  joinSettings.setCrossfadeEnabled(preferences.getBool("crossfadePlayback").value_or(false));
+  joinSettings.setCrossfadeDuration(preferences.getDouble("crossfadeDuration").value_or(0));
   devices.restore();
   effects->applyChain(startUpChain(preferences, *effects).entries);
 }
@@ -99,6 +102,22 @@ int AudioEngine::sourceBitDepth() const {
 int AudioEngine::playGeneration() const {
   return _impl->playGeneration.load();
 }
+
+void AudioEngine::setNextTrack(std::optional<Track> next, bool mayCrossfade) {
+  std::optional<NextTrack::Wish> wish;
+  if (next) wish = {.track = std::move(*next), .mayCrossfade = mayCrossfade};
+  _impl->nextTrack.set(std::move(wish));
+}
+
+std::optional<Track> AudioEngine::nextTrack() const {
+  auto wish = _impl->nextTrack.get();
+  return wish ? std::optional(std::move(wish->track)) : std::nullopt;
+}
+
+bool AudioEngine::gaplessTransitionPending() const noexcept {
+  return false;
+}
+
 PlaybackFacts AudioEngine::facts() const {
   return _impl->facts();
 }
@@ -154,6 +173,25 @@ bool AudioEngine::integerMode() const {
 void AudioEngine::setIntegerMode(bool on) {
   RecursiveMutexLock hold(_impl->lifecycleLock);
   _impl->settings.integerMode = on;
+}
+
+bool AudioEngine::gaplessEnabled() const noexcept {
+  return _impl->joinSettings.gaplessEnabled();
+}
+void AudioEngine::setGaplessEnabled(bool on) {
+  _impl->joinSettings.setGaplessEnabled(on);
+}
+bool AudioEngine::crossfadePlaybackEnabled() const noexcept {
+  return _impl->joinSettings.crossfadeEnabled();
+}
+void AudioEngine::setCrossfadePlaybackEnabled(bool on) {
+  _impl->joinSettings.setCrossfadeEnabled(on);
+}
+double AudioEngine::crossfadeDuration() const noexcept {
+  return _impl->joinSettings.crossfadeDuration();
+}
+void AudioEngine::setCrossfadeDuration(double seconds) {
+  _impl->joinSettings.setCrossfadeDuration(seconds);
 }
 
 bool AudioEngine::exclusiveMode() const {

@@ -75,6 +75,18 @@ class AudioEngine {
   /// Incremented by every stop().
   int playGeneration() const;
 
+  // --- The next track ---
+
+  /// What comes after the track that plays, prepared at once and joined to it without a gap; empty
+  /// for nothing, so that the end is told by PlayNextTrack. May be called again at any time: a
+  /// track that was joined already but is not heard yet gives way to the new one. Each
+  /// TrackDidChange with a join has taken it, so that it is set anew after that. `mayCrossfade`
+  /// false: joined without a crossfade, whatever the setting. Main thread; never blocks.
+  void setNextTrack(std::optional<Track> next, bool mayCrossfade = true);
+  std::optional<Track> nextTrack() const;
+  /// From the moment on that the next track is decoded until its TrackDidChange is posted.
+  bool gaplessTransitionPending() const noexcept;
+
   /// For a device without a clock of its own: true when the next `frames` frames can be rendered
   /// without a gap, or when the stream has ended. Lock-free. For the running device's own thread
   /// (what it looks at lives until the device has stopped), or the engine queue.
@@ -88,6 +100,13 @@ class AudioEngine {
   void setVolumeMode(VolumeMode mode);
   bool integerMode() const;
   void setIntegerMode(bool on);
+  /// Joins follow these from the next one on.
+  bool gaplessEnabled() const noexcept;
+  void setGaplessEnabled(bool on);
+  bool crossfadePlaybackEnabled() const noexcept;
+  void setCrossfadePlaybackEnabled(bool on);
+  double crossfadeDuration() const noexcept;
+  void setCrossfadeDuration(double seconds);  ///< 0 or less, or not a number, becomes 3
   bool exclusiveMode() const;
   /// Takes or gives back exclusive access at once.
   void setExclusiveMode(bool on);

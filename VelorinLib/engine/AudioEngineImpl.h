@@ -10,6 +10,8 @@
 #include "engine/PlaybackSession.h"
 #include "engine/devices/OutputDevices.h"
 #include "engine/fill/FillThread.h"
+#include "engine/joins/JoinSettings.h"
+#include "engine/joins/NextTrack.h"
 #include "engine/output/OutputSession.h"
 #include "engine/render/RenderPath.h"
 #include "engine/transport/NowPlaying.h"
@@ -92,6 +94,8 @@ struct AudioEngine::Impl {
   const std::shared_ptr<DSPEffects> effects;
   SpectrumCaptureRing spectrumCaptureRing{4096};
   NowPlaying nowPlaying;
+  JoinSettings joinSettings;
+  NextTrack nextTrack;
   ProgressTimer progressTimer;
   OutputDevices devices;
   SleepInhibitor sleepInhibitor;
