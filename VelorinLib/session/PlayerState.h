@@ -22,6 +22,7 @@
 #include "records/TrackInfo.h"
 #include "session/PlayerServices.h"
 #include "session/PlayerTypes.h"
+#include "session/TrackList.h"
 
 namespace velorin {
 
@@ -97,9 +98,11 @@ class PlayerState {
   /// The playing track goes on.
   void clearTimeline();
 
-  const std::vector<TrackInfo>& timeline() const noexcept;
+  /// Copies of these lists are cheap at any length.
+  const TrackList& timeline() const noexcept;
   int timelineIndex() const noexcept;  ///< -1 when nothing is selected
-  const std::vector<TrackInfo>& originalTimeline() const noexcept;
+  /// The unshuffled timeline, while shuffle is on.
+  const TrackList& originalTimeline() const noexcept;
 
   // --- History ---
 
