@@ -8,13 +8,28 @@
 
 namespace velorin {
 
-LibraryServices::LibraryServices()
-    : _preferences(paths::preferencesFile()),
+struct LibraryServices::Own {
+  EventBus events;
+  Preferences preferences{paths::preferencesFile()};
+};
+
+LibraryServices::LibraryServices() : LibraryServices(std::make_unique<Own>()) {}
+
+LibraryServices::LibraryServices(std::unique_ptr<Own> own)
+    : LibraryServices(own->events, own->preferences) {
+  _own = std::move(own);
+}
+
+LibraryServices::LibraryServices(EventBus& events, Preferences& preferences)
+    : _events(events),
+      _preferences(preferences),
       _manager(DatabaseManager::open(defaultLibraryFile(), &_events)),
       _artworkCache(paths::dataDirectory()),
       _artwork(_manager->database(), _artworkCache),
       _listening(_manager->database(), _preferences),
       _scanner(scannerParts()) {}
+
+LibraryServices::~LibraryServices() = default;
 
 void LibraryServices::followVolumes() {
   try {

@@ -52,6 +52,13 @@ void AudioEngine::stop() {
   _impl->stop();
 }
 
+void AudioEngine::shutDown() {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  // Cleared first, for it tells stop() that the device is to be given back.
+  _impl->settings.exclusiveMode = false;
+  _impl->stop();
+}
+
 void AudioEngine::pause() {
   RecursiveMutexLock hold(_impl->lifecycleLock);
   _impl->pause();

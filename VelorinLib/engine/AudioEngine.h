@@ -48,6 +48,9 @@ class AudioEngine {
   void play(const Track& track, std::optional<double> startTime = std::nullopt);
   /// Releases everything. Never blocks on a slow file.
   void stop();
+  /// For the end of the program: gives up exclusive mode for good and stops, so that the device is
+  /// free for others.
+  void shutDown();
   void pause();
   void resume();
   /// From stopped: plays lastTrack() again. From playing: pauses. From paused: resumes.

@@ -25,6 +25,9 @@ class FileDescriptor {
   explicit operator bool() const noexcept { return _descriptor >= 0; }
   int get() const noexcept { return _descriptor; }
 
+  /// Gives it to another owner.
+  int release() noexcept { return std::exchange(_descriptor, -1); }
+
   /// False, with errno, when the system reports a failed write only now.
   bool close() noexcept { return ::close(std::exchange(_descriptor, -1)) == 0; }
 

@@ -64,6 +64,12 @@ void LibraryScanner::setAutoScan(bool enabled) {
   });
 }
 
+void LibraryScanner::stop() {
+  _control->setWatching(false);
+  cancel();
+  _watchQueue.async([this] { stopWatching(); });
+}
+
 void LibraryScanner::foldersDidChange() {
   if (!_control->isWatching()) return;
   _watchQueue.async([this] {

@@ -47,6 +47,8 @@ class LibraryScanner {
   void start();
   /// Starts or stops watching; stopping cancels a scan.
   void setAutoScan(bool enabled);
+  /// Ends watching and scans for good, as the program does; returns at once.
+  void stop();
   /// The list of music folders has changed.
   void foldersDidChange();
   /// A volume was mounted there. With auto-scan on, the music folders on it are scanned, and those
