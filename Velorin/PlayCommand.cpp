@@ -38,7 +38,7 @@ constexpr std::string_view kKeysHelp =
 class PlaySession : private TrackSequenceListener {
  public:
   PlaySession(const PlayOptions& options, AudioHardware& hardware, Preferences& preferences,
-              std::vector<std::filesystem::path> files)
+              std::vector<PlayListEntry> files)
       : _options(options),
         _files(files),
         _console(STDOUT_FILENO),
@@ -79,7 +79,7 @@ class PlaySession : private TrackSequenceListener {
     ++_played;
     _index = index;
     _file = file;
-    const auto paths = pathTexts(file, _engine.facts());
+    const auto paths = pathTexts(_engine.facts());
     if (_console.isInteractive()) {
       _console.print(number(index) + "  " + titleText());
       _console.print("     " + paths.front());
@@ -92,7 +92,7 @@ class PlaySession : private TrackSequenceListener {
   void trackEnded(std::size_t, bool playedOut) override { finishTrack(playedOut); }
 
   void trackFailed(std::size_t index, const std::string& reason) override {
-    _console.printError("velorin: " + text::pathForDisplay(_files[index]) + ": " + reason);
+    _console.printError("velorin: " + text::pathForDisplay(_files[index].path) + ": " + reason);
   }
 
   void sequenceEnded(bool outputFailed) override {
@@ -165,7 +165,7 @@ class PlaySession : private TrackSequenceListener {
       head += fmt::format(" · {:.0f} %", std::round(volume * 100));
     }
     _console.setStatus(
-        composeStatus(head, titleText(), pathTexts(*_file, _engine.facts()), _console.columns()));
+        composeStatus(head, titleText(), pathTexts(_engine.facts()), _console.columns()));
   }
 
   std::string number(std::size_t index) const {
@@ -228,7 +228,7 @@ class PlaySession : private TrackSequenceListener {
   }
 
   const PlayOptions& _options;
-  const std::vector<std::filesystem::path> _files;
+  const std::vector<PlayListEntry> _files;
   Console _console;
   EventBus _bus;
   AudioEngine _engine;
@@ -253,7 +253,7 @@ int runPlay(const PlayOptions& options) {
                  /*useJournalIfConnected=*/false);
   PlayList list = expandInputs(options.inputs);
   for (const std::string& problem : list.problems) reportError(problem);
-  if (list.files.empty()) {
+  if (list.entries.empty()) {
     if (list.problems.empty()) reportError("nothing to play: give files or folders");
     return kExitFailure;
   }
@@ -270,7 +270,7 @@ int runPlay(const PlayOptions& options) {
   }
   // A device that is named for one run is not to become the saved one.
   Preferences preferences(device == kNoDevice ? paths::preferencesFile() : std::filesystem::path());
-  PlaySession session(options, *audio.hardware, preferences, std::move(list.files));
+  PlaySession session(options, *audio.hardware, preferences, std::move(list.entries));
   return session.run(device);
 }
 

@@ -1,14 +1,18 @@
 #include "PlayList.h"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <system_error>
 #include <utility>
 
 #include "engine/decoders/DecoderFactory.h"
 #include "foundation/Text.h"
+#include "library/cue/ExternalTracks.h"
+#include "library/playlists/M3UManager.h"
 
 namespace velorin {
 namespace fs = std::filesystem;
@@ -48,45 +52,175 @@ int compareNaturally(std::string_view a, std::string_view b) {
   return static_cast<int>(j == b.size()) - static_cast<int>(i == a.size());
 }
 
-/// Collects the files below one folder.
+bool isSupported(const std::string& path) {
+  return DecoderFactory::isSupportedExtension(text::fileExtension(path));
+}
+
+bool isSheet(const fs::path& path) {
+  return text::fileExtension(path.native()) == "cue";
+}
+
+bool isPlaylist(const fs::path& path) {
+  const std::string extension = text::fileExtension(path.native());
+  return extension == "m3u" || extension == "m3u8";
+}
+
+/// A sheet finds its audio file from the folder that it lies in, which a bare name does not tell.
+std::vector<PlayListEntry> entriesOfSheet(const fs::path& sheet) {
+  std::error_code unreachable;
+  std::vector<PlayListEntry> entries;
+  for (TrackInfo& info : trackInfosFromCue(fs::absolute(sheet, unreachable).native())) {
+    std::string path = info.track.filePath;
+    entries.push_back({std::move(path), std::move(info)});
+  }
+  return entries;
+}
+
+/// Device and number of a file: the same by whatever name.
+using FileIdentity = std::pair<dev_t, ino_t>;
+
+std::optional<FileIdentity> identityOf(const fs::path& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
+  return FileIdentity{status.st_dev, status.st_ino};
+}
+
+/// Collects what is to be played below one folder.
 class FolderWalk {
  public:
-  std::vector<fs::path> files;
+  std::vector<PlayListEntry> entries;
 
   std::error_code visit(const fs::path& folder) {
-    struct stat status {};
+    const auto identity = identityOf(folder);
+    if (!identity) return {errno, std::generic_category()};
     // A folder that was seen already: a link back up, or the same folder by two links.
-    if (::stat(folder.c_str(), &status) != 0) return {errno, std::generic_category()};
-    if (!_seen.insert({status.st_dev, status.st_ino}).second) return {};
+    if (!_seen.insert(*identity).second) return {};
     std::error_code error;
-    fs::directory_iterator entries(folder, error);
+    fs::directory_iterator listing(folder, error);
     if (error) return error;
-    std::vector<fs::path> names;
-    for (; entries != fs::directory_iterator(); entries.increment(error)) {
-      names.push_back(entries->path().filename());
+    std::vector<fs::path> paths;
+    for (; listing != fs::directory_iterator(); listing.increment(error)) {
+      const fs::path name = listing->path().filename();
+      if (!name.native().starts_with('.')) paths.push_back(folder / name);
       if (error) break;
     }
-    std::sort(names.begin(), names.end(), [](const fs::path& a, const fs::path& b) {
-      return naturalLess(a.native(), b.native());
+    std::sort(paths.begin(), paths.end(), [](const fs::path& a, const fs::path& b) {
+      return naturalLess(a.filename().native(), b.filename().native());
     });
-    for (const fs::path& name : names) take(folder / name);
+    SheetTracks sheets = sheetsAmong(paths);
+    for (const fs::path& path : paths) take(path, sheets);
     return {};
   }
 
  private:
-  void take(const fs::path& path) {
-    if (path.filename().native().starts_with('.')) return;
+  /// By the sheet's path.
+  using SheetTracks = std::map<fs::path, std::vector<PlayListEntry>>;
+
+  SheetTracks sheetsAmong(const std::vector<fs::path>& paths) {
+    SheetTracks sheets;
+    for (const fs::path& path : paths) {
+      std::error_code error;
+      if (!isSheet(path) || !fs::is_regular_file(path, error)) continue;
+      std::vector<PlayListEntry> tracks = entriesOfSheet(path);
+      std::set<FileIdentity> files;
+      bool isUsable = true;
+      for (const PlayListEntry& track : tracks) {
+        const auto file = identityOf(track.path);
+        // A second sheet of the same file would play it twice.
+        isUsable = isUsable && file && isSupported(track.path) && !_covered.contains(*file);
+        if (file) files.insert(*file);
+      }
+      if (!isUsable) continue;
+      _covered.merge(files);
+      sheets.emplace(path, std::move(tracks));
+    }
+    return sheets;
+  }
+
+  void take(const fs::path& path, SheetTracks& sheets) {
+    if (const auto sheet = sheets.find(path); sheet != sheets.end()) {
+      std::move(sheet->second.begin(), sheet->second.end(), std::back_inserter(entries));
+      return;
+    }
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
     if (fs::is_directory(status)) {
       visit(path);  // a sub-folder that cannot be read is passed over
-    } else if (fs::is_regular_file(status) &&
-               DecoderFactory::isSupportedExtension(text::fileExtension(path.native()))) {
-      files.push_back(path);
+    } else if (fs::is_regular_file(status) && isSupported(path.native())) {
+      const auto file = identityOf(path);
+      if (!file || !_covered.contains(*file)) entries.push_back({path.native(), {}});
     }
   }
 
-  std::set<std::pair<dev_t, ino_t>> _seen;
+  std::set<FileIdentity> _seen;     ///< folders
+  std::set<FileIdentity> _covered;  ///< files whose tracks a sheet tells
+};
+
+/// Turns arguments into entries, one after the other.
+class Expansion {
+ public:
+  void add(const fs::path& input) {
+    std::error_code error;
+    if (fs::is_directory(input, error)) return addFolder(input);
+    if (isPlaylist(input)) return addPlaylist(input);
+    addFile(input);
+  }
+
+  PlayList list;
+
+ private:
+  void addFolder(const fs::path& folder) {
+    FolderWalk walk;
+    if (const std::error_code failed = walk.visit(folder)) {
+      complain(folder, failed.message() + ": make the folder readable");
+    } else if (walk.entries.empty()) {
+      complain(folder, "no music in this folder: choose one with FLAC files");
+    }
+    append(std::move(walk.entries));
+  }
+
+  void addFile(const fs::path& file) {
+    std::error_code error;
+    if (!isSheet(file) || !fs::is_regular_file(file, error)) {
+      list.entries.push_back({file.native(), {}});
+      return;
+    }
+    std::vector<PlayListEntry> tracks = entriesOfSheet(file);
+    if (tracks.empty()) {
+      complain(file, "no tracks: the sheet or its audio file cannot be read; --verbose says why");
+    }
+    append(std::move(tracks));
+  }
+
+  void addPlaylist(const fs::path& file) {
+    std::vector<M3UManager::ParsedEntry> lines;
+    try {
+      lines = M3UManager::parse(file.native());
+    } catch (const M3UError& error) {
+      return complain(file, fmt::format("{}: choose a playlist that can be read", error.what()));
+    }
+    if (lines.empty()) complain(file, "the playlist names no files: choose another");
+    // A list inside a list is left to the decoder, which says what it is not: no endless rounds.
+    for (const auto& line : lines) addFile(meantBy(line));
+  }
+
+  /// The first of the line's meanings that exists.
+  static fs::path meantBy(const M3UManager::ParsedEntry& line) {
+    std::error_code error;
+    if (fs::exists(line.path, error)) return line.path;
+    for (const std::string& other : line.otherPaths) {
+      if (fs::exists(other, error)) return other;
+    }
+    return line.path;
+  }
+
+  void append(std::vector<PlayListEntry> entries) {
+    std::move(entries.begin(), entries.end(), std::back_inserter(list.entries));
+  }
+
+  void complain(const fs::path& path, const std::string& problem) {
+    list.problems.push_back(fmt::format("{}: {}", text::pathForDisplay(path), problem));
+  }
 };
 
 }  // namespace
@@ -97,24 +231,13 @@ bool naturalLess(std::string_view a, std::string_view b) noexcept {
 }
 
 PlayList expandInputs(const std::vector<fs::path>& inputs) {
-  PlayList list;
-  for (const fs::path& input : inputs) {
-    const std::string shown = text::pathForDisplay(input);
-    std::error_code error;
-    if (!fs::is_directory(input, error)) {
-      // Whether a file can be played is for the decoder to say when its turn comes.
-      list.files.push_back(input);
-      continue;
-    }
-    FolderWalk walk;
-    if (const std::error_code failed = walk.visit(input)) {
-      list.problems.push_back(shown + ": " + failed.message() + ": make the folder readable");
-    } else if (walk.files.empty()) {
-      list.problems.push_back(shown + ": no music in this folder: choose one with FLAC files");
-    }
-    std::move(walk.files.begin(), walk.files.end(), std::back_inserter(list.files));
-  }
-  return list;
+  Expansion expansion;
+  for (const fs::path& input : inputs) expansion.add(input);
+  return std::move(expansion.list);
+}
+
+TrackInfo trackOf(const PlayListEntry& entry) {
+  return entry.info ? *entry.info : trackInfoFromFile(entry.path);
 }
 
 }  // namespace velorin

@@ -69,19 +69,32 @@ VirtualDeviceDescription describeDevice(const RenderOptions& options,
   return device;
 }
 
+std::vector<fs::path> pathsOf(const std::vector<PlayListEntry>& entries) {
+  std::vector<fs::path> paths;
+  for (const PlayListEntry& entry : entries) paths.emplace_back(entry.path);
+  return paths;
+}
+
+/// Whole frames of a sheet's track, whose bounds fall anywhere between the file's frames.
+std::uint64_t framesWithin(const Track& part, const FileFacts& file) {
+  const double frames = std::floor(part.duration * file.sampleRate) - 1;
+  return static_cast<std::uint64_t>(std::clamp(frames, 0.0, static_cast<double>(file.totalFrames)));
+}
+
 /// One run of `velorin render`.
 class RenderSession : private TrackSequenceListener {
  public:
-  RenderSession(const RenderOptions& options, std::vector<fs::path> paths,
+  RenderSession(const RenderOptions& options, std::vector<PlayListEntry> entries,
                 std::vector<FileFacts> files)
       : _options(options),
         _files(std::move(files)),
         _console(STDERR_FILENO),
-        _recorder(std::make_shared<WavRecorder>(options.output, paths, [this] { onFailure(); })),
+        _recorder(std::make_shared<WavRecorder>(options.output, pathsOf(entries),
+                                                [this] { onFailure(); })),
         _device(_hardware.addDevice(describeDevice(options, _files))),
         _engine(_hardware, _preferences, _bus),
         _engineQueue("com.velorin.engine"),
-        _sequence(_engine, _engineQueue, _bus, std::move(paths), *this) {
+        _sequence(_engine, _engineQueue, _bus, std::move(entries), *this) {
     _hardware.setRecorder(_device, _recorder);
     _hardware.setPullGate(_device, [this](std::uint32_t frames) { return mayPull(frames); });
   }
@@ -271,9 +284,13 @@ int runRender(const RenderOptions& options) {
   for (const std::string& problem : list.problems) reportError(problem);
   bool usable = list.problems.empty();
   std::vector<FileFacts> files;
-  for (const fs::path& path : list.files) {
+  for (const PlayListEntry& entry : list.entries) {
+    const fs::path path(entry.path);
     auto facts = readFileFacts(path);
     if (facts) {
+      if (entry.info && entry.info->track.cueEndTime) {
+        facts.value().totalFrames = framesWithin(entry.info->track, facts.value());
+      }
       files.push_back(facts.value());
     } else {
       reportError(text::pathForDisplay(path) + ": " + facts.error().text);
@@ -287,7 +304,7 @@ int runRender(const RenderOptions& options) {
     }
   }
   if (!usable || files.empty()) return kExitFailure;
-  RenderSession session(options, std::move(list.files), std::move(files));
+  RenderSession session(options, std::move(list.entries), std::move(files));
   return session.run();
 }
 

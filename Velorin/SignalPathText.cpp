@@ -20,6 +20,18 @@ std::string deviceText(const PlaybackFacts& facts) {
   return text;
 }
 
+/// "FLAC 44.1 kHz 16-bit", with the channels where there are not two: "… 6 ch".
+std::string formatText(const PlaybackFacts& facts) {
+  const std::string name =
+      facts.decoder ? facts.decoder->formatTag.value_or(facts.decoder->name) : std::string("file");
+  std::string text = fmt::format("{} {} {}-bit", name, rateText(facts.fileFormat.sampleRate),
+                                 facts.sourceBitDepth);
+  const std::uint32_t channels = facts.fileFormat.channelsPerFrame;
+  if (channels == 1) text += " mono";
+  if (channels > 2) text += fmt::format(" {} ch", channels);
+  return text;
+}
+
 std::string processingText(const PlaybackFacts& facts) {
   std::string text;
   if (facts.resampledTo > 0) text += rateText(facts.resampledTo) + " → ";
@@ -33,14 +45,6 @@ std::string rateText(double hertz) {
   return fmt::format("{:g} kHz", std::round(hertz) / 1000);
 }
 
-std::string formatText(const FileFacts& file) {
-  std::string text =
-      fmt::format("{} {} {}-bit", file.format, rateText(file.sampleRate), file.bitsPerSample);
-  if (file.channels == 1) text += " mono";
-  if (file.channels > 2) text += fmt::format(" {} ch", file.channels);
-  return text;
-}
-
 std::string timeText(double seconds) {
   if (!(seconds > 0) || seconds > 1e9) seconds = 0;
   const auto whole = static_cast<std::int64_t>(seconds);
@@ -48,12 +52,13 @@ std::string timeText(double seconds) {
   return fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60);
 }
 
-std::vector<std::string> pathTexts(const FileFacts& file, const PlaybackFacts& facts) {
+std::vector<std::string> pathTexts(const PlaybackFacts& facts) {
   const PathVerdict verdict = judge(facts);
   const std::string word = verdict.bitPerfect ? "bit-perfect" : "not bit-perfect";
   const std::string reason = verdict.reason.empty() ? "" : ": " + verdict.reason;
-  const std::string format = formatText(file);
-  const std::string source = fmt::format("{}/{}", rateText(file.sampleRate), file.bitsPerSample);
+  const std::string format = formatText(facts);
+  const std::string source =
+      fmt::format("{}/{}", rateText(facts.fileFormat.sampleRate), facts.sourceBitDepth);
   const std::string road =
       fmt::format(" → {} → {} · {}", processingText(facts), deviceText(facts), word);
   return {format + road + reason, format + road, source + road, source + " · " + word, word};

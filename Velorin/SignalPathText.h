@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "FileFacts.h"
 #include "engine/PlaybackFacts.h"
 
 namespace velorin {
@@ -12,15 +11,12 @@ namespace velorin {
 /// "44.1 kHz", "48 kHz", "11.025 kHz".
 std::string rateText(double hertz);
 
-/// "FLAC 44.1 kHz 16-bit", with the channels where there are not two: "… 6 ch".
-std::string formatText(const FileFacts& file);
-
 /// "4:56", "1:02:03"; whole seconds, rounded down.
 std::string timeText(double seconds);
 
 /// The road from file to device with the verdict, in wordings from the longest to the shortest:
 /// "FLAC 44.1 kHz 16-bit → integer → DAC (exclusive) · bit-perfect" … "bit-perfect".
-std::vector<std::string> pathTexts(const FileFacts& file, const PlaybackFacts& facts);
+std::vector<std::string> pathTexts(const PlaybackFacts& facts);
 
 /// One line of at most `columns`: the head stands, the path takes the longest wording that leaves
 /// the title room, the title gets the rest and is shortened if need be.

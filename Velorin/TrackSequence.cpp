@@ -17,11 +17,13 @@ namespace {
 /// An engine that has stopped tells right after whether the track had played out.
 constexpr std::chrono::milliseconds kEndOfTrackNotice{3000};
 
-Track trackOf(const FileFacts& file) {
-  Track track;
+Track trackOf(const PlayListEntry& entry, const FileFacts& file) {
+  Track track = entry.info ? entry.info->track : Track();
   track.filePath = file.path.native();
-  track.title = file.title.empty() ? text::toValidUTF8(file.path.stem().native()) : file.title;
-  track.duration = file.duration();
+  if (!entry.info) {
+    track.title = file.title.empty() ? text::toValidUTF8(file.path.stem().native()) : file.title;
+    track.duration = file.duration();
+  }
   track.sampleRate = static_cast<int>(file.sampleRate);
   track.bitDepth = static_cast<int>(file.bitsPerSample);
   track.channels = static_cast<int>(file.channels);
@@ -43,7 +45,7 @@ struct TrackSequence::Impl : std::enable_shared_from_this<Impl> {
 
   AudioEngine& engine;
   SerialQueue& engineQueue;
-  const std::vector<std::filesystem::path> files;
+  const std::vector<PlayListEntry> files;
   TrackSequenceListener& listener;
 
   std::atomic<std::uint64_t> latest{0};  ///< number of the latest request
@@ -56,7 +58,7 @@ struct TrackSequence::Impl : std::enable_shared_from_this<Impl> {
   std::optional<std::size_t> heard;      ///< the track that the listener was told of
   std::vector<EventBus::Subscription> subscriptions;
 
-  Impl(AudioEngine& theEngine, SerialQueue& queue, std::vector<std::filesystem::path> theFiles,
+  Impl(AudioEngine& theEngine, SerialQueue& queue, std::vector<PlayListEntry> theFiles,
        TrackSequenceListener& theListener)
       : engine(theEngine), engineQueue(queue), files(std::move(theFiles)), listener(theListener) {}
 
@@ -85,14 +87,14 @@ struct TrackSequence::Impl : std::enable_shared_from_this<Impl> {
   void request(std::size_t wanted, std::optional<double> startTime = std::nullopt) {
     index = wanted;
     const std::uint64_t number = ++latest;
-    engineQueue.async([self = shared_from_this(), number, path = files[wanted], startTime] {
-      if (number == self->latest) self->open(number, path, startTime);
+    engineQueue.async([self = shared_from_this(), number, entry = files[wanted], startTime] {
+      if (number == self->latest) self->open(number, entry, startTime);
     });
   }
 
   /// On the engine queue.
-  void open(std::uint64_t number, const std::filesystem::path& path,
-            std::optional<double> startTime) {
+  void open(std::uint64_t number, const PlayListEntry& entry, std::optional<double> startTime) {
+    const std::filesystem::path path(entry.path);
     const auto facts = readFileFacts(path);
     std::error_code error;
     // A file that is not there may be on a volume that the engine can bring back.
@@ -104,10 +106,11 @@ struct TrackSequence::Impl : std::enable_shared_from_this<Impl> {
     FileFacts known;
     known.path = path;
     if (facts) known = facts.value();
+    if (entry.info) known.title = entry.info->track.title;
     const std::string doubt =
         facts ? "the file cannot be opened any more; was it removed?" : facts.error().text;
     onMain([number, known, doubt](Impl& self) { self.opened(number, known, doubt); });
-    const Track track = trackOf(known);
+    const Track track = trackOf(entry, known);
     prepareEffects(track, engine);
     engine.play(track, startTime);
     onMain([number](Impl& self) { self.returned(number); });
@@ -179,8 +182,7 @@ struct TrackSequence::Impl : std::enable_shared_from_this<Impl> {
 };
 
 TrackSequence::TrackSequence(AudioEngine& engine, SerialQueue& engineQueue, EventBus& bus,
-                             std::vector<std::filesystem::path> files,
-                             TrackSequenceListener& listener)
+                             std::vector<PlayListEntry> files, TrackSequenceListener& listener)
     : _impl(std::make_shared<Impl>(engine, engineQueue, std::move(files), listener)) {
   _impl->subscribe(bus);
 }

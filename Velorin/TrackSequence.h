@@ -2,13 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "FileFacts.h"
+#include "PlayList.h"
 #include "foundation/EventBus.h"
 
 namespace velorin {
@@ -36,7 +36,7 @@ class TrackSequenceListener {
 class TrackSequence {
  public:
   TrackSequence(AudioEngine& engine, SerialQueue& engineQueue, EventBus& bus,
-                std::vector<std::filesystem::path> files, TrackSequenceListener& listener);
+                std::vector<PlayListEntry> files, TrackSequenceListener& listener);
   ~TrackSequence();
   TrackSequence(const TrackSequence&) = delete;
   TrackSequence& operator=(const TrackSequence&) = delete;

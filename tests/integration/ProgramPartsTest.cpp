@@ -103,13 +103,13 @@ TEST(PlayList, WalksFoldersInNaturalOrder) {
   fs::create_directory_symlink("..", folder / "b" / "up");
   std::vector<std::string> found;
   const PlayList list = expandInputs({folder.path(), folder / "b" / "cover.jpg"});
-  for (const fs::path& file : list.files) {
-    found.push_back(file.lexically_relative(folder.path()).native());
+  for (const PlayListEntry& entry : list.entries) {
+    found.push_back(fs::path(entry.path).lexically_relative(folder.path()).native());
   }
   EXPECT_EQ(found, (std::vector<std::string>{"a.flac", "b/9.flac", "b/09b.FLAC", "b/10.flac",
                                              "C.flac", "d/e/\xff.flac", "b/cover.jpg"}));
   EXPECT_TRUE(list.problems.empty());
-  EXPECT_EQ(expandInputs({folder / ".hidden" / "none"}).files.size(), 1U);
+  EXPECT_EQ(expandInputs({folder / ".hidden" / "none"}).entries.size(), 1U);
   fs::create_directory(folder / "empty");
   EXPECT_EQ(expandInputs({folder / "empty"}).problems.size(), 1U);
 }
