@@ -33,8 +33,9 @@ bool writeAll(int fd, std::string_view bytes) {
 }
 
 std::optional<std::string> writeTemporary(const fs::path& path, std::string_view bytes) {
-  FileDescriptor file(
-      ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+  // A file of its own: who hangs in the middle of writing an older one still holds that.
+  ::unlink(path.c_str());
+  FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file) return describe("cannot create", path, errno);
   if (!writeAll(file.get(), bytes) || ::fsync(file.get()) != 0 || !file.close()) {
     return describe("cannot write", path, errno);

@@ -3,19 +3,17 @@
 #include <algorithm>
 #include <atomic>
 #include <cassert>
-#include <cmath>
+#include <set>
 #include <string>
 #include <utility>
 
-#include "foundation/AtomicFile.h"
-#include "foundation/Dates.h"
 #include "foundation/Log.h"
 #include "foundation/Mutex.h"
+#include "foundation/PreferencesFile.h"
 #include "foundation/PropertyList.h"
 #include "foundation/Realtime.h"
 #include "foundation/SerialQueue.h"
 #include "foundation/TaskQueue.h"
-#include "foundation/Text.h"
 
 namespace velorin {
 
@@ -25,8 +23,6 @@ namespace {
 
 // A change reaches the disk within a quarter of a second; the rest is for the write itself.
 constexpr std::chrono::milliseconds kWriteDelay{200};
-
-using Values = std::map<std::string, PreferenceValue, std::less<>>;
 
 struct Observer {
   Observer(std::string k, std::function<void()> c) : key(std::move(k)), changed(std::move(c)) {}
@@ -55,89 +51,97 @@ std::optional<std::int64_t> toInteger(double number) {
   return static_cast<std::int64_t>(number);
 }
 
-/// "2024-05-01 12:00:00.000" as it may stand in a file name: "20240501-120000".
-std::string timestamp() {
-  std::string text = dates::toText(std::chrono::system_clock::now()).substr(0, 19);
-  std::erase_if(text, [](char c) { return c == '-' || c == ':'; });
-  std::replace(text.begin(), text.end(), ' ', '-');
-  return text;
-}
-
 }  // namespace
 
 struct Preferences::Impl {
-  explicit Impl(fs::path path) : file(std::move(path)) {
-    if (!file.empty()) load();
-    if (!file.empty()) writer = std::make_unique<SerialQueue>("com.velorin.preferences");
+  explicit Impl(fs::path path) {
+    if (path.empty()) return;
+    disk = std::make_unique<PreferencesFile>(std::move(path));
+    {
+      const MutexLock writing(writeMutex);
+      if (!load()) disk.reset();
+    }
+    unusable = !disk;
+    if (disk) writer = std::make_unique<SerialQueue>("com.velorin.preferences");
   }
 
   // Constant after construction.
-  fs::path file;          // empty: in memory only
-  bool unusable = false;  // a file was asked for, but is in the way
+  std::unique_ptr<PreferencesFile> disk;  // empty: in memory only
+  bool unusable = false;                  // a file was asked for, but is in the way
   std::unique_ptr<SerialQueue> writer;
 
   mutable Mutex mutex;
-  Values values GUARDED_BY(mutex);
-  Values defaults GUARDED_BY(mutex);
+  StoredPreferences values GUARDED_BY(mutex);
+  std::map<std::string, PreferenceValue, std::less<>> defaults GUARDED_BY(mutex);
+  // Keys whose values the file does not have yet; one without a value was removed.
+  std::set<std::string, std::less<>> dirty GUARDED_BY(mutex);
   std::vector<std::shared_ptr<Observer>> observers GUARDED_BY(mutex);
-  std::uint64_t changes GUARDED_BY(mutex) = 0;  // counts every change
   bool writeScheduled GUARDED_BY(mutex) = false;
 
-  Mutex writeMutex;                                  // one write at a time; taken before `mutex`
-  std::uint64_t written GUARDED_BY(writeMutex) = 0;  // the change that the file holds
+  Mutex writeMutex;  // one reader or writer of the file at a time; taken before `mutex`
   std::string lastFailure GUARDED_BY(writeMutex);
 
-  void load() {
-    std::error_code error;
-    if (fs::symlink_status(file, error).type() == fs::file_type::not_found) return;
-    std::string failure;
-    const auto bytes = readFile(file, failure);
-    auto parsed = bytes ? propertyList::parse(*bytes) : std::nullopt;
-    auto* map = parsed ? std::get_if<PreferenceMap>(&parsed->value) : nullptr;
-    if (map == nullptr) {
-      setAside(bytes ? "it is no property list" : failure);
-      return;
+  /// False when there is a file that can neither be used nor set aside.
+  bool load() REQUIRES(writeMutex) EXCLUDES(mutex) {
+    auto content = disk->read();
+    if (std::holds_alternative<PreferencesFile::Unusable>(content)) {
+      // Another process may be about to set it aside too.
+      const auto fileLock = disk->lock();
+      content = disk->read();
+      const auto* broken = std::get_if<PreferencesFile::Unusable>(&content);
+      if (broken != nullptr) return disk->setAside(broken->reason);
     }
-    MutexLock lock(mutex);
-    values = Values(std::make_move_iterator(map->begin()), std::make_move_iterator(map->end()));
+    const MutexLock lock(mutex);
+    if (auto* read = std::get_if<StoredPreferences>(&content)) values = std::move(*read);
+    return true;
   }
 
-  void setAside(const std::string& reason) {
-    fs::path aside = file;
-    aside += ".damaged-" + timestamp();
-    for (int n = 2; fs::exists(fs::symlink_status(aside)); ++n) {
-      aside = file;
-      aside += fmt::format(".damaged-{}-{}", timestamp(), n);
+  std::optional<PreferenceValue> find(std::string_view key) EXCLUDES(mutex, writeMutex) {
+    std::string aside;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+      {
+        const MutexLock lock(mutex);
+        const auto it = values.find(key);
+        if (it == values.end()) break;
+        if (const auto value = it->second.value) return *value;
+        aside = it->second.aside;
+      }
+      if (auto read = disk->readAside(aside)) return keep(key, aside, std::move(*read));
+      write();  // another process has replaced it: what took its place?
     }
-    std::error_code error;
-    fs::rename(file, aside, error);
-    if (error) {
-      log::line("❌ Preferences {} cannot be used ({}) nor set aside ({}); changes are not kept",
-                text::pathForDisplay(file), reason, error.message());
-      file.clear();
-      unusable = true;
-      return;
+    const MutexLock lock(mutex);
+    if (const auto it = values.find(key); it != values.end() && !it->second.value) {
+      log::line("⚠️ Preference {} is lost with its file {}", key, aside);
+      values.erase(it);
     }
-    log::line("⚠️ Preferences {} cannot be used ({}); set aside as {}",
-              text::pathForDisplay(file), reason, text::pathForDisplay(aside.filename()));
-  }
-
-  std::optional<PreferenceValue> find(std::string_view key) const EXCLUDES(mutex) {
-    MutexLock lock(mutex);
-    if (const auto it = values.find(key); it != values.end()) return it->second;
     if (const auto it = defaults.find(key); it != defaults.end()) return it->second;
     return std::nullopt;
   }
 
+  PreferenceValue keep(std::string_view key, const std::string& aside, PreferenceValue read)
+      EXCLUDES(mutex) {
+    const auto value = std::make_shared<const PreferenceValue>(std::move(read));
+    const MutexLock lock(mutex);
+    const auto it = values.find(key);
+    if (it != values.end() && it->second.aside == aside) it->second.value = value;
+    return *value;
+  }
+
   void changed(std::string_view key) EXCLUDES(mutex) {
-    std::vector<std::shared_ptr<Observer>> toCall;
     {
-      MutexLock lock(mutex);
-      ++changes;
-      if (writer && !writeScheduled) {
-        writeScheduled = true;
+      const MutexLock lock(mutex);
+      if (disk) dirty.emplace(key);
+      if (writer && !std::exchange(writeScheduled, true)) {
         writer->asyncAfter(kWriteDelay, [this] { write(); });
       }
+    }
+    tell(key);
+  }
+
+  void tell(std::string_view key) EXCLUDES(mutex) {
+    std::vector<std::shared_ptr<Observer>> toCall;
+    {
+      const MutexLock lock(mutex);
       for (const auto& observer : observers) {
         if (observer->key == key) toCall.push_back(observer);
       }
@@ -147,38 +151,106 @@ struct Preferences::Impl {
     }
   }
 
-  /// Writes what has changed; false when the file is behind the memory afterwards.
+  /// Takes over what other processes changed and writes what this one did; false when the file is
+  /// behind the memory afterwards.
   bool write() EXCLUDES(mutex, writeMutex) {
-    if (file.empty()) return !unusable;
-    MutexLock writing(writeMutex);
-    PreferenceMap snapshot;
-    std::uint64_t change = 0;
+    std::vector<std::string> changedByOthers;
+    const bool written = exchange(changedByOthers);
+    for (const std::string& key : changedByOthers) tell(key);
+    return written;
+  }
+
+  bool exchange(std::vector<std::string>& changedByOthers) EXCLUDES(mutex, writeMutex) {
+    if (!disk) return !unusable;
+    const MutexLock writing(writeMutex);
+    bool isDirty = false;
     {
-      MutexLock lock(mutex);
+      const MutexLock lock(mutex);
       writeScheduled = false;
-      change = changes;
-      if (change == written) return true;
-      snapshot.insert(values.begin(), values.end());
+      isDirty = !dirty.empty();
     }
-    const auto xml = propertyList::format({std::move(snapshot)});
-    const auto failure = xml ? replaceFile(file, *xml) : "the values cannot be written as text";
+    // Why the file cannot be used, as long as it is in the way.
+    std::optional<std::string> broken;
+    if (!isDirty) {
+      if (!disk->changedByOthers()) return true;
+      // The file is whole at any moment, so that reading needs no lock.
+      broken = takeOver(changedByOthers);
+      if (!broken) return true;
+    }
+    const auto fileLock = disk->lock();
+    if (broken || disk->changedByOthers()) broken = takeOver(changedByOthers);
+    std::optional<std::string> failure;
+    if (broken && !disk->setAside(*broken)) failure = "what is in their place cannot be moved";
+    if (!failure) failure = writeAll(fileLock);
+    if (failure && *failure != lastFailure) {
+      log::line("❌ Preferences are not saved: {}; they stay in memory", *failure);
+    }
+    if (!failure && !lastFailure.empty()) log::line("ℹ️ Preferences are saved again");
+    lastFailure = failure.value_or("");
+    return !failure;
+  }
+
+  /// Returns why the file cannot be used. One that is gone takes nothing with it: the next write
+  /// makes it anew from memory.
+  std::optional<std::string> takeOver(std::vector<std::string>& changedByOthers)
+      REQUIRES(writeMutex) EXCLUDES(mutex) {
+    auto content = disk->read();
+    if (auto* broken = std::get_if<PreferencesFile::Unusable>(&content)) return broken->reason;
+    auto* read = std::get_if<StoredPreferences>(&content);
+    if (read == nullptr) return std::nullopt;
+    const MutexLock lock(mutex);
+    for (auto it = values.begin(); it != values.end();) {
+      const bool isGone = !read->contains(it->first) && !dirty.contains(it->first);
+      if (isGone) changedByOthers.push_back(it->first);
+      it = isGone ? values.erase(it) : std::next(it);
+    }
+    for (auto& [key, stored] : *read) {
+      if (dirty.contains(key)) continue;
+      const auto mine = values.find(key);
+      if (mine != values.end() && isSame(mine->second, stored)) continue;
+      changedByOthers.push_back(key);
+      values.insert_or_assign(key, std::move(stored));
+    }
+    return std::nullopt;
+  }
+
+  static bool isSame(const StoredPreference& mine, const StoredPreference& theirs) {
+    if (!theirs.aside.empty()) return mine.aside == theirs.aside;
+    return mine.aside.empty() && *mine.value == *theirs.value;
+  }
+
+  std::optional<std::string> writeAll(const PreferencesFile::Lock& fileLock) REQUIRES(writeMutex)
+      EXCLUDES(mutex) {
+    StoredPreferences snapshot;
+    std::set<std::string, std::less<>> writing;
+    {
+      const MutexLock lock(mutex);
+      snapshot = values;
+      writing.swap(dirty);
+    }
+    auto failure = disk->write(snapshot, fileLock);
+    const MutexLock lock(mutex);
     if (failure) {
-      if (*failure != lastFailure) {
-        log::line("❌ Preferences are not saved: {}; they stay in memory", *failure);
-      }
-      lastFailure = *failure;
-      return false;
+      dirty.merge(writing);
+      return failure;
     }
-    if (!lastFailure.empty()) log::line("ℹ️ Preferences are saved again");
-    lastFailure.clear();
-    written = change;
-    return true;
+    for (const auto& [key, stored] : snapshot) {
+      const auto mine = values.find(key);
+      if (mine != values.end() && mine->second.value == stored.value) {
+        mine->second.aside = stored.aside;
+      }
+    }
+    return std::nullopt;
   }
 };
 
 Preferences::Preferences(fs::path file) : _impl(std::make_shared<Impl>(std::move(file))) {}
 
 Preferences::~Preferences() {
+  {
+    const MutexLock lock(_impl->mutex);
+    _impl->observers.clear();
+  }
   flush();
   _impl->writer.reset();  // joins: its delayed write refers to _impl
 }
@@ -188,7 +260,8 @@ std::optional<PreferenceValue> Preferences::value(std::string_view key) const {
 }
 
 bool Preferences::contains(std::string_view key) const {
-  return _impl->find(key).has_value();
+  const MutexLock lock(_impl->mutex);
+  return _impl->values.contains(key) || _impl->defaults.contains(key);
 }
 
 namespace {
@@ -262,16 +335,14 @@ void Preferences::set(std::string_view key, PreferenceValue value) {
     log::line("❌ Preference {} is nested too deep and was not set", key);
     return;
   }
+  // What is replaced is destroyed after the lock.
+  auto stored = std::make_shared<const PreferenceValue>(std::move(value));
   {
-    MutexLock lock(_impl->mutex);
-    const auto found = _impl->values.find(key);
-    if (found == _impl->values.end()) {
-      _impl->values.emplace(key, std::move(value));
-    } else if (found->second == value) {
-      return;
-    } else {
-      std::swap(found->second, value);
-    }
+    const MutexLock lock(_impl->mutex);
+    StoredPreference& mine = _impl->values[std::string(key)];
+    if (mine.value && *mine.value == *stored) return;
+    mine.value.swap(stored);
+    mine.aside.clear();
   }
   _impl->changed(key);
 }

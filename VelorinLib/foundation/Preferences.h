@@ -1,8 +1,12 @@
-// The preference store: a key-value file of typed values.
+// The preference store: a key-value file of typed values, shared by all processes of the program.
 //
 // The file is an XML property list. A change is written to a temporary file beside it, synced
 // and renamed over it, so that a crash at any moment leaves the old file or the new one. A file
 // that cannot be parsed is set aside under a name that says so, and the store starts empty.
+//
+// Each process writes only the keys that it changed itself, under a lock: at each write, and at
+// each flush(), it first takes over what others have written since. Large values live in files of
+// their own (PreferencesFile.h), so that changing a small one stays cheap.
 #pragma once
 
 #include <cstdint>
@@ -32,7 +36,8 @@ struct PreferenceValue {
   bool operator==(const PreferenceValue&) const = default;
 };
 
-/// Any thread but the render thread; reads are from memory.
+/// Any thread but the render thread; reads are from memory, but for the first read of a large
+/// value.
 class Preferences {
  public:
   /// Opens or makes the store. An empty path keeps it in memory only (tests, `render`). A file
@@ -71,7 +76,8 @@ class Preferences {
   void registerDefault(std::string_view key, PreferenceValue value);
 
   /// Ends its observation when destroyed; may outlive the store. The handler is called after a
-  /// change of the key, on the thread that changed it, without a lock held.
+  /// change of the key, without a lock held: on the thread that changed it; for a change by another
+  /// process on a thread of the store, or on one that reads or flushes it.
   class Observation {
    public:
     Observation() = default;
@@ -83,9 +89,10 @@ class Preferences {
   };
   [[nodiscard]] Observation observe(std::string key, std::function<void()> changed);
 
-  /// Blocks until every change made so far is on disk; false when it could not be written (the
-  /// reason is logged, the values stay in memory and the next change tries again). Changes are
-  /// otherwise written in the background within a quarter of a second.
+  /// Blocks until every change made so far is on disk, and those of other processes are in memory;
+  /// false when it could not be written (the reason is logged, the values stay in memory and the
+  /// next change tries again). Changes are otherwise written in the background within a quarter of
+  /// a second. Waits up to a second for a process that holds the lock.
   bool flush();
 
  private:

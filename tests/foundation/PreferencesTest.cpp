@@ -1,6 +1,8 @@
 #include "foundation/Preferences.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -9,6 +11,7 @@
 #include <limits>
 
 #include "foundation/AtomicFile.h"
+#include "foundation/FileDescriptor.h"
 #include "foundation/Log.h"
 #include "support/Eventually.h"
 #include "support/TemporaryFolder.h"
@@ -26,6 +29,7 @@ class PreferencesTest : public testing::Test {
     for (const auto& entry : std::filesystem::directory_iterator(_folder.path())) {
       names.insert(entry.path().filename());
     }
+    names.erase(".preferences.plist.lock");
     return names;
   }
 
@@ -227,6 +231,118 @@ TEST_F(PreferencesTest, WhatIsNoFileStaysUntouched) {
   }
   EXPECT_TRUE(std::filesystem::is_symlink(_file));
   EXPECT_EQ(Preferences(real).getInt("a"), 2);
+}
+
+TEST_F(PreferencesTest, SharersKeepEachOthersChanges) {
+  Preferences mine(_file);
+  Preferences theirs(_file);
+  mine.setInt("both", 1);
+  mine.setInt("mine", 1);
+  ASSERT_TRUE(mine.flush());
+  std::vector<std::string> heard;
+  std::vector<Preferences::Observation> observations;
+  for (const std::string key : {"both", "mine", "theirs"}) {
+    observations.push_back(theirs.observe(key, [&heard, key] { heard.push_back(key); }));
+  }
+  theirs.setInt("both", 2);
+  theirs.setInt("theirs", 2);
+  heard.clear();
+  ASSERT_TRUE(theirs.flush());
+  EXPECT_EQ(heard, std::vector<std::string>{"mine"});
+  EXPECT_EQ(theirs.getInt("mine"), 1);
+  mine.remove("mine");
+  mine.setInt("late", 3);
+  ASSERT_TRUE(mine.flush());
+  EXPECT_EQ(mine.getInt("both"), 2) << "the last one wins";
+  ASSERT_TRUE(theirs.flush());
+  EXPECT_EQ(heard.back(), "mine");
+  EXPECT_FALSE(theirs.contains("mine"));
+  EXPECT_EQ(theirs.getInt("late"), 3);
+
+  // A damaged file does not take what is in memory with it, nor does a lost one.
+  const log::Capture capture;
+  for (const bool lost : {false, true}) {
+    if (lost) std::filesystem::remove(_file);
+    if (!lost) put("\xff");
+    EXPECT_TRUE(theirs.flush());
+    EXPECT_EQ(theirs.getInt("theirs"), 2);
+    theirs.setBool("again", lost);
+    EXPECT_TRUE(theirs.flush());
+    const Preferences back(_file);
+    EXPECT_EQ(back.getBool("again"), lost);
+    EXPECT_EQ(back.getInt("theirs"), 2);
+  }
+  EXPECT_TRUE(capture.contains("set aside as preferences.plist.damaged-"));
+}
+
+TEST_F(PreferencesTest, LargeValuesHaveFilesOfTheirOwn) {
+  const auto asides = _folder / "preferences.plist.values";
+  const auto asideFiles = [&] {
+    std::set<std::filesystem::path> files;
+    std::error_code none;
+    for (const auto& entry : std::filesystem::directory_iterator(asides, none)) {
+      files.insert(entry.path());
+    }
+    return files;
+  };
+  PreferenceList list;
+  for (std::int64_t i = 0; i < 5000; ++i) list.push_back({i});
+  const PreferenceMap likeAReference{
+      {"velorin:value in file", {"1B4E28BA-2FA1-41D2-883F-0016D3CCA427.plist"s}}};
+  const PreferenceMap leadsOut{{"velorin:value in file", {"../preferences.plist"s}}};
+  Preferences store(_file);
+  store.setList("list", list);
+  store.setMap("odd", likeAReference);
+  store.setMap("hostile", leadsOut);
+  store.setInt("small", 1);
+  ASSERT_TRUE(store.flush());
+  EXPECT_LT(std::filesystem::file_size(_file), 1000U);
+  const auto files = asideFiles();
+  EXPECT_EQ(files.size(), 2U);
+  store.setInt("small", 2);
+  ASSERT_TRUE(store.flush());
+  EXPECT_EQ(asideFiles(), files) << "they are left alone";
+
+  // Two that have not read it yet: one sees its file go.
+  Preferences other(_file);
+  const Preferences late(_file);
+  EXPECT_EQ(other.getList("list"), list);
+  EXPECT_EQ(other.getMap("odd"), likeAReference);
+  EXPECT_EQ(other.getMap("hostile"), leadsOut);
+  list.pop_back();
+  other.setList("list", list);
+  std::ofstream(asides / "left by a crash") << "x";
+  ASSERT_TRUE(other.flush());
+  EXPECT_EQ(asideFiles().size(), 2U);
+  EXPECT_EQ(late.getList("list"), list);
+  store.flush();
+  EXPECT_EQ(store.getList("list"), list);
+
+  const log::Capture capture;
+  std::filesystem::remove_all(asides);
+  const Preferences without(_file);
+  EXPECT_EQ(without.getList("list"), std::nullopt);
+  EXPECT_EQ(without.getInt("small"), 2);
+  EXPECT_TRUE(capture.contains("⚠️ Preference list is lost with its file"));
+  store.setInt("small", 3);
+  ASSERT_TRUE(store.flush()) << "who has it in memory brings it back";
+  EXPECT_EQ(Preferences(_file).getList("list"), list);
+  store.remove("list");
+  store.remove("odd");
+  ASSERT_TRUE(store.flush());
+  EXPECT_FALSE(std::filesystem::exists(asides));
+}
+
+TEST_F(PreferencesTest, ALockThatIsNotGivenBackHoldsNobodyUp) {
+  Preferences store(_file);
+  const FileDescriptor held(
+      ::open((_folder / ".preferences.plist.lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+  ASSERT_EQ(::flock(held.get(), LOCK_EX), 0);
+  const log::Capture capture;
+  store.setInt("a", 1);
+  EXPECT_TRUE(store.flush());
+  EXPECT_TRUE(capture.contains("are written without their lock: another program holds it"));
+  EXPECT_EQ(Preferences(_file).getInt("a"), 1);
 }
 
 TEST_F(PreferencesTest, TooDeepAValueIsRefused) {
