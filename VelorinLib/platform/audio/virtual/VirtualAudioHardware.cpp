@@ -114,8 +114,7 @@ void VirtualAudioHardware::failNext(VirtualOperation operation, AudioStatus stat
   _impl->script->failNext(operation, std::move(status), times);
 }
 
-void VirtualAudioHardware::setPullGate(AudioDeviceID device,
-                                       std::function<bool(std::uint32_t)> gate) {
+void VirtualAudioHardware::setPullGate(AudioDeviceID device, VirtualPullGate gate) {
   if (const DevicePtr found = _impl->find(device)) found->setPullGate(std::move(gate));
 }
 

@@ -54,6 +54,11 @@ class VirtualRecorder {
   virtual void end() = 0;
 };
 
+/// Asked before each callback of an unpaced device whether `frames` frames can be rendered (or the
+/// stream has ended); it may lower the number, to no less than 1. While false the device waits. On
+/// the device's thread.
+using VirtualPullGate = std::function<bool(std::uint32_t& frames)>;
+
 struct VirtualDeviceDescription {
   std::string uid = "virtual";
   std::string name = "Virtual output";
@@ -78,9 +83,7 @@ struct VirtualDeviceDescription {
   VirtualClock clock = VirtualClock::manual;
   /// A set of the nominal rate is granted as this instead, when not 0.
   double rateThatSticks = 0;
-  /// Unpaced only: asked before each callback whether `frames` frames can be rendered (or the
-  /// stream has ended). While false the device waits. Null means always.
-  std::function<bool(std::uint32_t frames)> pullGate = {};
+  VirtualPullGate pullGate = {};  ///< unpaced only; null: always open
   std::shared_ptr<VirtualRecorder> recorder = {};
 };
 
@@ -100,7 +103,7 @@ class VirtualAudioHardware : public AudioHardware {
   /// The next `times` calls of the operation (on any device) fail with the status.
   void failNext(VirtualOperation operation, AudioStatus status, int times = 1);
   /// Sets the pull gate or the recorder of a device after it was added; not while a unit runs.
-  void setPullGate(AudioDeviceID device, std::function<bool(std::uint32_t)> gate);
+  void setPullGate(AudioDeviceID device, VirtualPullGate gate);
   void setRecorder(AudioDeviceID device, std::shared_ptr<VirtualRecorder> recorder);
 
   /// Manual devices: one callback of `frames` frames (0: the device's buffer size) on the calling

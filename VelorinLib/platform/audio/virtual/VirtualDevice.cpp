@@ -72,12 +72,12 @@ void VirtualDevice::setVolume(float value) {
   _volume = std::clamp(value, 0.0f, 1.0f);
 }
 
-std::function<bool(std::uint32_t)> VirtualDevice::pullGate() const {
+VirtualPullGate VirtualDevice::pullGate() const {
   MutexLock lock(_mutex);
   return _pullGate;
 }
 
-void VirtualDevice::setPullGate(std::function<bool(std::uint32_t)> gate) {
+void VirtualDevice::setPullGate(VirtualPullGate gate) {
   MutexLock lock(_mutex);
   _pullGate = std::move(gate);
 }

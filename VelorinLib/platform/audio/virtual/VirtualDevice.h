@@ -35,8 +35,8 @@ class VirtualDevice {
   std::optional<float> volume() const;
   void setVolume(float value);
 
-  std::function<bool(std::uint32_t)> pullGate() const;
-  void setPullGate(std::function<bool(std::uint32_t)> gate);
+  VirtualPullGate pullGate() const;
+  void setPullGate(VirtualPullGate gate);
   std::shared_ptr<VirtualRecorder> recorder() const;
   void setRecorder(std::shared_ptr<VirtualRecorder> recorder);
 
@@ -57,7 +57,7 @@ class VirtualDevice {
   double _nominalRate GUARDED_BY(_mutex);
   pid_t _hogOwner GUARDED_BY(_mutex);
   std::optional<float> _volume GUARDED_BY(_mutex);
-  std::function<bool(std::uint32_t)> _pullGate GUARDED_BY(_mutex);
+  VirtualPullGate _pullGate GUARDED_BY(_mutex);
   std::shared_ptr<VirtualRecorder> _recorder GUARDED_BY(_mutex);
   std::vector<std::shared_ptr<VirtualStream>> _streams GUARDED_BY(_mutex);
 };

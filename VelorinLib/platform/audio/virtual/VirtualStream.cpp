@@ -103,7 +103,7 @@ void VirtualStream::runPaced() {
 void VirtualStream::runUnpaced() {
   auto nap = kShortestNap;
   while (true) {
-    const std::uint32_t frames = _setup.device->bufferFrames();
+    std::uint32_t frames = _setup.device->bufferFrames();
     if (_pullGate && !_pullGate(frames)) {
       if (!waitUntil(Clock::now() + nap)) return;
       nap = std::min(nap * 2, kLongestNap);

@@ -64,7 +64,7 @@ class VirtualStream {
   void renderSlice(std::uint32_t frames, const CopyTo& copyTo) REQUIRES(_renderMutex);
 
   Setup _setup;
-  const std::function<bool(std::uint32_t)> _pullGate;
+  const VirtualPullGate _pullGate;
   const std::shared_ptr<VirtualRecorder> _recorder;
   std::thread _clock;
   std::atomic<std::uint64_t> _xruns = 0;
