@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "records/TrackInfo.h"
+#include "session/TrackList.h"
 
 namespace velorin {
 
@@ -92,6 +92,6 @@ struct SavedSession {
 };
 
 /// The queue part of a timeline.
-void setQueue(SavedSession& session, const std::vector<TrackInfo>& timeline);
+void setQueue(SavedSession& session, const TrackList& timeline);
 
 }  // namespace velorin
