@@ -67,6 +67,10 @@ class SessionParts {
   std::uint8_t _bits = 0;
 };
 
+constexpr SessionParts operator|(SessionPart a, SessionPart b) noexcept {
+  return SessionParts(a) | SessionParts(b);
+}
+
 /// A plain value. Where it came from a file the numbers are whatever stood there.
 struct SavedSession {
   // position

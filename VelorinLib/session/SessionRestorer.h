@@ -1,6 +1,7 @@
 // Brings the saved session back: from ids and paths to tracks.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -42,14 +43,18 @@ struct RestoreOutcome {
 /// Blocks for the database and for the files from outside the library. Ids without a track drop
 /// out, and the index moves with what is left of the timeline where the current track shows how
 /// far. Without a database only files from outside are found.
-RestoreOutcome restoreSession(const SavedSession& saved, DatabaseManager* database);
+///
+/// Asks now and then whether it is still wanted, and fails when it is not.
+RestoreOutcome restoreSession(const SavedSession& saved, DatabaseManager* database,
+                              const std::function<bool()>& isCancelled);
 
 /// Does the same on a thread of its own. Main thread.
 class SessionRestorer {
  public:
   /// The preferences outlive it. The database may be absent.
   SessionRestorer(Preferences& preferences, std::shared_ptr<DatabaseManager> database);
-  /// Waits for the read that is on its way; its result is dropped.
+  /// What is on its way ends soon, and its result is dropped: waits for the file or the thousand
+  /// tracks that are being read.
   ~SessionRestorer();
 
   /// Calls back once on the main thread, never from inside this call.
@@ -58,8 +63,8 @@ class SessionRestorer {
  private:
   Preferences& _preferences;
   std::shared_ptr<DatabaseManager> _database;
-  std::shared_ptr<bool> _alive = std::make_shared<bool>(true);
-  SerialQueue _queue{"com.velorin.restore"};
+  std::shared_ptr<std::atomic<bool>> _cancelled = std::make_shared<std::atomic<bool>>(false);
+  SerialQueue _queue{"com.velorin.restore"};  // last: it joins before what its task uses goes
 };
 
 }  // namespace velorin

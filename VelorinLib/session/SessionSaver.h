@@ -56,6 +56,7 @@ class SessionSaver {
   const Times _times;
   Phase _phase = Phase::waiting;
   SessionParts _due;
+  bool _isCleared = false;  ///< nothing is stored: the next session needs all its parts
   RepeatingTimer _afterChange;
   RepeatingTimer _whilePlaying;
 };

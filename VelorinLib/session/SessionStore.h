@@ -54,6 +54,7 @@ class SessionStore {
   void putQueue(const SavedSession& session);
 
   Preferences& _preferences;
+  std::optional<std::vector<std::int64_t>> _queueIds;  ///< those that were put last
 };
 
 }  // namespace velorin

@@ -87,7 +87,6 @@ class SleepTimer {
 
   void stopCounting();
   void fade(double gain);
-  void mute(Before& before);
   bool fadeDevice(float gain, Before& before);
   void fadeSoftware(double gain, Before& before);
   void restore(const Before& before);
