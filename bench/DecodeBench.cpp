@@ -11,7 +11,8 @@
 #include "bench/Bench.h"
 #include "bench/MusicFile.h"
 #include "engine/decoders/FLACDecoder.h"
-#include "engine/fill/DecodeStage.h"
+#include "engine/fill/SourceReader.h"
+#include "engine/ring/AudioRingBuffer.h"
 #include "engine/output/ClientFormat.h"
 
 namespace velorin::bench {
@@ -61,14 +62,17 @@ std::uint64_t decodeIntoRing(const std::filesystem::path& path, bool isInteger,
                              AudioRingBuffer& ring) {
   auto opened = FLACDecoder::create(path);
   if (!opened) throw std::runtime_error(opened.error().text);
-  const std::unique_ptr<FLACDecoder> decoder = std::move(opened).value();
+  std::unique_ptr<FLACDecoder> decoder = std::move(opened).value();
   const StreamFormat format = clientFormatFor(isInteger, static_cast<int>(decoder->bitsPerSample()),
                                               decoder->sampleRate(), decoder->channels());
-  DecodeStage stage(*decoder, nullptr, format, isInteger, ring);
-  do {
-    if (ring.freeSpace() < stage.chunk()) ring.flush();
-  } while (stage.step(DecodeStage::kBlockFrames) == DecodeStage::Outcome::wrote);
-  return static_cast<std::uint64_t>(stage.framesWritten());
+  const auto facts = std::make_shared<const SourceFacts>(describeSource(Track{}, *decoder));
+  SourceReader reader(std::move(decoder), facts, nullptr, format);
+  std::uint64_t frames = 0;
+  while (reader.read() == SourceReader::Outcome::produced) {
+    if (ring.freeSpace() < reader.chunk()) ring.flush();
+    frames += ring.write(reader.list(), reader.frames());
+  }
+  return frames;
 }
 
 const Registration kDecode("decode", [](BenchReport& report) {

@@ -1,6 +1,7 @@
 #include "engine/AudioEngine.h"
 
 #include "engine/AudioEngineImpl.h"
+#include "foundation/MainThread.h"
 #include "foundation/Preferences.h"
 
 namespace velorin {
@@ -26,9 +27,20 @@ AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences, Even
       devices(hardware_, preferences, bus_),
       settings(EngineSettings::load(preferences)),
       output(hardware_, devices) {
-  joinSettings.setGaplessEnabled(preferences.getBool("gaplessPlayback").value_or(true));
-  joinSettings.setCrossfadeEnabled(preferences.getBool("crossfadePlayback").value_or(false));
-  joinSettings.setCrossfadeDuration(preferences.getDouble("crossfadeDuration").value_or(0));
+  joins->settings.setGaplessEnabled(preferences.getBool("gaplessPlayback").value_or(true));
+  joins->settings.setCrossfadeEnabled(preferences.getBool("crossfadePlayback").value_or(false));
+  joins->settings.setCrossfadeDuration(preferences.getDouble("crossfadeDuration").value_or(0));
+  {
+    MutexLock hold(owner->mutex);
+    owner->impl = this;
+  }
+  // A fill thread that is left behind may announce when there is no engine any more.
+  joins->announce = [owner_ = owner](const SharedFacts& joined, int generation) {
+    MainThread::instance().post([owner_, joined, generation] {
+      MutexLock hold(owner_->mutex);
+      if (owner_->impl != nullptr) owner_->impl->applyTrackChangeOnMain(joined, generation);
+    });
+  };
   devices.restore();
   effects->applyChain(startUpChain(preferences, *effects).entries);
 }
@@ -37,6 +49,10 @@ AudioEngine::AudioEngine(AudioHardware& hardware, Preferences& preferences, Even
     : _impl(std::make_unique<Impl>(hardware, preferences, bus)) {}
 
 AudioEngine::~AudioEngine() {
+  {
+    MutexLock hold(_impl->owner->mutex);
+    _impl->owner->impl = nullptr;
+  }
   RecursiveMutexLock hold(_impl->lifecycleLock);
   _impl->settings.exclusiveMode = false;
   _impl->stop();
@@ -113,16 +129,22 @@ int AudioEngine::playGeneration() const {
 void AudioEngine::setNextTrack(std::optional<Track> next, bool mayCrossfade) {
   std::optional<NextTrack::Wish> wish;
   if (next) wish = {.track = std::move(*next), .mayCrossfade = mayCrossfade};
-  _impl->nextTrack.set(std::move(wish));
+  _impl->setNextTrack(std::move(wish));
 }
 
 std::optional<Track> AudioEngine::nextTrack() const {
-  auto wish = _impl->nextTrack.get();
+  auto wish = _impl->joins->nextTrack.get();
   return wish ? std::optional(std::move(wish->track)) : std::nullopt;
 }
 
 bool AudioEngine::gaplessTransitionPending() const noexcept {
-  return false;
+  const auto session = _impl->currentSession();
+  return session && !session->join.isIdle();
+}
+
+std::int64_t AudioEngine::gaplessCountdown() const noexcept {
+  const auto session = _impl->currentSession();
+  return session ? session->clock.countdown() : PositionClock::kNever;
 }
 
 PlaybackFacts AudioEngine::facts() const {
@@ -130,8 +152,8 @@ PlaybackFacts AudioEngine::facts() const {
 }
 
 StreamFormat AudioEngine::fileFormat() const {
-  const auto session = _impl->currentSession();
-  return session ? session->fileFormat : StreamFormat{};
+  const auto heard = _impl->heardSource();
+  return heard ? heard->fileFormat : StreamFormat{};
 }
 
 StreamFormat AudioEngine::clientFormat() const {
@@ -140,8 +162,8 @@ StreamFormat AudioEngine::clientFormat() const {
 }
 
 std::optional<DecoderInfo> AudioEngine::decoderInfo() const {
-  const auto session = _impl->currentSession();
-  return session ? std::optional(session->decoderInfo) : std::nullopt;
+  const auto heard = _impl->heardSource();
+  return heard ? std::optional(heard->decoderInfo) : std::nullopt;
 }
 
 bool AudioEngine::isIntegerOutput() const {
@@ -149,12 +171,21 @@ bool AudioEngine::isIntegerOutput() const {
   return session && session->isIntegerOutput;
 }
 
-bool AudioEngine::canRender(std::uint32_t frames) const noexcept {
-  const PlaybackSession* session = _impl->renderingSession.load(std::memory_order_acquire);
-  if (session == nullptr) return true;
+bool AudioEngine::canRender(std::uint32_t frames) const {
+  PlaybackSession* session = _impl->renderingSession.load(std::memory_order_acquire);
+  if (session == nullptr || session->cells.isOver.load()) return true;
   const TransportCells& cells = session->cells;
-  if (cells.pendingSeekUsec.load(std::memory_order_acquire) >= 0) return false;
-  return session->ring->framesHeld() >= frames || cells.eofReached.load(std::memory_order_acquire);
+  if (!session->seek.isPending()) {
+    if (session->ring.framesHeld() >= frames) return true;
+    if (cells.eofReached.load() &&
+        cells.eofWishVersion.load() == session->joins->nextTrack.version()) {
+      return true;
+    }
+    // Nothing more comes until the joined track is heard, which only rendering brings about.
+    if (cells.fillStalled.load() && session->clock.countdown() > 0) return true;
+  }
+  session->waker.signal();
+  return false;
 }
 
 float AudioEngine::volume() const {
@@ -183,22 +214,22 @@ void AudioEngine::setIntegerMode(bool on) {
 }
 
 bool AudioEngine::gaplessEnabled() const noexcept {
-  return _impl->joinSettings.gaplessEnabled();
+  return _impl->joins->settings.gaplessEnabled();
 }
 void AudioEngine::setGaplessEnabled(bool on) {
-  _impl->joinSettings.setGaplessEnabled(on);
+  _impl->joins->settings.setGaplessEnabled(on);
 }
 bool AudioEngine::crossfadePlaybackEnabled() const noexcept {
-  return _impl->joinSettings.crossfadeEnabled();
+  return _impl->joins->settings.crossfadeEnabled();
 }
 void AudioEngine::setCrossfadePlaybackEnabled(bool on) {
-  _impl->joinSettings.setCrossfadeEnabled(on);
+  _impl->joins->settings.setCrossfadeEnabled(on);
 }
 double AudioEngine::crossfadeDuration() const noexcept {
-  return _impl->joinSettings.crossfadeDuration();
+  return _impl->joins->settings.crossfadeDuration();
 }
 void AudioEngine::setCrossfadeDuration(double seconds) {
-  _impl->joinSettings.setCrossfadeDuration(seconds);
+  _impl->joins->settings.setCrossfadeDuration(seconds);
 }
 
 bool AudioEngine::exclusiveMode() const {

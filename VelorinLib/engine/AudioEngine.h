@@ -87,13 +87,22 @@ class AudioEngine {
   /// false: joined without a crossfade, whatever the setting. Main thread; never blocks.
   void setNextTrack(std::optional<Track> next, bool mayCrossfade = true);
   std::optional<Track> nextTrack() const;
-  /// From the moment on that the next track is decoded until its TrackDidChange is posted.
+  /// From the moment on that the next track is decoded until all handlers of its TrackDidChange
+  /// have run. Any thread.
   bool gaplessTransitionPending() const noexcept;
+  /// Frames to be rendered until the track that was joined is heard: 0 when it is and its
+  /// TrackDidChange is on the way, -1 when none waits. Any thread.
+  std::int64_t gaplessCountdown() const noexcept;
+  /// A join waits to be heard. Any thread.
+  bool joinCountdownRuns() const noexcept { return gaplessCountdown() > 0; }
 
   /// For a device without a clock of its own: true when the next `frames` frames can be rendered
-  /// without a gap, or when the stream has ended. Lock-free. For the running device's own thread
-  /// (what it looks at lives until the device has stopped), or the engine queue.
-  bool canRender(std::uint32_t frames) const noexcept;
+  /// without a gap, or when the stream has ended; while false the fill thread is hurried on. A
+  /// track that was joined and is shorter than a buffer cannot be followed by another before it is
+  /// heard: such a device best asks for no more than gaplessCountdown() frames while that is above
+  /// 0, and for none while it is 0. For the running device's own thread (what it looks at lives
+  /// until the device has stopped), or the engine queue; not for a real-time thread.
+  bool canRender(std::uint32_t frames) const;
 
   // --- Settings (engine queue). Those of format and rate take effect at the next play(). ---
 

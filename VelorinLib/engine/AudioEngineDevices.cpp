@@ -17,6 +17,10 @@ constexpr std::chrono::seconds kUnderrunReportInterval{10};
 }  // namespace
 
 std::optional<AudioEngine::Impl::Resumption> AudioEngine::Impl::interrupt() {
+  // A joined track that is heard is what goes on, even if the main thread has not heard of it.
+  if (const auto heard = heardSource(); heard && takeOver(*heard)) {
+    bus.postOnMain(TrackDidChange{heard->track, heard->sourceBitDepth, heard->join});
+  }
   const auto track = nowPlaying.currentTrack();
   const PlaybackState state = nowPlaying.state();
   if (!output.isOpen() || !track || state == PlaybackState::stopped) return std::nullopt;
@@ -153,13 +157,15 @@ PlaybackFacts AudioEngine::Impl::facts() {
   }
   const auto playing = currentSession();
   if (!playing) return {};
-  facts.fileFormat = playing->fileFormat;
+  const SharedFacts heard = playing->clock.read(0).facts;
+  if (!heard) return {};
+  facts.fileFormat = heard->fileFormat;
   facts.clientFormat = playing->clientFormat;
-  facts.sourceBitDepth = playing->sourceBitDepth;
-  facts.decoder = playing->decoderInfo;
-  if (playing->targetSampleRate > 0) {
-    facts.resampledFrom = playing->fileFormat.sampleRate;
-    facts.resampledTo = playing->targetSampleRate;
+  facts.sourceBitDepth = heard->sourceBitDepth;
+  facts.decoder = heard->decoderInfo;
+  if (heard->targetSampleRate > 0) {
+    facts.resampledFrom = heard->fileFormat.sampleRate;
+    facts.resampledTo = heard->targetSampleRate;
   }
   facts.isIntegerOutput = playing->isIntegerOutput;
   facts.effectsActive = !playing->isIntegerOutput &&

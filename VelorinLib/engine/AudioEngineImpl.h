@@ -10,8 +10,7 @@
 #include "engine/PlaybackSession.h"
 #include "engine/devices/OutputDevices.h"
 #include "engine/fill/FillThread.h"
-#include "engine/joins/JoinSettings.h"
-#include "engine/joins/NextTrack.h"
+#include "engine/joins/JoinDesk.h"
 #include "engine/output/OutputSession.h"
 #include "engine/render/RenderPath.h"
 #include "engine/transport/NowPlaying.h"
@@ -23,8 +22,8 @@
 
 namespace velorin {
 
-/// Order of locks: lifecycleLock, then sessionLock or a part's own. The fill and render threads
-/// take none of these.
+/// Order of locks: Owner's, lifecycleLock, then sessionLock or a part's own. The fill and render
+/// threads take none of these.
 struct AudioEngine::Impl {
   Impl(AudioHardware& hardware, Preferences& preferences, EventBus& bus);
 
@@ -48,15 +47,22 @@ struct AudioEngine::Impl {
   enum class Started { playing, noFile, noOutput };
   Started startStream(const Track& track, double start, bool exclusively) REQUIRES(lifecycleLock);
   std::unique_ptr<FileDecoder> openDecoder(const Track& track) REQUIRES(lifecycleLock);
+  void useSession(std::shared_ptr<PlaybackSession> made, std::unique_ptr<FileDecoder> decoder,
+                  std::unique_ptr<ResampleStage> resampler, SourceFacts facts)
+      REQUIRES(lifecycleLock);
   bool jumpWithinCueFile(const Track& track, std::optional<double> startTime)
       REQUIRES(lifecycleLock);
-  std::shared_ptr<PlaybackSession> makeSession(const Track& track,
-                                               std::unique_ptr<FileDecoder> decoder)
+  void makeSession(const Track& track, std::unique_ptr<FileDecoder> decoder)
       REQUIRES(lifecycleLock);
-  void startFilling(const Track& track, double start) REQUIRES(lifecycleLock);
-  void startFillThread(std::unique_ptr<FillPCM> fill) REQUIRES(lifecycleLock);
-  bool startAudioOutput(const Track& track, double start) REQUIRES(lifecycleLock);
-  bool fallBackToFloat(const Track& track, double start) REQUIRES(lifecycleLock);
+  void startFilling(double start) REQUIRES(lifecycleLock);
+  bool startAudioOutput(double start) REQUIRES(lifecycleLock);
+  bool fallBackToFloat(double start) REQUIRES(lifecycleLock);
+
+  // --- The next track (AudioEngineJoins.cpp) ---
+  void setNextTrack(std::optional<NextTrack::Wish> wish);
+  void applyTrackChangeOnMain(const SharedFacts& joined, int generation);
+  /// What a track that was joined and is heard changes here. False when it was overtaken.
+  bool takeOver(const SourceFacts& joined);
 
   // --- Devices (AudioEngineDevices.cpp) ---
   void setExclusiveMode(bool on) REQUIRES(lifecycleLock);
@@ -85,6 +91,8 @@ struct AudioEngine::Impl {
     MutexLock hold(sessionLock);
     return session;
   }
+  /// What is heard; null while nothing is open.
+  SharedFacts heardSource() const;
   void setSession(std::shared_ptr<PlaybackSession> next) EXCLUDES(sessionLock);
 
   // Constant after construction, or synchronise themselves.
@@ -94,8 +102,14 @@ struct AudioEngine::Impl {
   const std::shared_ptr<DSPEffects> effects;
   SpectrumCaptureRing spectrumCaptureRing{4096};
   NowPlaying nowPlaying;
-  JoinSettings joinSettings;
-  NextTrack nextTrack;
+  const std::shared_ptr<JoinDesk> joins = std::make_shared<JoinDesk>();
+  /// For tasks on the main thread that may come when the engine is gone. Taken before any other
+  /// lock, and held while handlers of the events run that such a task posts.
+  struct Owner {
+    Mutex mutex;
+    Impl* impl GUARDED_BY(mutex) = nullptr;
+  };
+  const std::shared_ptr<Owner> owner = std::make_shared<Owner>();
   ProgressTimer progressTimer;
   OutputDevices devices;
   SleepInhibitor sleepInhibitor;

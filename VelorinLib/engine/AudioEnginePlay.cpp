@@ -16,56 +16,22 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr double kRingSeconds = 30;
+/// Two seconds or more: no device holds as much. Thirty are left.
+constexpr std::int64_t kShareKept = 16;
 constexpr std::int64_t kSmallestPrefill = 8192;
 constexpr double kPrefillShare = 0.05;
 constexpr milliseconds kPrefillPoll{2};
 constexpr milliseconds kFirstPrefillWait{1000};
 constexpr milliseconds kSecondPrefillWait{2000};
 
-std::string titleOf(const Track& track) {
-  const std::string_view title = text::trimWhitespaceAndNewlines(track.title);
-  if (!title.empty()) return std::string(track.title);
-  return std::filesystem::path(track.filePath).filename().string();
-}
-
-/// Frames of a time; nearest, because CUE times are fractions of a second that binary cannot hold.
-std::int64_t framesAt(double seconds, double rate) {
-  return std::llround(seconds * rate);
-}
-
-/// Seconds that the track lasts, of a file of so many seconds (0 when unknown).
-double durationOf(const Track& track, double fileDuration) {
-  const double start = track.cueStartTime.value_or(0);
-  const double end = track.cueEndTime.value_or(0);
-  if (end > 0) return end - start;
-  return fileDuration > 0 ? fileDuration - start : 0;
-}
-
-void setCueBounds(TransportCells& cells, const Track& track, double rate) {
-  const double start = track.cueStartTime.value_or(0);
-  const double end = track.cueEndTime.value_or(0);
-  cells.cueStartOffsetFrames.store(start > 0 ? framesAt(start, rate) : 0);
-  cells.cueEndFrame.store(end > 0 ? framesAt(end, rate) : 0);
-}
-
-std::string cueRangeText(const Track& track) {
-  if (!track.cueStartTime) return {};
-  return fmt::format(" (CUE {:.1f}→{:.1f}s)", *track.cueStartTime, track.cueEndTime.value_or(0));
-}
-
-double fileSeconds(const PlaybackSession& session) {
-  const auto frames = static_cast<double>(session.decoder->totalFrames());
-  return session.fileFormat.sampleRate > 0 ? frames / session.fileFormat.sampleRate : 0;
-}
-
 /// True when the ring holds enough to start, or all there is.
 bool waitForPrefill(const PlaybackSession& session, milliseconds timeout) {
   const auto target = std::max(
-      static_cast<std::int64_t>(kPrefillShare * static_cast<double>(session.ring->capacity())),
+      static_cast<std::int64_t>(kPrefillShare * static_cast<double>(session.ring.capacity())),
       kSmallestPrefill);
   const auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (session.ring->framesHeld() < target && !session.cells.eofReached.load()) {
-    if (std::chrono::steady_clock::now() >= deadline) return session.ring->framesHeld() > 0;
+  while (session.ring.framesHeld() < target && !session.cells.eofReached.load()) {
+    if (std::chrono::steady_clock::now() >= deadline) return session.ring.framesHeld() > 0;
     std::this_thread::sleep_for(kPrefillPoll);
   }
   return true;
@@ -78,10 +44,13 @@ void prefill(const PlaybackSession& session) {
   log::line("⚠️ Prefill: still 0 frames after retry — fill thread may be stuck");
 }
 
-std::unique_ptr<AudioRingBuffer> makeRing(const StreamFormat& format) {
-  return std::make_unique<AudioRingBuffer>(
-      format.channelsPerFrame, static_cast<std::int64_t>(kRingSeconds * format.sampleRate),
-      format.bytesPerFrame);
+std::shared_ptr<PlaybackSession> makeStream(const StreamFormat& clientFormat,
+                                            std::shared_ptr<JoinDesk> joins) {
+  auto made = std::make_shared<PlaybackSession>(
+      clientFormat, static_cast<std::int64_t>(kRingSeconds * clientFormat.sampleRate),
+      std::move(joins));
+  made->framesKept = made->ring.capacity() / kShareKept;
+  return made;
 }
 
 }  // namespace
@@ -121,9 +90,9 @@ void AudioEngine::Impl::playPCM(const Track& track, std::optional<double> startT
     stop();
     return;
   }
-  const auto playing = currentSession();
-  log::line("▶️ Playing: {} [{:.0f}Hz / {}bit]{}", titleOf(track),
-            playing->fileFormat.sampleRate, playing->sourceBitDepth, cueRangeText(track));
+  const SharedFacts heard = heardSource();
+  log::line("▶️ Playing: {} [{:.0f}Hz / {}bit]{}", titleOf(track), heard->fileFormat.sampleRate,
+            heard->sourceBitDepth, cueRangeText(track));
 }
 
 AudioEngine::Impl::Started AudioEngine::Impl::startStream(const Track& track, double start,
@@ -132,10 +101,10 @@ AudioEngine::Impl::Started AudioEngine::Impl::startStream(const Track& track, do
   if (!decoder) return Started::noFile;
   // Before the rates are decided: an exclusively held device offers others than the shared one.
   if (exclusively && devices.ensureValidOutputDevice()) devices.enableHogMode();
-  setSession(makeSession(track, std::move(decoder)));
-  startFilling(track, start);
+  makeSession(track, std::move(decoder));
+  startFilling(start);
   prefill(*currentSession());
-  return startAudioOutput(track, start) ? Started::playing : Started::noOutput;
+  return startAudioOutput(start) ? Started::playing : Started::noOutput;
 }
 
 std::unique_ptr<FileDecoder> AudioEngine::Impl::openDecoder(const Track& track) {
@@ -148,64 +117,59 @@ std::unique_ptr<FileDecoder> AudioEngine::Impl::openDecoder(const Track& track) 
   return nullptr;
 }
 
-std::shared_ptr<PlaybackSession> AudioEngine::Impl::makeSession(
-    const Track& track, std::unique_ptr<FileDecoder> decoder) {
-  auto made = std::make_shared<PlaybackSession>();
-  const double fileRate = decoder->sampleRate();
-  const std::uint32_t channels = decoder->channels();
-  made->filePath = track.filePath;
-  made->fileFormat =
-      fileFormatOf(fileRate, channels, decoder->bitsPerSample(), decoder->isFloatSource());
-  made->sourceBitDepth = static_cast<int>(decoder->bitsPerSample());
-  made->decoderInfo = decoder->info();
-  made->decoder = std::move(decoder);
-
-  const RatePlan plan = planRates(settings.rates, devices.rateOffer(), fileRate);
+void AudioEngine::Impl::makeSession(const Track& track, std::unique_ptr<FileDecoder> decoder) {
+  SourceFacts facts = describeSource(track, *decoder);
+  const double fileRate = facts.fileFormat.sampleRate;
+  const RateOffer offer = devices.rateOffer();
+  const RatePlan plan = planRates(settings.rates, offer, fileRate);
   for (const std::string& line : plan.linesBefore) log::line("{}", line);
   if (plan.deviceRate > 0) devices.setDeviceSampleRate(plan.deviceRate);
   for (const std::string& line : plan.linesAfter) log::line("{}", line);
-  if (plan.targetRate > 0) {
-    made->resampler = SoxrResampler::create(fileRate, plan.targetRate, channels);
-  }
-  if (made->resampler) made->targetSampleRate = plan.targetRate;
 
-  const bool integerWanted = settings.integerMode && !made->decoder->isFloatSource();
-  made->clientFormat = clientFormatFor(integerWanted, made->sourceBitDepth,
-                                       made->resampler ? plan.targetRate : fileRate, channels);
-  made->isIntegerOutput = made->clientFormat.isInteger();
-  if (made->isIntegerOutput) {
-    log::line("🔢 Integer mode: {}-bit signed integer output", made->clientFormat.bitsPerChannel);
-  } else if (settings.integerMode && made->decoder->isFloatSource()) {
+  const bool integerWanted = settings.integerMode && !decoder->isFloatSource();
+  const auto formatAt = [&](double rate) {
+    return clientFormatFor(integerWanted, facts.sourceBitDepth, rate, decoder->channels());
+  };
+  StreamFormat clientFormat = formatAt(plan.clientRate(fileRate));
+  auto resampler = ResampleStage::create(fileRate, clientFormat);
+  if (!resampler) clientFormat = formatAt(fileRate);
+  if (clientFormat.isInteger()) {
+    log::line("🔢 Integer mode: {}-bit signed integer output", clientFormat.bitsPerChannel);
+  } else if (settings.integerMode && decoder->isFloatSource()) {
     log::line(
         "ℹ️ Float-source WavPack: using Float32 output (integer mode would corrupt float "
         "samples)");
   }
-  made->ring = makeRing(made->clientFormat);
-  nowPlaying.setStream(durationOf(track, fileSeconds(*made)), made->sourceBitDepth);
-  return made;
+  auto made = makeStream(clientFormat, joins);
+  made->rateSettings = settings.rates;
+  made->rateOffer = offer;
+  useSession(std::move(made), std::move(decoder), std::move(resampler), std::move(facts));
 }
 
-void AudioEngine::Impl::startFilling(const Track& track, double start) {
+void AudioEngine::Impl::useSession(std::shared_ptr<PlaybackSession> made,
+                                   std::unique_ptr<FileDecoder> decoder,
+                                   std::unique_ptr<ResampleStage> resampler, SourceFacts facts) {
+  facts.targetSampleRate = resampler ? made->clientFormat.sampleRate : 0;
+  made->generation = playGeneration.load();
+  made->source = std::make_shared<const SourceFacts>(std::move(facts));
+  made->reader = std::make_unique<SourceReader>(std::move(decoder), made->source,
+                                                std::move(resampler), made->clientFormat);
+  nowPlaying.setSource(*made->source);
+  setSession(std::move(made));
+}
+
+void AudioEngine::Impl::startFilling(double start) {
   const auto playing = currentSession();
-  TransportCells& cells = playing->cells;
-  const double rate = playing->fileFormat.sampleRate;
-  setCueBounds(cells, track, rate);
-  cells.eofReached.store(false);
-  cells.framesAfterEnd.store(0);
-  cells.framesReadFromBuffer.store(0);
-  cells.seekFrameOffset.store(framesAt(start, rate));
-  const bool startsElsewhere = start > 0 || cells.cueStartOffsetFrames.load() > 0;
-  cells.pendingSeekUsec.store(startsElsewhere ? std::llround(start * 1e6)
-                                              : TransportCells::kNoSeek);
+  playing->clock.jump(playing->source, start);
   auto fill = std::make_unique<FillPCM>(*playing);
-  fill->handlePendingSeek();
-  startFillThread(std::move(fill));
-}
-
-void AudioEngine::Impl::startFillThread(std::unique_ptr<FillPCM> fill) {
+  if (start > 0 || playing->source->bounds.start > 0) {
+    playing->seek.ask(std::llround(start * 1e6));
+    playing->cells.fillThreadShouldRun.store(true);
+    fill->handlePendingSeek();
+  }
   const int generation = playGeneration.load();
   fillThread.start(
-      currentSession(), std::move(fill),
+      playing, std::move(fill),
       [this, generation] {
         advanceQueue.async([this, generation] { stopAndAdvance(generation); });
       },
@@ -214,30 +178,27 @@ void AudioEngine::Impl::startFillThread(std::unique_ptr<FillPCM> fill) {
 
 bool AudioEngine::Impl::jumpWithinCueFile(const Track& track, std::optional<double> startTime) {
   const auto playing = currentSession();
-  if (!playing || !output.isOpen() || playing->filePath != track.filePath || !track.cueStartTime) {
+  const SharedFacts heard = heardSource();
+  if (!heard || !output.isOpen() || heard->track.filePath != track.filePath ||
+      !track.cueStartTime) {
     return false;
   }
-  nowPlaying.setTrack(track);
-  nowPlaying.setStream(durationOf(track, fileSeconds(*playing)), playing->sourceBitDepth);
-  TransportCells& cells = playing->cells;
-  setCueBounds(cells, track, playing->fileFormat.sampleRate);
-  cells.eofReached.store(false);
-  cells.seekFrameOffset.store(0);
-  cells.framesReadFromBuffer.store(0);
-  cells.pendingSeekUsec.store(std::llround(std::max(0.0, startTime.value_or(0)) * 1e6));
+  const auto facts = std::make_shared<const SourceFacts>(sameFile(*heard, track));
+  // Before the fill thread hears of it: a join that is announced from here on is overtaken.
+  nowPlaying.setSource(*facts);
+  playing->cells.eofReached.store(false);
+  playing->seek.ask(std::llround(std::max(0.0, startTime.value_or(0)) * 1e6), facts);
+  // A thread that has ended has asked for the end of everything; the track starts anew.
+  if (!fillThread.isRunning()) return false;
   log::line("⏩ CUE seek: {}{}", titleOf(track), cueRangeText(track));
-  if (fillThread.isRunning()) {
-    playing->waker.signal();
-  } else {
-    startFillThread(std::make_unique<FillPCM>(*playing));
-  }
+  playing->waker.signal();
   bus.postOnMain(
-      TrackDidChange{.track = track, .sourceBitDepth = playing->sourceBitDepth, .join = {}});
+      TrackDidChange{.track = track, .sourceBitDepth = facts->sourceBitDepth, .join = {}});
   resume();
   return true;
 }
 
-bool AudioEngine::Impl::startAudioOutput(const Track& track, double start) {
+bool AudioEngine::Impl::startAudioOutput(double start) {
   auto playing = currentSession();
   effects->formatChanged(playing->clientFormat.sampleRate, playing->clientFormat.channelsPerFrame);
 
@@ -247,14 +208,14 @@ bool AudioEngine::Impl::startAudioOutput(const Track& track, double start) {
                      [this, generation](OutputEvent event) { onOutputEvent(event, generation); });
   if (prepared == OutputSession::Prepared::failed) return false;
   if (prepared == OutputSession::Prepared::formatRefused) {
-    if (!fallBackToFloat(track, start)) return false;
+    if (!fallBackToFloat(start)) return false;
     playing = currentSession();
     output.useFormat(playing->clientFormat);
   }
 
   playing->cells.ioBufferFrameSize.store(output.ioBufferFrameSize());
   playing->cells.playbackLatencyFrames.store(output.playbackLatencyFrames());
-  const RenderPath::Stream stream{.ring = *playing->ring,
+  const RenderPath::Stream stream{.ring = playing->ring,
                                   .cells = playing->cells,
                                   .gate = playing->gate,
                                   .sampleRate = playing->clientFormat.sampleRate,
@@ -272,34 +233,29 @@ bool AudioEngine::Impl::startAudioOutput(const Track& track, double start) {
   sleepInhibitor.acquire();
   changeState(PlaybackState::playing);
   progressTimer.start();
+  const SharedFacts heard = heardSource();
   bus.postOnMain(
-      TrackDidChange{.track = track, .sourceBitDepth = playing->sourceBitDepth, .join = {}});
+      TrackDidChange{.track = heard->track, .sourceBitDepth = heard->sourceBitDepth, .join = {}});
   return true;
 }
 
-bool AudioEngine::Impl::fallBackToFloat(const Track& track, double start) {
+bool AudioEngine::Impl::fallBackToFloat(double start) {
   const auto refused = currentSession();
-  // The decoder must be ours alone before it is rewound.
-  if (!fillThread.stop(/*quick=*/false)) {
-    log::line("❌ Cannot restart {}: the file does not answer", titleOf(track));
-    return false;
-  }
-  auto next = std::make_shared<PlaybackSession>();
-  next->filePath = refused->filePath;
-  next->fileFormat = refused->fileFormat;
-  next->clientFormat = StreamFormat::planarFloat(refused->clientFormat.sampleRate,
-                                                 refused->clientFormat.channelsPerFrame);
-  next->decoderInfo = refused->decoderInfo;
-  next->sourceBitDepth = refused->sourceBitDepth;
-  next->targetSampleRate = refused->targetSampleRate;
-  next->ring = makeRing(next->clientFormat);
-  next->decoder = std::move(refused->decoder);
-  next->resampler = std::move(refused->resampler);
-  if (next->resampler) next->resampler->clear();
-  next->decoder->seek(0);
-  setSession(next);
-  startFilling(track, start);
-  prefill(*next);
+  // The file is opened once more: what is decoded may be another track by now.
+  fillThread.stop(/*quick=*/true);
+  const SharedFacts old = refused->clock.read(0).facts;
+  auto decoder = openDecoder(old->track);
+  if (!decoder) return false;
+  auto made = makeStream(StreamFormat::planarFloat(refused->clientFormat.sampleRate,
+                                                   refused->clientFormat.channelsPerFrame),
+                         joins);
+  made->rateSettings = refused->rateSettings;
+  made->rateOffer = refused->rateOffer;
+  SourceFacts facts = describeSource(old->track, *decoder);
+  auto resampler = ResampleStage::create(facts.fileFormat.sampleRate, made->clientFormat);
+  useSession(std::move(made), std::move(decoder), std::move(resampler), std::move(facts));
+  startFilling(start);
+  prefill(*currentSession());
   return true;
 }
 

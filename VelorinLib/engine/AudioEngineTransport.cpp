@@ -31,9 +31,7 @@ void AudioEngine::Impl::setSession(std::shared_ptr<PlaybackSession> next) {
 void AudioEngine::Impl::stop() {
   playGeneration.fetch_add(1, std::memory_order_release);
   progressTimer.stop();
-  if (const auto playing = currentSession()) {
-    playing->cells.pendingSeekUsec.store(TransportCells::kNoSeek);
-  }
+  if (const auto playing = currentSession()) playing->seek.cancel();
   releaseStream();
   sleepInhibitor.release();
   if (!settings.exclusiveMode) devices.disableHogMode();
@@ -63,21 +61,18 @@ void AudioEngine::Impl::pause() {
 
 void AudioEngine::Impl::takeBack(std::uint64_t clientFrames) {
   const auto playing = currentSession();
-  if (!playing) return;
-  TransportCells& cells = playing->cells;
-  const double fileRate = playing->fileFormat.sampleRate;
-  const std::int64_t heard = std::max<std::int64_t>(
-      0, cells.framesReadFromBuffer.load() - static_cast<std::int64_t>(clientFrames));
-  const std::int64_t frame =
-      cells.seekFrameOffset.load() +
-      std::llround(static_cast<double>(heard) * fileRate / playing->clientFormat.sampleRate);
-
-  cells.seekFrameOffset.store(frame);
-  cells.framesReadFromBuffer.store(0);
-  cells.eofReached.store(false);
-  // Rounded up, so that the fill thread, which rounds down, comes to this very frame.
-  cells.pendingSeekUsec.store(
-      static_cast<std::int64_t>(std::ceil(static_cast<double>(frame) * 1e6 / fileRate)));
+  if (!playing || playing->seek.isPending()) return;
+  // What was rendered last behind the end is silence, and no loss.
+  const std::int64_t silence = playing->cells.framesAfterEnd.exchange(0);
+  const auto dropped = static_cast<std::int64_t>(clientFrames) - silence;
+  if (dropped <= 0) return;
+  if (!playing->clock.takeBack(dropped, playing->framesKept)) {
+    // More than the ring keeps: decoded once more, rounded up, so that the fill thread, which
+    // rounds down, comes to this very frame.
+    playing->cells.eofReached.store(false);
+    playing->seek.ask(
+        static_cast<std::int64_t>(std::ceil(playing->clock.read(dropped).seconds * 1e6)));
+  }
   playing->waker.signal();
 }
 
@@ -100,38 +95,27 @@ void AudioEngine::Impl::resume() {
 
 void AudioEngine::Impl::seek(double time) {
   const auto playing = currentSession();
-  if (!playing || playing->fileFormat.sampleRate <= 0 || std::isnan(time)) return;
+  if (!playing || std::isnan(time)) return;
 
   const double duration = nowPlaying.duration();
   const double end = duration > 0 ? duration : kLongestTrack;
-  const double target = std::clamp(time, 0.0, end);
-
-  // The displayed position jumps at once; the fill thread does the rest. The wish itself comes
-  // last: from then on these cells are the fill thread's.
-  TransportCells& cells = playing->cells;
-  cells.seekFrameOffset.store(static_cast<std::int64_t>(target * playing->fileFormat.sampleRate));
-  cells.framesReadFromBuffer.store(0);
-  cells.eofReached.store(false);
-  cells.pendingSeekUsec.store(std::llround(target * 1e6));
+  // The displayed position jumps at once; the fill thread does the rest.
+  playing->seek.ask(std::llround(std::clamp(time, 0.0, end) * 1e6));
   playing->waker.signal();
+}
+
+SharedFacts AudioEngine::Impl::heardSource() const {
+  const auto playing = currentSession();
+  return playing ? playing->clock.read(0).facts : nullptr;
 }
 
 double AudioEngine::Impl::currentPosition() const {
   const auto playing = currentSession();
   if (!playing) return 0;
-  const double fileRate = playing->fileFormat.sampleRate;
-  if (fileRate <= 0) return 0;
-
-  const TransportCells& cells = playing->cells;
   // While the fill thread is still at an earlier seek, the wish is the position.
-  const std::int64_t wished = cells.pendingSeekUsec.load(std::memory_order_acquire);
+  const std::int64_t wished = playing->seek.usec();
   if (wished >= 0) return static_cast<double>(wished) / 1e6;
-  const auto played = static_cast<double>(
-      std::max<std::int64_t>(0, cells.framesReadFromBuffer.load(std::memory_order_acquire) -
-                                    cells.playbackLatencyFrames.load()));
-  const auto offset = static_cast<double>(cells.seekFrameOffset.load());
-  // The ring runs at the client rate, the offset counts frames of the file.
-  return offset / fileRate + played / playing->clientFormat.sampleRate;
+  return playing->clock.read(playing->cells.playbackLatencyFrames.load()).seconds;
 }
 
 void AudioEngine::Impl::stopAndAdvance(int generation) {

@@ -90,7 +90,7 @@ class EngineHarness {
     _subscriptions.push_back(note<PlaybackStateDidChange>(
         [](const auto& e) { return "state " + std::string(nameOf(e.state)); }));
     _subscriptions.push_back(
-        note<TrackDidChange>([](const auto& e) { return "track " + e.track.title; }));
+        note<TrackDidChange>([](const auto& e) { return "track " + e.track.title + joinOf(e); }));
     _subscriptions.push_back(note<PlayNextTrack>(
         [](const auto& e) { return std::string(e.autoAdvance ? "next auto" : "next"); }));
     _subscriptions.push_back(
@@ -155,6 +155,12 @@ class EngineHarness {
     events.clear();
     engine->play(track, start);
     ASSERT_TRUE(waitFor("next auto")) << "the track never ended";
+  }
+
+  /// How an announced track took over, as its event shows it.
+  static std::string joinOf(const TrackDidChange& event) {
+    if (!event.join) return {};
+    return *event.join == Join::gapless ? " gapless" : " crossfade";
   }
 
   // Declared in the order in which they must be made; the engine goes first.

@@ -84,16 +84,24 @@ using test::eventually;
 struct Rig {
   explicit Rig(std::int64_t total, std::int64_t ringFrames = 1 << 17, double clientRate = 44100,
                bool isInteger = false)
-      : session(std::make_shared<PlaybackSession>()) {
+      : session(std::make_shared<PlaybackSession>(clientFormatFor(isInteger, 24, clientRate, 2),
+                                                  ringFrames, std::make_shared<JoinDesk>())) {
     auto made = std::make_unique<CountingDecoder>(total);
     decoder = made.get();
-    session->decoder = std::move(made);
-    session->resampler = SoxrResampler::create(44100, clientRate, 2);
-    session->fileFormat = fileFormatOf(44100, 2, 24, false);
-    session->clientFormat = clientFormatFor(isInteger, 24, clientRate, 2);
-    session->isIntegerOutput = isInteger;
-    session->ring = std::make_unique<AudioRingBuffer>(2, ringFrames, 4);
+    session->source = std::make_shared<const SourceFacts>(describeSource(Track{}, *made));
+    session->reader = std::make_unique<SourceReader>(
+        std::move(made), session->source, ResampleStage::create(44100, session->clientFormat),
+        session->clientFormat);
+    session->clock.jump(session->source, 0);
   }
+
+  void setBounds(std::int64_t start, std::int64_t end) {
+    SourceFacts facts = *session->source;
+    facts.bounds = {start, end};
+    session->source = std::make_shared<const SourceFacts>(facts);
+    session->reader->setFacts(session->source);
+  }
+  std::int64_t frame() const { return std::llround(session->clock.read(0).seconds * 44100); }
 
   void start() {
     thread.start(
@@ -102,12 +110,12 @@ struct Rig {
 
   bool decodesAll() {
     return eventually(
-        [&] { return session->cells.pendingSeekUsec < 0 && session->cells.eofReached.load(); });
+        [&] { return !session->seek.isPending() && session->cells.eofReached.load(); });
   }
 
   // The transport's way to seek.
   void seek(std::int64_t usec) {
-    session->cells.pendingSeekUsec = usec;
+    session->seek.ask(usec);
     session->waker.signal();
   }
 
@@ -116,7 +124,7 @@ struct Rig {
     if (!path) {
       session->cells.rendering = true;
       session->waker.signal();
-      path.emplace(RenderPath::Stream{*session->ring, session->cells, session->gate, 44100, 4,
+      path.emplace(RenderPath::Stream{session->ring, session->cells, session->gate, 44100, 4,
                                       session->isIntegerOutput, 1e8},
                    controls, DSPStages{headroom, chain, clipping}, spectrum);
     }
@@ -127,7 +135,7 @@ struct Rig {
 
   std::vector<float> renderAllThereIs() {
     std::vector<float> all;
-    while (session->ring->framesHeld() > 0) {
+    while (session->ring.framesHeld() > 0) {
       const auto some = render(1000);
       all.insert(all.end(), some.begin(), some.end());
     }
@@ -166,9 +174,8 @@ TEST(FillPCM, ReadsUpToTheCueBoundToTheFrame) {
     SCOPED_TRACE(testing::Message() << "from " << c.start << " to " << c.end);
     Rig rig(50'000);
     rig.decoder->failAt = c.failAt;
-    rig.session->cells.cueStartOffsetFrames = c.start;
-    rig.session->cells.cueEndFrame = c.end;
-    rig.session->cells.pendingSeekUsec = 0;
+    rig.setBounds(c.start, c.end);
+    rig.session->seek.ask(0);
     rig.start();
     ASSERT_TRUE(rig.decodesAll());
     const auto samples = rig.renderAllThereIs();
@@ -211,22 +218,19 @@ TEST(FillPCM, SeeksToTheFrame) {
     SCOPED_TRACE(testing::Message() << c.usec << " µs, CUE from " << c.cueStart);
     Rig rig(kTotal);
     TransportCells& cells = rig.session->cells;
-    cells.cueStartOffsetFrames = c.cueStart;
-    cells.cueEndFrame = c.cueEnd;
+    rig.setBounds(c.cueStart, c.cueEnd);
     cells.fillThreadShouldRun = true;
     FillPCM fill(*rig.session);
     EXPECT_FALSE(fill.handlePendingSeek()) << "none is pending";
-    cells.framesReadFromBuffer = 77;
     cells.framesAfterEnd = 5;
     cells.eofReached = true;
     PlanarBuffers old(2, 4096, 4);
-    rig.session->ring->write(old.list(), 4096);
+    rig.session->ring.write(old.list(), 4096);
 
-    cells.pendingSeekUsec = c.usec;
+    rig.session->seek.ask(c.usec);
     EXPECT_TRUE(fill.handlePendingSeek());
-    EXPECT_EQ(cells.pendingSeekUsec, TransportCells::kNoSeek);
-    EXPECT_EQ(cells.seekFrameOffset, c.shown);
-    EXPECT_EQ(cells.framesReadFromBuffer, 0);
+    EXPECT_FALSE(rig.session->seek.isPending());
+    EXPECT_EQ(rig.frame(), c.shown);
     EXPECT_EQ(cells.framesAfterEnd, 0);
     EXPECT_FALSE(cells.eofReached);
     const auto samples = rig.renderAllThereIs();
@@ -246,10 +250,10 @@ TEST(FillPCM, ASeekIsAudibleAfterOneBufferOfAnySize) {
     Rig rig(400'000);
     rig.session->cells.fillThreadShouldRun = true;
     rig.session->cells.ioBufferFrameSize = c.ioFrames;
-    rig.session->cells.pendingSeekUsec = 1'000'000;
+    rig.session->seek.ask(1'000'000);
     FillPCM fill(*rig.session);
     ASSERT_TRUE(fill.handlePendingSeek());
-    EXPECT_EQ(rig.session->ring->framesHeld(), c.prefill) << c.ioFrames;
+    EXPECT_EQ(rig.session->ring.framesHeld(), c.prefill) << c.ioFrames;
   }
 }
 
@@ -257,10 +261,10 @@ TEST(FillPCM, ASeekThatFailsGoesOnFromWhereTheDecoderStands) {
   Rig rig(400'000);
   rig.decoder->canSeek = false;
   rig.session->cells.fillThreadShouldRun = true;
-  rig.session->cells.pendingSeekUsec = 1'000'000;
+  rig.session->seek.ask(1'000'000);
   FillPCM fill(*rig.session);
   EXPECT_TRUE(fill.handlePendingSeek());
-  EXPECT_EQ(rig.session->cells.seekFrameOffset, 44'100);
+  EXPECT_EQ(rig.frame(), 44'100);
   EXPECT_TRUE(isCount(rig.renderAllThereIs(), 0));
 }
 
@@ -274,7 +278,7 @@ TEST(FillPCM, ASeekAfterTheEndWasDecodedBringsPlaybackBack) {
     rig.seek(usec);
     ASSERT_TRUE(rig.decodesAll());
     const std::int64_t frame = usec * 441 / 10'000;
-    EXPECT_EQ(rig.session->ring->framesHeld(), 100'000 - frame);
+    EXPECT_EQ(rig.session->ring.framesHeld(), 100'000 - frame);
     EXPECT_TRUE(isCount(rig.render(500), frame));
     EXPECT_EQ(rig.ended, 0);
   }
@@ -292,16 +296,15 @@ TEST(FillPCM, TheResamplersTailIsInTheRingBeforeTheEndIsSaid) {
                         Case{22050, false, 40'000}, Case{88200, false, 1}}) {
     SCOPED_TRACE(testing::Message() << "to " << c.rate << " Hz, integer " << c.isInteger);
     Rig rig(c.frames, 1 << 17, c.rate, c.isInteger);
-    ASSERT_NE(rig.session->resampler, nullptr);
     rig.start();
     ASSERT_TRUE(rig.decodesAll());
     const auto expected = std::llround(static_cast<double>(c.frames) * c.rate / 44100);
-    EXPECT_EQ(rig.session->ring->framesHeld(), expected);
+    EXPECT_EQ(rig.session->ring.framesHeld(), expected);
 
     // And once more after a seek: the filter holds nothing of the first time.
     rig.seek(0);
     ASSERT_TRUE(rig.decodesAll());
-    EXPECT_EQ(rig.session->ring->framesHeld(), expected);
+    EXPECT_EQ(rig.session->ring.framesHeld(), expected);
   }
 }
 
@@ -311,7 +314,7 @@ TEST(FillPCM, SleepsWhilePausedAndWakesWhenTheOutputGoesOn) {
   rig.session->cells.fillThreadShouldRun = true;
   FillPCM fill(*rig.session);
   std::thread thread([&] { fill.run([&] { ++passes; }); });
-  ASSERT_TRUE(eventually([&] { return rig.session->ring->freeSpace() < 4096; }));
+  ASSERT_TRUE(eventually([&] { return rig.session->ring.freeSpace() < 4096; }));
 
   // A pass every 5 ms would be 60 in this time, a loop that does not sleep millions.
   const int before = passes;
@@ -321,7 +324,7 @@ TEST(FillPCM, SleepsWhilePausedAndWakesWhenTheOutputGoesOn) {
   const int readsBefore = rig.decoder->reads;
   const auto resumed = Clock::now();
   EXPECT_TRUE(isCount(rig.render(20'000), 0));
-  EXPECT_TRUE(eventually([&] { return rig.session->ring->freeSpace() < 4096; }));
+  EXPECT_TRUE(eventually([&] { return rig.session->ring.freeSpace() < 4096; }));
   EXPECT_GT(rig.decoder->reads, readsBefore);
   EXPECT_LT(Clock::now() - resumed, 5s) << "woke by the clock of a paused session";
 
@@ -343,7 +346,7 @@ TEST(FillThread, StopIsPromptWhateverTheThreadWaitsFor) {
     rig.session->cells.rendering = waits == Waits::forSpaceWhileRendering;
     rig.start();
     ASSERT_TRUE(eventually([&] {
-      return rig.session->cells.eofReached.load() || rig.session->ring->freeSpace() < 4096;
+      return rig.session->cells.eofReached.load() || rig.session->ring.freeSpace() < 4096;
     }));
     EXPECT_TRUE(rig.thread.isRunning());
     const auto began = Clock::now();
@@ -375,7 +378,7 @@ TEST(FillThread, LeavesAStuckDecoderBehindWithItsSession) {
   rig.thread.start(
       next.session, std::make_unique<FillPCM>(*next.session), [] {}, false);
   EXPECT_TRUE(eventually([&] { return next.session->cells.eofReached.load(); }));
-  EXPECT_EQ(next.session->ring->framesHeld(), 5'000);
+  EXPECT_EQ(next.session->ring.framesHeld(), 5'000);
 
   answers->count_down();
   EXPECT_TRUE(eventually([&] { return left.expired(); })) << "nobody closed the file";

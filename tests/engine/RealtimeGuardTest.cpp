@@ -165,7 +165,7 @@ void renderEverything(std::uint32_t sampleSize, bool isInteger) {
     const realtime::Scope scope;
     RenderPath::render(&path, out.list(), 512);
   }
-  EXPECT_EQ(cells.framesReadFromBuffer, 2 << 15);
+  EXPECT_EQ(ring.framesRead(), 2 << 15);
   EXPECT_GT(controls.renderOverloadCount, 0);
   EXPECT_EQ(effect.calls > 0, !isInteger);
 }

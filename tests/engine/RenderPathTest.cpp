@@ -106,7 +106,7 @@ TEST(RenderPath, PassesEveryBitAtUnityGain) {
       }
       taken += frames;
     }
-    EXPECT_EQ(rig.cells.framesReadFromBuffer, taken);
+    EXPECT_EQ(rig.ring.framesRead(), taken);
     EXPECT_EQ(effect.calls, 0);
   }
 }
@@ -166,7 +166,7 @@ TEST(RenderPath, UnderrunPadsWithSilenceAndCountsOnlyWhatWasRead) {
     EXPECT_TRUE(rig.isSilent(0, 300, 512) && rig.isSilent(1, 300, 512));
     EXPECT_EQ(rig.render(512), 0u);
     EXPECT_TRUE(rig.isSilent(0, 0, 512) && rig.isSilent(1, 0, 512));
-    EXPECT_EQ(rig.cells.framesReadFromBuffer, 300);
+    EXPECT_EQ(rig.ring.framesRead(), 300);
     EXPECT_EQ(rig.cells.framesAfterEnd, 0) << "an underrun is not the end";
   }
 }
@@ -181,7 +181,7 @@ TEST(RenderPath, CountsTheSilenceAfterTheEnd) {
   EXPECT_EQ(rig.cells.framesAfterEnd, 100);
   EXPECT_EQ(rig.render(512), 0u);
   EXPECT_EQ(rig.cells.framesAfterEnd, 612);
-  EXPECT_EQ(rig.cells.framesReadFromBuffer, 300);
+  EXPECT_EQ(rig.ring.framesRead(), 300);
 }
 
 TEST(RenderPath, BehindAClosedGateIsSilenceThatCountsForNothing) {
@@ -192,7 +192,7 @@ TEST(RenderPath, BehindAClosedGateIsSilenceThatCountsForNothing) {
     RenderGate::Closed closed(rig.gate);
     EXPECT_EQ(rig.render(512), 0u);
     EXPECT_TRUE(rig.isSilent(0, 0, 512) && rig.isSilent(1, 0, 512));
-    EXPECT_EQ(rig.cells.framesReadFromBuffer, 0);
+    EXPECT_EQ(rig.ring.framesRead(), 0);
     EXPECT_EQ(rig.cells.framesAfterEnd, 0);
     EXPECT_EQ(rig.ring.framesHeld(), 300);
   }

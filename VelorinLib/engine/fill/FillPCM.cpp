@@ -1,6 +1,6 @@
 #include "engine/fill/FillPCM.h"
 
-#include <cmath>
+#include <algorithm>
 
 namespace velorin {
 namespace {
@@ -23,132 +23,213 @@ std::uint32_t prefillFor(std::uint32_t ioBufferFrames) {
 
 }  // namespace
 
-FillPCM::FillPCM(PlaybackSession& session)
-    : _session(session),
-      _stage(*session.decoder, session.resampler.get(), session.clientFormat,
-             session.isIntegerOutput, *session.ring) {}
-
 bool FillPCM::shouldRun() const noexcept {
   return _session.cells.fillThreadShouldRun.load(std::memory_order_acquire);
-}
-
-bool FillPCM::seekIsPending() const noexcept {
-  return _session.cells.pendingSeekUsec.load(std::memory_order_acquire) >= 0;
 }
 
 FillPCM::End FillPCM::run(const std::function<void()>& betweenBlocks) noexcept {
   while (shouldRun()) {
     betweenBlocks();
-    if (pass() == Pass::goOn) continue;
-    finishStream();
-    // A seek while the last frames play brings the track back.
-    if (drainRing()) return End::trackEnded;
+    if (pass() == Pass::trackEnded) return End::trackEnded;
   }
   return End::stopped;
 }
 
 FillPCM::Pass FillPCM::pass() noexcept {
-  TransportCells& cells = _session.cells;
   if (handlePendingSeek()) return Pass::goOn;
-  if (!waitForSpace(_stage.chunk())) return Pass::goOn;
-
-  std::uint32_t wanted = DecodeStage::kBlockFrames;
-  const std::int64_t end = cells.cueEndFrame.load(std::memory_order_acquire);
-  if (end >= 1) {
-    const std::int64_t remaining = end - _session.decoder->currentPosition();
-    if (remaining <= 0) return Pass::streamEnded;
-    wanted = static_cast<std::uint32_t>(std::min<std::int64_t>(wanted, remaining));
+  if (_joins.watch()) {
+    const bool wasBounded = _session.source->bounds.end > 0;
+    _end = SourceEnd{
+        .cause = wasBounded ? TrackJoins::EndCause::cueEnd : TrackJoins::EndCause::endOfStream,
+        .considered = {},
+        .next = {},
+        .isDrained = true};
   }
-  // A read error counts as the end: the listener goes on with the next track.
-  return _stage.step(wanted) == DecodeStage::Outcome::wrote ? Pass::goOn : Pass::streamEnded;
+  if (_end) return atSourceEnd();
+  // A crossfade begins here, and goes on instead of readBlock(): while the old source still has
+  // frames and the join is idle.
+  if (waitForSpace(_session.reader->chunk())) readBlock();
+  return Pass::goOn;
 }
 
-void FillPCM::finishStream() noexcept {
-  bool more = true;
-  while (more && shouldRun() && !seekIsPending()) {
-    if (waitForSpace(_stage.chunk())) more = _stage.drainStep();
+void FillPCM::readBlock() noexcept {
+  SourceReader& reader = *_session.reader;
+  switch (reader.read()) {
+    case SourceReader::Outcome::produced:
+      if (reader.frames() > 0) _session.ring.write(reader.list(), reader.frames());
+      return;
+    case SourceReader::Outcome::cueEnd:
+      _end = SourceEnd{.cause = TrackJoins::EndCause::cueEnd, .considered = {}, .next = {}};
+      return;
+    case SourceReader::Outcome::endOfStream:
+      _end = SourceEnd{.cause = TrackJoins::EndCause::endOfStream, .considered = {}, .next = {}};
+      return;
+    case SourceReader::Outcome::failed:
+      // Counts as the end: the listener goes on with the next track.
+      _end = SourceEnd{.cause = TrackJoins::EndCause::failed, .considered = {}, .next = {}};
+      return;
   }
-  if (more) return;
-  _session.cells.framesAfterEnd.store(0);
-  _session.cells.eofReached.store(true);
 }
 
-bool FillPCM::drainRing() noexcept {
+FillPCM::Pass FillPCM::atSourceEnd() noexcept {
+  if (!_session.join.isIdle()) {
+    waitForJoinToBeHeard();
+    return Pass::goOn;
+  }
+  if (considerWish()) return Pass::goOn;
+  if (_end->next) {
+    // A resampler that goes on keeps its tail: the next track brings it out.
+    if (!_end->next->continuesResampler && !_end->isDrained) {
+      drainStep();
+      return Pass::goOn;
+    }
+    _joins.commit(std::move(*_end->next), _end->isDrained);
+    _session.cells.eofReached.store(false);
+    _end.reset();
+    return Pass::goOn;
+  }
+  if (!_end->isDrained) {
+    drainStep();
+    return Pass::goOn;
+  }
+  return playOut();
+}
+
+bool FillPCM::considerWish() noexcept {
+  const std::uint64_t version = _session.joins->nextTrack.version();
+  if (_end->considered == version) return false;
+  _end->considered = version;
+  // Behind an empty ring there is silence already: too late to join.
+  const bool isTooLate = _session.cells.eofReached.load() && _session.ring.framesHeld() == 0;
+  _end->next = isTooLate ? std::nullopt : _joins.prepare(_end->cause);
+  // It may have changed again while a slow file was opened.
+  return true;
+}
+
+void FillPCM::waitForJoinToBeHeard() noexcept {
+  if (_joins.owesBoundary() && !_end->isDrained) {
+    // A track that is shorter than the filter: nothing else would ever push the old one's last
+    // frames out.
+    drainStep();
+    return;
+  }
+  _session.cells.fillStalled.store(true);
+  const std::int64_t countdown = _session.clock.countdown();
+  sleep(countdown > 0 ? napOf(countdown) : kLongestNap);
+  _session.cells.fillStalled.store(false);
+}
+
+void FillPCM::drainStep() noexcept {
+  SourceReader* reader = _session.reader.get();
+  if (reader == nullptr) {
+    _end->isDrained = true;
+    return;
+  }
+  if (!waitForSpace(reader->chunk())) return;
+  if (reader->drain()) {
+    _session.ring.write(reader->list(), reader->frames());
+  } else {
+    _end->isDrained = true;
+  }
+}
+
+FillPCM::Pass FillPCM::playOut() noexcept {
   TransportCells& cells = _session.cells;
-  while (shouldRun() && !seekIsPending()) {
-    // The ring is empty before the device is: what it still holds must be heard.
-    const bool heard =
-        _session.ring->framesHeld() == 0 &&
-        cells.framesAfterEnd.load(std::memory_order_acquire) >= cells.playbackLatencyFrames.load();
-    if (heard) return true;
-    sleep(kDrainNap);
+  if (!cells.eofReached.load()) {
+    cells.framesAfterEnd.store(0);
+    cells.eofReached.store(true);
   }
-  return false;
+  cells.eofWishVersion.store(*_end->considered);
+  // The ring is empty before the device is: what it still holds must be heard. A seek or a next
+  // track that comes meanwhile brings the stream back.
+  const bool heard =
+      _session.ring.framesHeld() == 0 &&
+      cells.framesAfterEnd.load(std::memory_order_acquire) >= cells.playbackLatencyFrames.load();
+  if (heard) return Pass::trackEnded;
+  sleep(kDrainNap);
+  return Pass::goOn;
+}
+
+milliseconds FillPCM::napOf(std::int64_t frames) const noexcept {
+  const auto until = milliseconds(static_cast<std::int64_t>(1000.0 * static_cast<double>(frames) /
+                                                            _session.clientFormat.sampleRate));
+  return std::clamp(until, kShortestNap, kLongestNap);
 }
 
 bool FillPCM::waitForSpace(std::uint32_t frames) noexcept {
-  const std::int64_t missing = frames - _session.ring->freeSpace();
-  if (missing <= 0) return true;
-  // By the time the device has taken what is missing there is work again, not before.
-  const auto until = milliseconds(static_cast<std::int64_t>(1000.0 * static_cast<double>(missing) /
-                                                            _session.clientFormat.sampleRate));
-  sleep(std::clamp(until, kShortestNap, kLongestNap));
-  return _session.ring->freeSpace() >= frames;
+  const auto missing = [&] { return frames + _session.framesKept - _session.ring.freeSpace(); };
+  if (missing() <= 0) return true;
+  // By the time the device has taken what is missing there is work again, not before; or when a
+  // joined track is heard.
+  std::int64_t until = missing();
+  if (const std::int64_t countdown = _session.clock.countdown(); countdown > 0) {
+    until = std::min(until, countdown);
+  }
+  sleep(napOf(until));
+  return missing() <= 0;
 }
 
 void FillPCM::sleep(milliseconds whileRendering) noexcept {
   // Read once: were the nap chosen by another reading than the one that is watched, a resume that
   // falls between the two would be slept through.
   const bool wasRendering = _session.cells.rendering.load();
+  const std::uint64_t wish = _session.joins->nextTrack.version();
+  const PendingJoin::State join = _session.join.state();
   _session.waker.sleepFor(wasRendering ? whileRendering : kPausedNap, [&] {
-    return !shouldRun() || seekIsPending() || _session.cells.rendering.load() != wasRendering;
+    return !shouldRun() || _session.seek.isPending() ||
+           _session.cells.rendering.load() != wasRendering ||
+           _session.joins->nextTrack.version() != wish || _session.join.state() != join;
   });
 }
 
 bool FillPCM::handlePendingSeek() noexcept {
-  TransportCells& cells = _session.cells;
-  std::int64_t usec = cells.pendingSeekUsec.load(std::memory_order_acquire);
-  if (usec < 0) return false;
-
-  // In whole frames, so that a position asked for is met to the frame.
-  const double fileRate = _session.fileFormat.sampleRate;
-  const auto target =
-      static_cast<std::int64_t>(static_cast<long double>(usec) * fileRate / 1'000'000.0L);
-  const std::int64_t start = cells.cueStartOffsetFrames.load();
-  std::int64_t absolute = start + target;
-  const std::int64_t cueEnd = cells.cueEndFrame.load();
-  const std::int64_t total = _session.decoder->totalFrames();
-  if (cueEnd >= 1) absolute = std::min(absolute, cueEnd);
-
-  // A time past the end is the end: its last frame is the nearest that can be decoded.
-  if (total > 0) absolute = std::min(absolute, total - 1);
-  // A position that cannot be reached is dropped; the stream goes on from where it stands.
-  _session.decoder->seek(absolute);
-  _stage.reset();
-  {
-    RenderGate::Closed closed(_session.gate);
-    _session.ring->flush();
-    cells.seekFrameOffset.store(std::max<std::int64_t>(0, absolute - start));
-    cells.framesReadFromBuffer.store(0);
-    cells.framesAfterEnd.store(0);
-    cells.eofReached.store(false);
+  const auto wish = _session.seek.get();
+  if (!wish) return false;
+  if (!prepareSource(*wish)) {
+    _session.seek.done(*wish);
+    return true;
   }
+  SourceReader* reader = _session.reader.get();
+  // Without a file there is the end of it.
+  const double seconds = reader != nullptr ? reader->seek(wish->usec) : 0;
+  _end.reset();
+  if (reader == nullptr) {
+    _end = SourceEnd{.cause = TrackJoins::EndCause::failed, .considered = {}, .next = {}};
+  }
+  TransportCells& cells = _session.cells;
+  cells.eofReached.store(false);
+  _session.clock.jump(_session.source, seconds);
+  // No render call adds to it any more.
+  cells.framesAfterEnd.store(0);
   // Until here the seek stays pending, so that nobody takes the old frames for the new ones. One
   // that was asked for meanwhile stays so.
-  cells.pendingSeekUsec.compare_exchange_strong(usec, TransportCells::kNoSeek);
-
-  const std::int64_t wanted = _stage.framesWritten() + prefillFor(cells.ioBufferFrameSize.load());
-  while (shouldRun() && _stage.framesWritten() < wanted &&
-         _session.ring->freeSpace() >= _stage.chunk()) {
-    std::uint32_t block = DecodeStage::kBlockFrames;
-    if (cueEnd >= 1) {
-      const std::int64_t remaining = cueEnd - _session.decoder->currentPosition();
-      if (remaining <= 0) break;
-      block = static_cast<std::uint32_t>(std::min<std::int64_t>(block, remaining));
-    }
-    if (_stage.step(block) != DecodeStage::Outcome::wrote) break;
-  }
+  _session.seek.done(*wish);
+  prefillAfterSeek();
   return true;
+}
+
+bool FillPCM::prepareSource(const PendingSeek::Wish& wish) noexcept {
+  const bool isJump = wish.jumpTo != nullptr;
+  _joins.beforeSeek(isJump);
+  if (isJump) _session.source = wish.jumpTo;
+  std::unique_ptr<SourceReader>& reader = _session.reader;
+  if (reader && reader->facts().track.filePath == _session.source->track.filePath) {
+    reader->setFacts(_session.source);
+    return true;
+  }
+  reader.reset();
+  reader = reopenSource(_session, _session.source);
+  // A seek back in a file that is gone is dropped; a jump has left the old track for good.
+  return reader != nullptr || isJump;
+}
+
+void FillPCM::prefillAfterSeek() noexcept {
+  const std::int64_t wanted =
+      _session.ring.framesWritten() + prefillFor(_session.cells.ioBufferFrameSize.load());
+  while (shouldRun() && !_end && _session.ring.framesWritten() < wanted &&
+         _session.ring.freeSpace() >= _session.reader->chunk()) {
+    readBlock();
+  }
 }
 
 }  // namespace velorin

@@ -1,11 +1,12 @@
-// The fill loop of a PCM file: keeps the ring full, serves seeks, and ends the track.
+// The fill loop of PCM: keeps the ring full, serves seeks, joins track to track, and ends the last.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 #include "engine/PlaybackSession.h"
-#include "engine/fill/DecodeStage.h"
+#include "engine/joins/TrackJoins.h"
 
 namespace velorin {
 
@@ -19,10 +20,11 @@ class FillPCM {
     trackEnded,  ///< the last frame was rendered and the device has played it out
   };
 
-  /// Allocates every buffer the loop will use. The session has its decoder, formats and ring.
-  explicit FillPCM(PlaybackSession& session);
+  /// The session has its reader.
+  explicit FillPCM(PlaybackSession& session) : _session(session), _joins(session) {}
 
-  /// `betweenBlocks` is called before each block, on this thread.
+  /// `betweenBlocks` is called before each block, on this thread. May be called again after
+  /// trackEnded, when a seek came at the last moment.
   End run(const std::function<void()>& betweenBlocks) noexcept;
 
   /// Does the seek that is pending, if any: drops the ring, moves the decoder, decodes a first
@@ -31,17 +33,36 @@ class FillPCM {
   bool handlePendingSeek() noexcept;
 
  private:
-  enum class Pass { goOn, streamEnded };
+  /// The source gives no more. What is left to do, in this order: find a next track, bring the
+  /// resampler's tail to the ring, let the ring play out.
+  struct SourceEnd {
+    TrackJoins::EndCause cause = TrackJoins::EndCause::endOfStream;
+    /// Version of the wish that `next` answers.
+    std::optional<std::uint64_t> considered;
+    std::optional<PreparedJoin> next;
+    bool isDrained = false;
+  };
+
+  enum class Pass { goOn, trackEnded };
   Pass pass() noexcept;
-  void finishStream() noexcept;
-  bool drainRing() noexcept;
+  void readBlock() noexcept;
+  Pass atSourceEnd() noexcept;
+  bool considerWish() noexcept;
+  void waitForJoinToBeHeard() noexcept;
+  Pass playOut() noexcept;
+  void drainStep() noexcept;
+
+  bool prepareSource(const PendingSeek::Wish& wish) noexcept;
+  void prefillAfterSeek() noexcept;
+
   bool waitForSpace(std::uint32_t frames) noexcept;
   void sleep(std::chrono::milliseconds whileRendering) noexcept;
+  std::chrono::milliseconds napOf(std::int64_t frames) const noexcept;
   bool shouldRun() const noexcept;
-  bool seekIsPending() const noexcept;
 
   PlaybackSession& _session;
-  DecodeStage _stage;
+  TrackJoins _joins;
+  std::optional<SourceEnd> _end;
 };
 
 }  // namespace velorin

@@ -61,14 +61,22 @@ void FillThread::start(std::shared_ptr<PlaybackSession> session, std::unique_ptr
 
 void FillThread::run(Shared& shared) {
   nameThisThread("com.velorin.fill");
-  const FillPCM::End end = shared.fill->run([&shared] {
-    if (shared.wantsRealTime.exchange(false)) elevateThisThread();
-  });
-
-  MutexLock hold(shared.mutex);
-  if (end == FillPCM::End::trackEnded && shared.onTrackEnded) shared.onTrackEnded();
-  shared.finished = true;
-  shared.finishedCondition.notifyAll();
+  for (;;) {
+    const FillPCM::End end = shared.fill->run([&shared] {
+      if (shared.wantsRealTime.exchange(false)) elevateThisThread();
+    });
+    MutexLock hold(shared.mutex);
+    // A seek at the last moment brings the track back. Who asks for one and then finds the thread
+    // finished knows that it came too late.
+    if (end == FillPCM::End::trackEnded && shared.session->seek.isPending()) continue;
+    if (end == FillPCM::End::trackEnded) {
+      shared.session->cells.isOver.store(true);
+      if (shared.onTrackEnded) shared.onTrackEnded();
+    }
+    shared.finished = true;
+    shared.finishedCondition.notifyAll();
+    return;
+  }
 }
 
 bool FillThread::stop(bool quick) {

@@ -108,11 +108,10 @@ std::uint32_t RenderPath::renderFrames(AudioBufferList& list, std::uint32_t fram
 }
 
 std::uint32_t RenderPath::takeFromRing(AudioBufferList& list, std::uint32_t frames) noexcept {
-  TransportCells& cells = _stream.cells;
   std::uint32_t taken = 0;
   if (_stream.gate.enter()) {
+    // The ring's counter is the position: see PositionClock.
     taken = _stream.ring.read(list, frames);
-    cells.framesReadFromBuffer.fetch_add(taken, std::memory_order_release);
     noteEndOfStream(taken, frames);
   }
   _stream.gate.leave();

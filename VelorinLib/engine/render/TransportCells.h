@@ -1,5 +1,5 @@
 // The atomic cells through which the transport, the fill thread and the render callback of one
-// playing track speak to each other. No lock guards them and none is needed.
+// playing stream speak to each other. No lock guards them and none is needed.
 //
 // One object per playing session: a fill thread that is stuck in a slow file keeps its own cells
 // and cannot disturb the session that followed.
@@ -11,28 +11,20 @@
 namespace velorin {
 
 struct TransportCells {
-  /// "No seek is wanted."
-  static constexpr std::int64_t kNoSeek = -1;
-
-  // --- Position ---
-
-  /// Frames the render thread took since the last reset. Render adds, the others reset.
-  std::atomic<std::int64_t> framesReadFromBuffer{0};
-  /// Frames of the file before that reset, in file frames.
-  std::atomic<std::int64_t> seekFrameOffset{0};
-  /// Microseconds from the track's own start, or kNoSeek. Transport sets, fill takes.
-  std::atomic<std::int64_t> pendingSeekUsec{kNoSeek};
-  /// Bounds of a CUE track in file frames; 0 for none.
-  std::atomic<std::int64_t> cueStartOffsetFrames{0};
-  std::atomic<std::int64_t> cueEndFrame{0};
-
   // --- End of the stream ---
 
-  /// The fill side has no more data.
+  /// The fill side has no more data, unless the wish for a next track has changed since.
   std::atomic<bool> eofReached{false};
+  /// Version of that wish (NextTrack) when it was said.
+  std::atomic<std::uint64_t> eofWishVersion{0};
   /// Frames of silence rendered since the ring ran short after that: tells the fill thread when
   /// the device has played out what it still held. Render adds, fill resets.
   std::atomic<std::int64_t> framesAfterEnd{0};
+
+  /// The fill thread waits for the joined track to be heard and has nothing to write until then.
+  std::atomic<bool> fillStalled{false};
+  /// The fill thread has ended with its track.
+  std::atomic<bool> isOver{false};
 
   // --- Output, as started ---
 

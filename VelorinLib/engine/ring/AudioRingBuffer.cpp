@@ -110,4 +110,12 @@ void AudioRingBuffer::flush() noexcept {
   _head.store(_tail.load(std::memory_order_acquire), std::memory_order_release);
 }
 
+void AudioRingBuffer::cutBackTo(std::int64_t frame) noexcept {
+  _head.store(frame, std::memory_order_release);
+}
+
+void AudioRingBuffer::rewind(std::int64_t frames) noexcept {
+  _tail.fetch_sub(frames, std::memory_order_acq_rel);
+}
+
 }  // namespace velorin

@@ -3,9 +3,9 @@
 //
 // Units are frames. `head` counts frames ever written and `tail` frames ever read; a position in
 // a buffer is a counter ANDed with capacity - 1. Empty: head - tail = 0. Full: head - tail =
-// capacity. Only the producer changes `head`, only the consumer changes `tail`, with one
-// exception: flush() lets the producer set `head` back to `tail`, so that for a moment
-// head - tail can be negative, which read() takes as empty.
+// capacity. Only the producer changes `head`, only the consumer changes `tail`. Two exceptions:
+// flush() and cutBackTo() let the producer set `head` back, so that for a moment head - tail can be
+// negative, which read() takes as empty; rewind() sets `tail` back while no consumer runs.
 #pragma once
 
 #include <atomic>
@@ -42,6 +42,18 @@ class AudioRingBuffer {
 
   /// Producer only. Drops what is held.
   void flush() noexcept;
+
+  /// Producer only. Drops what was written from that frame (a count as framesWritten() gives) on.
+  /// The consumer must not be about to read it: see RenderGate.
+  void cutBackTo(std::int64_t frame) noexcept;
+
+  /// While no consumer runs. Makes the last `frames` frames that were read readable once more. The
+  /// producer has left them untouched: it keeps at least as many frames of the ring free.
+  void rewind(std::int64_t frames) noexcept;
+
+  /// Any thread. Frames ever written, frames ever read.
+  std::int64_t framesWritten() const noexcept { return _head.load(std::memory_order_acquire); }
+  std::int64_t framesRead() const noexcept { return _tail.load(std::memory_order_acquire); }
 
   /// Any thread; a snapshot that may be old by the time it is used. The producer may rely on the
   /// space (it only grows), the consumer on the frames (they only grow, but for a flush).

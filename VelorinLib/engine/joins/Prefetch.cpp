@@ -1,0 +1,54 @@
+#include "engine/joins/Prefetch.h"
+
+#include "engine/decoders/DecoderFactory.h"
+#include "foundation/Log.h"
+#include "foundation/SerialQueue.h"
+#include "foundation/Text.h"
+
+namespace velorin {
+namespace {
+
+/// Never destroyed: it may hang in a file for as long as the process lives.
+SerialQueue& utilityQueue() {
+  static auto* const queue = new SerialQueue("com.velorin.engine.prefetch");
+  return *queue;
+}
+
+bool canBePreOpened(const JoinDesk& desk, const Track& next, const std::string& playingPath) {
+  if (!desk.settings.gaplessEnabled()) return false;
+  const std::string extension = text::fileExtension(next.filePath);
+  if (extension == "dsf" || extension == "dff") return false;
+  return !(next.cueStartTime && next.filePath == playingPath);
+}
+
+void preOpen(JoinDesk& desk, const std::string& playingPath) {
+  const auto wish = desk.nextTrack.get();
+  if (!wish || !canBePreOpened(desk, wish->track, playingPath)) {
+    desk.preOpened.put({}, nullptr);
+    return;
+  }
+  const std::string& path = wish->track.filePath;
+  if (desk.preOpened.holds(path)) return;
+  auto opened = DecoderFactory::open(path);
+  if (!opened) {
+    desk.preOpened.put({}, nullptr);
+    return;
+  }
+  const auto now = desk.nextTrack.get();
+  if (!now || now->track.filePath != path) return;
+  auto decoder = std::move(opened).value();
+  const std::string format = decoder->info().formatTag.value_or("track");
+  desk.preOpened.put(path, std::move(decoder));
+  log::line("📦 Pre-opened next {} for gapless: {}", format, titleOf(wish->track));
+}
+
+}  // namespace
+
+void prefetchNextTrack(const std::shared_ptr<JoinDesk>& desk, const std::optional<Track>& playing) {
+  utilityQueue().async(
+      [weak = std::weak_ptr(desk), playingPath = playing ? playing->filePath : std::string()] {
+        if (const auto alive = weak.lock()) preOpen(*alive, playingPath);
+      });
+}
+
+}  // namespace velorin
