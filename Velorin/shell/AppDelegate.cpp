@@ -48,7 +48,7 @@ AppDelegate::~AppDelegate() = default;
 // --- The launch ---
 
 void AppDelegate::didFinishLaunching(const Parts& parts, FileDescriptor listener,
-                                     std::vector<std::filesystem::path> files) {
+                                     InstanceRequest first) {
   _bus = &parts.bus;
   _player = &parts.player;
   _library = parts.library;
@@ -60,8 +60,8 @@ void AppDelegate::didFinishLaunching(const Parts& parts, FileDescriptor listener
       std::move(listener), [this](InstanceRequest request, InstanceServer::Answer answer) {
         handle(std::move(request), std::move(answer));
       });
-  if (!files.empty()) {
-    openFiles({InstanceAction::open, std::move(files)}, [](const InstanceAnswer& answer) {
+  if (!first.paths.empty()) {
+    openFiles(std::move(first), [](const InstanceAnswer& answer) {
       if (!answer.ok) log::line("❌ {}", answer.text);
     });
   }

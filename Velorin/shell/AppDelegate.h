@@ -37,10 +37,9 @@ class AppDelegate {
   AppDelegate& operator=(const AppDelegate&) = delete;
 
   /// In this order: what belongs to the program is read in the background; the library is watched;
-  /// mounted volumes are told to the player; other starts of the program are heard; files are
-  /// opened; the service manager learns that the player is up.
-  void didFinishLaunching(const Parts& parts, FileDescriptor listener,
-                          std::vector<std::filesystem::path> files);
+  /// mounted volumes are told to the player; other starts of the program are heard; the
+  /// first request is met; the service manager learns that the player is up.
+  void didFinishLaunching(const Parts& parts, FileDescriptor listener, InstanceRequest first);
 
   /// In this order: the session is saved; the library's scanner and watcher stop; the device is
   /// given back and the engine stops; then the main loop ends, the parts are destroyed and with the

@@ -35,11 +35,11 @@ PlayerServices VelorinApp::playerServices() {
   return services;
 }
 
-int VelorinApp::run(FileDescriptor listener, std::vector<std::filesystem::path> files) {
+int VelorinApp::run(FileDescriptor listener, InstanceRequest first) {
   const SignalWatch signals(
       {.stop = [this] { _delegate.willTerminate(); }, .suspend = {}, .resume = {}});
   _delegate.didFinishLaunching({_bus, _player, _library.get()}, std::move(listener),
-                               std::move(files));
+                               std::move(first));
   MainThread::instance().run();
   return kExitSuccess;
 }

@@ -1,9 +1,7 @@
 // The player as one object: what it is made of, and in which order.
 #pragma once
 
-#include <filesystem>
 #include <memory>
-#include <vector>
 
 #include "engine/AudioEngine.h"
 #include "foundation/EventBus.h"
@@ -30,8 +28,8 @@ class VelorinApp {
   VelorinApp& operator=(const VelorinApp&) = delete;
 
   /// Runs to the end, which a signal, a command or the desktop brings about. listener: where other
-  /// starts of the program are heard, see InstanceSocket.h; files: what to open first.
-  int run(FileDescriptor listener, std::vector<std::filesystem::path> files);
+  /// starts of the program are heard, see InstanceSocket.h; first: what to open at once.
+  int run(FileDescriptor listener, InstanceRequest first);
 
  private:
   std::unique_ptr<LibraryServices> openLibrary();

@@ -1,0 +1,133 @@
+#include "shell/menus/PlayerMenus.h"
+
+#include <algorithm>
+
+#include "desktop/TrackNotification.h"
+#include "dsp/DSPEffects.h"
+#include "engine/AudioEngine.h"
+#include "foundation/Preferences.h"
+#include "foundation/SerialQueue.h"
+#include "foundation/Uuid.h"
+#include "session/PlayerState.h"
+
+namespace velorin {
+namespace {
+
+constexpr const char* kStrategyKey = "sampleRateStrategy";
+constexpr const char* kMultiplierKey = "resamplingMultiplier";
+constexpr int kSmallestMultiplier = 2;
+constexpr int kSecondsPerMinute = 60;
+
+void callIfThere(const std::function<void()>& function) {
+  if (function) function();
+}
+
+}  // namespace
+
+MenuState PlayerMenus::state() const {
+  MenuState state;
+  if (const auto& current = _player.currentTrack()) {
+    auto& track = state.track.emplace();
+    track.title = current->track.title;
+    track.artist = current->artist.name;
+    track.isInLibrary = current->track.id && !current->isExternal;
+    track.isFavorite =
+        track.isInLibrary && _seams.isFavorite && _seams.isFavorite(*current->track.id);
+    track.sourceFormat = trackNotificationText(*current).body;
+  }
+  AudioEngine& engine = _player.engine();
+  state.state = _player.state();
+  state.radioRuns = _player.radioSeedTrackId().has_value();
+  state.stopAfterCurrent = _player.stopAfterCurrent();
+  state.sleepTimerRuns = _player.sleepTimerRuns();
+  state.sleepTimerEndOfTrack = _player.sleepTimerEndOfTrack();
+  state.sleepTimerSecondsRemaining = _player.sleepTimerSecondsRemaining();
+  for (const AudioDevice& device : engine.enumerateOutputDevices()) {
+    if (device.id == engine.currentDevice()) state.outputDevice = device.name;
+  }
+  state.exclusiveMode = _player.exclusiveMode();
+  state.integerMode = _player.integerMode();
+  state.gaplessPlayback = _player.gaplessEnabled();
+  if (_seams.memoryPlayback) state.memoryPlayback = _seams.memoryPlayback();
+  const auto stored = _preferences.getInt(kStrategyKey);
+  state.strategy = stored ? fromRaw<SampleRateStrategy>(*stored).value_or(state.strategy)
+                          : SampleRateStrategy::native;
+  state.multiplier = static_cast<int>(std::max<std::int64_t>(
+      _preferences.getInt(kMultiplierKey).value_or(kSmallestMultiplier), kSmallestMultiplier));
+  const StereoWidenerDSP& widener = engine.effects().stereoWidener;
+  state.stereoWidener = widener.isEnabled();
+  state.stereoWidth = widener.width();
+  return state;
+}
+
+void PlayerMenus::apply(MenuAction action, int tag) {
+  switch (action) {
+    case MenuAction::showMainWindow:
+      return callIfThere(_seams.showMainWindow);
+    case MenuAction::dockTogglePlayPause:
+      return _player.togglePlayPause();
+    case MenuAction::dockNext:
+      return _player.nextDebounced();
+    case MenuAction::dockPrevious:
+      return _player.previousDebounced();
+    case MenuAction::dockToggleFavorite:
+      if (const auto& current = _player.currentTrack();
+          current && current->track.id && _seams.toggleFavorite) {
+        _seams.toggleFavorite(*current->track.id);
+      }
+      return;
+    case MenuAction::dockToggleRadio:
+      if (!_player.currentTrack()) return;
+      if (_player.radioSeedTrackId()) return _player.setRadioSeedTrackId(std::nullopt);
+      return callIfThere(_seams.startRadio);
+    case MenuAction::menuStop:
+      return _player.stop();
+    case MenuAction::menuToggleStopAfterCurrent:
+      return _player.toggleStopAfterCurrent();
+    case MenuAction::menuToggleExclusive:
+      return _player.setExclusiveMode(!_player.exclusiveMode());
+    case MenuAction::menuToggleInteger:
+      return _player.setIntegerMode(!_player.integerMode());
+    case MenuAction::menuToggleGapless:
+      return _player.setGaplessEnabled(!_player.gaplessEnabled());
+    case MenuAction::menuToggleMemory:
+      return callIfThere(_seams.toggleMemoryPlayback);
+    case MenuAction::menuCycleResampling:
+      return cycleResampling();
+    case MenuAction::menuToggleStereoWidener:
+      return toggleStereoWidener();
+    case MenuAction::menuSleepTimerEndOfTrack:
+      return _player.startSleepTimerEndOfTrack();
+    case MenuAction::menuSleepTimerPreset:
+      return _player.startSleepTimer(tag * kSecondsPerMinute);
+    case MenuAction::menuSleepTimerCancel:
+      return _player.cancelSleepTimer();
+    case MenuAction::menuOpenSleepTimer:
+      callIfThere(_seams.showMainWindow);
+      return callIfThere(_seams.openSleepTimer);
+  }
+}
+
+void PlayerMenus::cycleResampling() {
+  const SampleRateStrategy next = nextStrategy(state().strategy);
+  _preferences.setInt(kStrategyKey, static_cast<std::int64_t>(next));
+  _player.engineQueue().async(
+      [engine = &_player.engine(), next] { engine->setSampleRateStrategy(next); });
+}
+
+void PlayerMenus::toggleStereoWidener() {
+  _player.engineQueue().async([engine = &_player.engine()] {
+    std::vector<DSPChainEntry> entries = engine->effects().entries();
+    const auto widener = std::find_if(entries.begin(), entries.end(), [](const auto& entry) {
+      return entry.effectType == DSPEffectType::stereoWidener;
+    });
+    if (widener == entries.end()) {
+      entries.push_back({makeUuid(), DSPEffectType::stereoWidener, true, std::nullopt});
+    } else {
+      widener->enabled = !widener->enabled;
+    }
+    engine->applyDSPChainConfig(entries);
+  });
+}
+
+}  // namespace velorin
