@@ -48,14 +48,14 @@ void end(pid_t process) {
 
 }  // namespace
 
-DBusSession::DBusSession(Bus bus)
+DBusSession::DBusSession(Bus bus, const std::string& listenAt)
     : _variable(bus == Bus::session ? "DBUS_SESSION_BUS_ADDRESS" : "DBUS_SYSTEM_BUS_ADDRESS") {
   int out[2];
   if (pipe2(out, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
   // With the rules of a session bus also where it poses as the system's: everybody may own names.
-  _daemon = start(
-      {"dbus-daemon", "--session", "--nofork", "--print-address=1", "--address=unix:tmpdir=/tmp"},
-      out[1]);
+  _daemon =
+      start({"dbus-daemon", "--session", "--nofork", "--print-address=1", "--address=" + listenAt},
+            out[1]);
   close(out[1]);
   for (char c = 0; read(out[0], &c, 1) == 1 && c != '\n';) _address += c;
   close(out[0]);

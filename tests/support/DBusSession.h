@@ -14,8 +14,9 @@ class DBusSession {
  public:
   enum class Bus { session, system };
 
-  /// Throws std::runtime_error where no dbus-daemon can be started.
-  explicit DBusSession(Bus bus = Bus::session);
+  /// Throws std::runtime_error where no dbus-daemon can be started. `listenAt`: its address, for
+  /// a bus that comes back where another one was.
+  explicit DBusSession(Bus bus = Bus::session, const std::string& listenAt = "unix:tmpdir=/tmp");
   ~DBusSession();
   DBusSession(const DBusSession&) = delete;
   DBusSession& operator=(const DBusSession&) = delete;

@@ -1,0 +1,197 @@
+// Notifications against a server on a private bus, which keeps what it is given.
+#include "platform/desktop/DesktopNotifier.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+
+#include "BusPeer.h"
+#include "foundation/Log.h"
+#include "platform/desktop/SessionBus.h"
+#include "support/DBusSession.h"
+#include "support/TemporaryFolder.h"
+
+namespace velorin {
+namespace {
+
+using namespace std::chrono_literals;
+using Lines = std::vector<std::string>;
+using Hints = std::map<std::string, sdbus::Variant>;
+
+constexpr const char* kName = "org.freedesktop.Notifications";
+
+class Server {
+ public:
+  struct Shown {
+    std::uint32_t replaces = 0;
+    std::string summary, body;
+    Lines actions;
+    Hints hints;
+  };
+  using Reply = sdbus::Result<std::uint32_t>;
+
+  explicit Server(Lines capabilities)
+      : _connection(sdbus::createSessionBusConnection()),
+        _object(sdbus::createObject(*_connection, "/org/freedesktop/Notifications")) {
+    _object->registerMethod("GetCapabilities").onInterface(kName).implementedAs([=] {
+      return capabilities;
+    });
+    _object->registerMethod("Notify").onInterface(kName).implementedAs(
+        [this](Reply&& reply, std::string, std::uint32_t replaces, std::string, std::string summary,
+               std::string body, Lines actions, Hints hints, std::int32_t) {
+          if (_isSlow) {
+            MutexLock hold(_mutex);
+            _held.push_back(std::move(reply));
+          } else {
+            // Not under the lock: the library has its own around this.
+            reply.returnResults(replaces != 0 ? replaces : ++_lastId);
+          }
+          MutexLock hold(_mutex);
+          _shown.push_back({replaces, summary, body, actions, hints});
+        });
+    _object->registerMethod("CloseNotification")
+        .onInterface(kName)
+        .implementedAs([this](std::uint32_t id) {
+          MutexLock hold(_mutex);
+          _shown.push_back({id, "closed", {}, {}, {}});
+        });
+    _object->registerSignal("ActionInvoked")
+        .onInterface(kName)
+        .withParameters<std::uint32_t, std::string>();
+    _object->registerSignal("NotificationClosed")
+        .onInterface(kName)
+        .withParameters<std::uint32_t, std::uint32_t>();
+    _object->finishRegistration();
+    _connection->requestName(kName);
+    _connection->enterEventLoopAsync();
+  }
+  ~Server() { _connection->leaveEventLoop(); }
+
+  std::vector<Shown> shown(std::size_t count) {
+    MainThread::instance().runUntil(
+        [&] {
+          MainThread::instance().postAfter(1ms, [] {});
+          MutexLock hold(_mutex);
+          return _shown.size() >= count;
+        },
+        10s);
+    MutexLock hold(_mutex);
+    return _shown;
+  }
+
+  void setSlow(bool slow) {
+    _isSlow = slow;
+    std::vector<Reply> held;
+    {
+      MutexLock hold(_mutex);
+      held.swap(_held);
+    }
+    for (const Reply& reply : held) reply.returnResults(++_lastId);
+  }
+
+  template <class... Arguments>
+  void emit(const char* signal, Arguments... arguments) {
+    _object->emitSignal(signal).onInterface(kName).withArguments(arguments...);
+  }
+
+ private:
+  Mutex _mutex;
+  std::vector<Shown> _shown GUARDED_BY(_mutex);
+  std::vector<Reply> _held GUARDED_BY(_mutex);
+  std::atomic<std::uint32_t> _lastId{40};
+  std::atomic<bool> _isSlow{false};
+  std::unique_ptr<sdbus::IConnection> _connection;
+  std::unique_ptr<sdbus::IObject> _object;
+};
+
+class DesktopNotifierTest : public testing::Test {
+ protected:
+  DesktopNotifierTest() { MainThread::instance(); }
+
+  static DesktopNotification notification(std::string summary) {
+    DesktopNotification made;
+    made.summary = std::move(summary);
+    made.body = "A & B\n<c>";
+    made.actions = {{.key = "NEXT", .label = "Next"}};
+    return made;
+  }
+
+  Lines invoked;
+  test::DBusSession session;
+  SessionBus bus;
+  std::optional<DesktopNotifier> notifier{
+      std::in_place, bus, [this](const std::string& key) { invoked.push_back(key); }};
+};
+
+TEST_F(DesktopNotifierTest, EachTakesThePlaceOfTheLastAndItsActionsAreHeard) {
+  test::TemporaryFolder folder;
+  Server server({"actions", "body", "body-markup"});
+  DesktopNotification first = notification(
+      "On\xFF"
+      "e");
+  first.imagePath = folder / "cover .jpg";
+  std::ofstream(first.imagePath) << "picture";
+  notifier->show(first);
+  const auto shown = server.shown(1);
+  ASSERT_EQ(shown.size(), 1u);
+  EXPECT_EQ(shown[0].summary, "On\uFFFDe");
+  EXPECT_EQ(shown[0].body, "A &amp; B\n&lt;c&gt;");
+  EXPECT_EQ(shown[0].actions, (Lines{"NEXT", "Next"}));
+  EXPECT_EQ(shown[0].hints.at("desktop-entry").get<std::string>(), "velorin");
+  EXPECT_EQ(shown[0].hints.at("urgency").get<std::uint8_t>(), 0);
+  EXPECT_TRUE(shown[0].hints.at("image-path").get<std::string>().ends_with("/cover%20.jpg"));
+
+  // A server that takes its time gets the last one only, and that as a replacement.
+  server.setSlow(true);
+  notifier->show(notification("Two"));
+  server.shown(2);
+  notifier->show(notification("Three"));
+  notifier->show(notification("Four"));
+  server.setSlow(false);
+  const auto all = server.shown(3);
+  ASSERT_EQ(all.size(), 3u);
+  EXPECT_EQ(all[1].replaces, 41u);
+  EXPECT_EQ(all[2].summary, "Four");
+  EXPECT_EQ(all[2].replaces, 42u);
+
+  // The answer to "Four" comes before the signals: one connection, in order.
+  server.emit("ActionInvoked", std::uint32_t{7}, std::string("OTHER PROGRAM'S"));
+  server.emit("ActionInvoked", std::uint32_t{42}, std::string("NEXT"));
+  MainThread::instance().runUntil([&] { return !invoked.empty(); }, 10s);
+  EXPECT_EQ(invoked, Lines{"NEXT"});
+  notifier.reset();
+  EXPECT_EQ(server.shown(4).back().summary, "closed");
+}
+
+TEST_F(DesktopNotifierTest, AServerThatShowsLessGetsLess) {
+  Server server({"body"});
+  notifier->show(notification("One"));
+  auto shown = server.shown(1);
+  ASSERT_EQ(shown.size(), 1u);
+  EXPECT_EQ(shown[0].body, "A & B\n<c>");
+  EXPECT_EQ(shown[0].actions, Lines{});
+  EXPECT_EQ(shown[0].hints.count("image-path"), 0u);
+  // What was closed is not replaced.
+  server.emit("NotificationClosed", std::uint32_t{41}, std::uint32_t{1});
+  notifier->show(notification("Two"));
+  shown = server.shown(2);
+  ASSERT_EQ(shown.size(), 2u);
+  EXPECT_EQ(shown[1].replaces, 0u);
+}
+
+TEST_F(DesktopNotifierTest, WithoutAServerItIsToldOnceAndALaterOneIsUsed) {
+  log::Capture log;
+  notifier->show(notification("One"));
+  ASSERT_TRUE(log.waitFor("No desktop notifications", 10s));
+  notifier->show(notification("Two"));
+  Server server({"body"});
+  // Asked in order on one connection, so "Two" was answered before this one.
+  notifier->show(notification("Three"));
+  const auto shown = server.shown(1);
+  ASSERT_FALSE(shown.empty());
+  EXPECT_EQ(log.lines().size(), 1u);
+}
+
+}  // namespace
+}  // namespace velorin
