@@ -12,8 +12,8 @@
 #include "bench/MusicFile.h"
 #include "engine/decoders/FLACDecoder.h"
 #include "engine/fill/SourceReader.h"
-#include "engine/ring/AudioRingBuffer.h"
 #include "engine/output/ClientFormat.h"
+#include "engine/ring/AudioRingBuffer.h"
 
 namespace velorin::bench {
 namespace {

@@ -1,6 +1,9 @@
 #include "engine/fill/FillPCM.h"
 
 #include <algorithm>
+#include <new>
+
+#include "foundation/Log.h"
 
 namespace velorin {
 namespace {
@@ -28,14 +31,19 @@ bool FillPCM::shouldRun() const noexcept {
 }
 
 FillPCM::End FillPCM::run(const std::function<void()>& betweenBlocks) noexcept {
-  while (shouldRun()) {
-    betweenBlocks();
-    if (pass() == Pass::trackEnded) return End::trackEnded;
+  try {
+    while (shouldRun()) {
+      betweenBlocks();
+      if (pass() == Pass::trackEnded) return End::trackEnded;
+    }
+  } catch (const std::bad_alloc&) {
+    log::line("❌ Not enough memory to go on with {}", titleOf(_session.source->track));
+    return End::trackEnded;
   }
   return End::stopped;
 }
 
-FillPCM::Pass FillPCM::pass() noexcept {
+FillPCM::Pass FillPCM::pass() {
   if (handlePendingSeek()) return Pass::goOn;
   if (_joins.watch()) {
     const bool wasBounded = _session.source->bounds.end > 0;
@@ -71,7 +79,7 @@ void FillPCM::readBlock() noexcept {
   }
 }
 
-FillPCM::Pass FillPCM::atSourceEnd() noexcept {
+FillPCM::Pass FillPCM::atSourceEnd() {
   if (!_session.join.isIdle()) {
     waitForJoinToBeHeard();
     return Pass::goOn;
@@ -95,7 +103,7 @@ FillPCM::Pass FillPCM::atSourceEnd() noexcept {
   return playOut();
 }
 
-bool FillPCM::considerWish() noexcept {
+bool FillPCM::considerWish() {
   const std::uint64_t version = _session.joins->nextTrack.version();
   if (_end->considered == version) return false;
   _end->considered = version;
@@ -106,7 +114,7 @@ bool FillPCM::considerWish() noexcept {
   return true;
 }
 
-void FillPCM::waitForJoinToBeHeard() noexcept {
+void FillPCM::waitForJoinToBeHeard() {
   if (_joins.owesBoundary() && !_end->isDrained) {
     // A track that is shorter than the filter: nothing else would ever push the old one's last
     // frames out.
@@ -182,7 +190,7 @@ void FillPCM::sleep(milliseconds whileRendering) noexcept {
   });
 }
 
-bool FillPCM::handlePendingSeek() noexcept {
+bool FillPCM::handlePendingSeek() {
   const auto wish = _session.seek.get();
   if (!wish) return false;
   if (!prepareSource(*wish)) {
@@ -208,7 +216,7 @@ bool FillPCM::handlePendingSeek() noexcept {
   return true;
 }
 
-bool FillPCM::prepareSource(const PendingSeek::Wish& wish) noexcept {
+bool FillPCM::prepareSource(const PendingSeek::Wish& wish) {
   const bool isJump = wish.jumpTo != nullptr;
   _joins.beforeSeek(isJump);
   if (isJump) _session.source = wish.jumpTo;

@@ -10,8 +10,7 @@
 
 namespace velorin {
 
-/// Runs on the fill thread from its start to its end. Never throws, never takes the engine's
-/// lifecycle lock.
+/// Runs on the fill thread from its start to its end. Never takes the engine's lifecycle lock.
 class FillPCM {
  public:
   /// Why run() returned.
@@ -24,13 +23,13 @@ class FillPCM {
   explicit FillPCM(PlaybackSession& session) : _session(session), _joins(session) {}
 
   /// `betweenBlocks` is called before each block, on this thread. May be called again after
-  /// trackEnded, when a seek came at the last moment.
+  /// trackEnded, when a seek came at the last moment. Where memory is short the track ends.
   End run(const std::function<void()>& betweenBlocks) noexcept;
 
   /// Does the seek that is pending, if any: drops the ring, moves the decoder, decodes a first
   /// stretch so that the seek is heard after one device buffer, resets the position. True when it
-  /// did one. The fill thread, or the engine queue before that runs.
-  bool handlePendingSeek() noexcept;
+  /// did one. The fill thread, or the engine queue before that runs. Throws std::bad_alloc.
+  bool handlePendingSeek();
 
  private:
   /// The source gives no more. What is left to do, in this order: find a next track, bring the
@@ -44,15 +43,15 @@ class FillPCM {
   };
 
   enum class Pass { goOn, trackEnded };
-  Pass pass() noexcept;
+  Pass pass();
   void readBlock() noexcept;
-  Pass atSourceEnd() noexcept;
-  bool considerWish() noexcept;
-  void waitForJoinToBeHeard() noexcept;
+  Pass atSourceEnd();
+  bool considerWish();
+  void waitForJoinToBeHeard();
   Pass playOut() noexcept;
   void drainStep() noexcept;
 
-  bool prepareSource(const PendingSeek::Wish& wish) noexcept;
+  bool prepareSource(const PendingSeek::Wish& wish);
   void prefillAfterSeek() noexcept;
 
   bool waitForSpace(std::uint32_t frames) noexcept;
