@@ -1,7 +1,6 @@
 #include "engine/AudioEngine.h"
 
 #include "engine/AudioEngineImpl.h"
-#include "foundation/MainThread.h"
 #include "foundation/Preferences.h"
 
 namespace velorin {
@@ -36,10 +35,7 @@ AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences, Even
   }
   // A fill thread that is left behind may announce when there is no engine any more.
   joins->announce = [owner_ = owner](const SharedFacts& joined, int generation) {
-    MainThread::instance().post([owner_, joined, generation] {
-      MutexLock hold(owner_->mutex);
-      if (owner_->impl != nullptr) owner_->impl->applyTrackChangeOnMain(joined, generation);
-    });
+    postTrackChange(owner_, joined, generation, std::chrono::milliseconds(0));
   };
   devices.restore();
   effects->applyChain(startUpChain(preferences, *effects).entries);

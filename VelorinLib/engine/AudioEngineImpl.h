@@ -59,6 +59,14 @@ struct AudioEngine::Impl {
   bool fallBackToFloat(double start) REQUIRES(lifecycleLock);
 
   // --- The next track (AudioEngineJoins.cpp) ---
+  /// For tasks on the main thread that may come when the engine is gone. Taken before any other
+  /// lock, and held while handlers of the events run that such a task posts.
+  struct Owner {
+    Mutex mutex;
+    Impl* impl GUARDED_BY(mutex) = nullptr;
+  };
+  static void postTrackChange(const std::shared_ptr<Owner>& owner, const SharedFacts& joined,
+                              int generation, std::chrono::milliseconds delay);
   void setNextTrack(std::optional<NextTrack::Wish> wish);
   void applyTrackChangeOnMain(const SharedFacts& joined, int generation);
   /// What a track that was joined and is heard changes here. False when it was overtaken.
@@ -103,12 +111,6 @@ struct AudioEngine::Impl {
   SpectrumCaptureRing spectrumCaptureRing{4096};
   NowPlaying nowPlaying;
   const std::shared_ptr<JoinDesk> joins = std::make_shared<JoinDesk>();
-  /// For tasks on the main thread that may come when the engine is gone. Taken before any other
-  /// lock, and held while handlers of the events run that such a task posts.
-  struct Owner {
-    Mutex mutex;
-    Impl* impl GUARDED_BY(mutex) = nullptr;
-  };
   const std::shared_ptr<Owner> owner = std::make_shared<Owner>();
   ProgressTimer progressTimer;
   OutputDevices devices;

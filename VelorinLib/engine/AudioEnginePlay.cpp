@@ -90,9 +90,6 @@ void AudioEngine::Impl::playPCM(const Track& track, std::optional<double> startT
     stop();
     return;
   }
-  const SharedFacts heard = heardSource();
-  log::line("▶️ Playing: {} [{:.0f}Hz / {}bit]{}", titleOf(track), heard->fileFormat.sampleRate,
-            heard->sourceBitDepth, cueRangeText(track));
 }
 
 AudioEngine::Impl::Started AudioEngine::Impl::startStream(const Track& track, double start,
@@ -222,6 +219,8 @@ bool AudioEngine::Impl::startAudioOutput(double start) {
                                   .bytesPerFrame = playing->clientFormat.bytesPerFrame,
                                   .isIntegerOutput = playing->isIntegerOutput,
                                   .bufferDeadlineUs = output.bufferDeadlineUs()};
+  // A short track may be over by the time that its start is told.
+  const SharedFacts first = heardSource();
   renderingSession.store(playing.get());
   setRendering(true);
   auto renderPath =

@@ -1,5 +1,6 @@
 // Stop, pause, resume, seek, position, and the end of a track.
 #include "engine/AudioEngineImpl.h"
+#include "engine/joins/Prefetch.h"
 #include "foundation/Log.h"
 #include "records/Events.h"
 
@@ -33,6 +34,7 @@ void AudioEngine::Impl::stop() {
   progressTimer.stop();
   if (const auto playing = currentSession()) playing->seek.cancel();
   releaseStream();
+  dropPrefetched(joins);
   sleepInhibitor.release();
   if (!settings.exclusiveMode) devices.disableHogMode();
 
@@ -124,6 +126,8 @@ void AudioEngine::Impl::stopAndAdvance(int generation) {
     // Another play() or stop() came first: this end is no news any more.
     if (playGeneration.load() != generation) return;
     stop();
+    // It was refused, or there was none: what comes now is the controller's choice.
+    joins->nextTrack.set(std::nullopt);
   }
   bus.postOnMain(PlayNextTrack{.autoAdvance = true});
 }

@@ -8,6 +8,7 @@
 // with a new one. Whoever drops the last reference closes the file.
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "engine/SourceFacts.h"
@@ -57,6 +58,8 @@ struct PlaybackSession {
   PositionClock clock;
   PendingSeek seek;
   PendingJoin join;
+  /// The TrackDidChange of the first track was posted: from now on those of joins may be.
+  std::atomic<bool> isAnnounced{false};
 
   // --- The engine queue's before the fill thread runs, the fill thread's after ---
 

@@ -51,4 +51,10 @@ void prefetchNextTrack(const std::shared_ptr<JoinDesk>& desk, const std::optiona
       });
 }
 
+void dropPrefetched(const std::shared_ptr<JoinDesk>& desk) {
+  utilityQueue().async([weak = std::weak_ptr(desk)] {
+    if (const auto alive = weak.lock()) alive->preOpened.put({}, nullptr);
+  });
+}
+
 }  // namespace velorin

@@ -18,4 +18,7 @@ namespace velorin {
 /// `playing`: the next CUE track of its file needs no second decoder.
 void prefetchNextTrack(const std::shared_ptr<JoinDesk>& desk, const std::optional<Track>& playing);
 
+/// Closes a decoder that was opened ahead, on the same queue. Never blocks.
+void dropPrefetched(const std::shared_ptr<JoinDesk>& desk);
+
 }  // namespace velorin
