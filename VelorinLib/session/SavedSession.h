@@ -78,19 +78,19 @@ struct SavedSession {
   double duration = 0;  ///< seconds; 0 where it is not known
 
   // place
-  std::int64_t trackId = 0;                    ///< of the current track; 0 when it has none
-  std::optional<SavedExternal> externalTrack;  ///< the current track, when it is external
-  std::int64_t queueIndex = 0;                 ///< of the timeline; at least 0
-  bool isAutoplay = false;                     ///< the current track came from the autoplay queue
+  std::int64_t trackId = 0;                         ///< of the current track; 0 when it has none
+  std::optional<SavedExternal> externalTrack = {};  ///< the current track, when it is external
+  std::int64_t queueIndex = 0;                      ///< of the timeline; at least 0
+  bool isAutoplay = false;  ///< the current track came from the autoplay queue
   /// How far before the newest entry of the history the listener has walked.
-  std::optional<std::int64_t> historyNavOffset;
+  std::optional<std::int64_t> historyNavOffset = {};
 
   // queue
-  std::vector<std::int64_t> queueIds;              ///< 0 for an item without an id
-  std::map<std::size_t, SavedExternal> externals;  ///< by their index in the queue
+  std::vector<std::int64_t> queueIds = {};              ///< 0 for an item without an id
+  std::map<std::size_t, SavedExternal> externals = {};  ///< by their index in the queue
 
   // autoplay
-  std::vector<std::int64_t> autoplayIds;
+  std::vector<std::int64_t> autoplayIds = {};
 
   bool operator==(const SavedSession&) const = default;
 };
