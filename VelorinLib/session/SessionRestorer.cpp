@@ -32,16 +32,16 @@ class Records {
 
   void read(DatabaseManager& database, const std::function<bool()>& isCancelled) {
     std::vector<std::int64_t> ids;
-    for (auto it = _wanted.begin(); it != _wanted.end();) {
-      ids.push_back(it->first);
-      ++it;
-      if (ids.size() < kTracksPerRead && it != _wanted.end()) continue;
+    ids.reserve(_wanted.size());
+    for (const auto& [id, wanted] : _wanted) ids.push_back(id);
+    std::ranges::sort(ids);  // rows that lie together are read together
+    for (std::size_t from = 0; from < ids.size(); from += kTracksPerRead) {
       if (isCancelled()) throw Cancelled();
-      for (TrackInfo& info : database.tracks().fetchTracks(ids)) {
+      const std::size_t to = std::min(from + kTracksPerRead, ids.size());
+      for (TrackInfo& info : database.tracks().fetchTracks({&ids[from], &ids[to - 1] + 1})) {
         const std::int64_t id = *info.track.id;
         _wanted[id].info = std::move(info);
       }
-      ids.clear();
     }
   }
 

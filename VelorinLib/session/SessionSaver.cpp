@@ -58,9 +58,11 @@ void SessionSaver::write() {
   _afterChange.stop();
   const SessionParts parts = _isCleared ? SessionParts::all() : std::exchange(_due, {});
   _due = {};
-  const auto session = _source.session(parts);
+  auto session = _source.session(parts);
   _isCleared = !session;
-  session ? _store.put(*session, parts) : _store.clear();
+  _puts.async([this, parts, session = std::move(session)] {
+    session ? _store.put(*session, parts) : _store.clear();
+  });
 }
 
 bool SessionSaver::saveNow() {
@@ -69,7 +71,9 @@ bool SessionSaver::saveNow() {
   _due = {};
   const auto session = _source.session(SessionParts::all());
   _isCleared = !session;
-  return _store.save(session);
+  bool isSaved = false;
+  _puts.sync([&] { isSaved = _store.save(session); });
+  return isSaved;
 }
 
 }  // namespace velorin

@@ -10,12 +10,13 @@
 #include <optional>
 
 #include "foundation/MainThread.h"
+#include "foundation/SerialQueue.h"
 #include "session/PlayerTypes.h"
 #include "session/SessionStore.h"
 
 namespace velorin {
 
-/// Main thread.
+/// Main thread; the store is used on a thread of its own.
 class SessionSaver {
  public:
   struct Source {
@@ -29,7 +30,7 @@ class SessionSaver {
     std::chrono::milliseconds whilePlaying{60'000};
   };
 
-  /// The store outlives it.
+  /// The store outlives it, and is its own meanwhile.
   SessionSaver(SessionStore& store, Source source, Times times);
   SessionSaver(SessionStore& store, Source source) : SessionSaver(store, std::move(source), {}) {}
 
@@ -59,6 +60,8 @@ class SessionSaver {
   bool _isCleared = false;  ///< nothing is stored: the next session needs all its parts
   RepeatingTimer _afterChange;
   RepeatingTimer _whilePlaying;
+  /// Where the store is used: a long queue takes it milliseconds.
+  SerialQueue _puts{"com.velorin.session"};
 };
 
 }  // namespace velorin
