@@ -30,7 +30,8 @@ bool waitForPrefill(const PlaybackSession& session, milliseconds timeout) {
       static_cast<std::int64_t>(kPrefillShare * static_cast<double>(session.ring.capacity())),
       kSmallestPrefill);
   const auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (session.ring.framesHeld() < target && !session.cells.eofReached.load()) {
+  const TransportCells& cells = session.cells;
+  while (session.ring.framesHeld() < target && !cells.eofReached && !cells.fillStalled) {
     if (std::chrono::steady_clock::now() >= deadline) return session.ring.framesHeld() > 0;
     std::this_thread::sleep_for(kPrefillPoll);
   }
@@ -232,9 +233,11 @@ bool AudioEngine::Impl::startAudioOutput(double start) {
   sleepInhibitor.acquire();
   changeState(PlaybackState::playing);
   progressTimer.start();
-  const SharedFacts heard = heardSource();
   bus.postOnMain(
-      TrackDidChange{.track = heard->track, .sourceBitDepth = heard->sourceBitDepth, .join = {}});
+      TrackDidChange{.track = first->track, .sourceBitDepth = first->sourceBitDepth, .join = {}});
+  playing->isAnnounced.store(true);
+  log::line("▶️ Playing: {} [{:.0f}Hz / {}bit]{}", titleOf(first->track),
+            first->fileFormat.sampleRate, first->sourceBitDepth, cueRangeText(first->track));
   return true;
 }
 
