@@ -5,6 +5,7 @@
 #include <map>
 
 #include "Options.h"
+#include "PlayerGrammar.h"
 #include "TagArguments.h"
 
 namespace velorin {
@@ -36,9 +37,15 @@ class Grammar {
     _app.set_version_flag("--version", kVersionText, "Print the version and exit");
     _app.require_subcommand(0, 1);
     _app.footer(
+        "Without a command the player starts and plays the files that are given; where it runs\n"
+        "already, it gets them.\n\n"
         "Examples:\n"
+        "  velorin ~/Music/Album\n"
+        "  velorin open --next track.flac\n"
+        "  velorin control play-pause\n"
         "  velorin play ~/Music/Album --exclusive --integer\n"
         "  velorin render track.flac -o track.wav --integer");
+    _player.emplace(_app);
     addPlay();
     addRender();
     addDevices();
@@ -52,8 +59,10 @@ class Grammar {
   }
 
   Command parse(int argc, const char* const* argv) {
+    const std::vector<std::string> arguments = withPlayerCommand(_app, argc, argv);
     try {
-      _app.parse(argc, argv);
+      // Its parser takes the arguments from the back, without the program's name.
+      _app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend() - 1));
     } catch (const CLI::CallForVersion&) {
       return ShowText{kVersionText};
     } catch (const CLI::CallForHelp&) {
@@ -61,6 +70,7 @@ class Grammar {
     } catch (const CLI::ParseError& error) {
       return WrongUsage{oneLine(error.what()) + ": see '" + helpCommand() + "'"};
     }
+    if (auto chosen = _player->chosen()) return std::move(*chosen);
     if (*_playCommand) return _play;
     if (*_renderCommand) return _render;
     if (*_devicesCommand) return _devices;
@@ -381,6 +391,7 @@ class Grammar {
   }
 
   CLI::App _app;
+  std::optional<PlayerGrammar> _player;
   CLI::App* _playCommand = nullptr;
   CLI::App* _renderCommand = nullptr;
   CLI::App* _devicesCommand = nullptr;

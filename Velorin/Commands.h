@@ -5,6 +5,8 @@
 
 namespace velorin {
 
+int runPlayer(const RunOptions& options);
+int runControl(const ControlOptions& options);
 int runPlay(const PlayOptions& options);
 int runRender(const RenderOptions& options);
 int runDevices(const DevicesOptions& options);

@@ -11,6 +11,7 @@
 #include "library/metadata/TagChanges.h"
 #include "platform/audio/AudioHardwareFactory.h"
 #include "records/PlaybackTypes.h"
+#include "shell/InstanceMessage.h"
 
 namespace velorin {
 
@@ -104,6 +105,18 @@ struct TagOptions {
   bool json = false;
 };
 
+struct RunOptions {
+  std::vector<std::filesystem::path> files;
+  InstanceAction action = InstanceAction::open;  ///< what becomes of the files
+  AudioBackendChoice audio = AudioBackendChoice::automatic;
+  bool verbose = false;
+};
+
+struct ControlOptions {
+  InstanceAction action = InstanceAction::playPause;
+  bool json = false;  ///< of status
+};
+
 /// Text that was asked for: help, version.
 struct ShowText {
   std::string text;
@@ -114,9 +127,10 @@ struct WrongUsage {
   std::string text;
 };
 
-using Command = std::variant<PlayOptions, RenderOptions, DevicesOptions, InfoOptions, SearchOptions,
-                             LibraryListOptions, LibraryFoldersOptions, ScanOptions,
-                             PlaylistOptions, DspOptions, TagOptions, ShowText, WrongUsage>;
+using Command =
+    std::variant<RunOptions, ControlOptions, PlayOptions, RenderOptions, DevicesOptions,
+                 InfoOptions, SearchOptions, LibraryListOptions, LibraryFoldersOptions, ScanOptions,
+                 PlaylistOptions, DspOptions, TagOptions, ShowText, WrongUsage>;
 
 /// Exit codes of the program.
 inline constexpr int kExitSuccess = 0;

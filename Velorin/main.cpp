@@ -23,6 +23,8 @@ int refuse(const WrongUsage& usage) {
 }
 
 struct Run {
+  int operator()(const RunOptions& options) const { return runPlayer(options); }
+  int operator()(const ControlOptions& options) const { return runControl(options); }
   int operator()(const PlayOptions& options) const { return runPlay(options); }
   int operator()(const RenderOptions& options) const { return runRender(options); }
   int operator()(const DevicesOptions& options) const { return runDevices(options); }

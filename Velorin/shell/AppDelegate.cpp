@@ -6,6 +6,8 @@
 
 #include "LibraryServices.h"
 #include "ProgramLoop.h"
+#include "desktop/MediaControls.h"
+#include "desktop/TrackNotification.h"
 #include "dsp/presets/HeadphoneProfileDatabase.h"
 #include "engine/AudioEngine.h"
 #include "foundation/EventBus.h"
@@ -13,6 +15,7 @@
 #include "foundation/MainThread.h"
 #include "foundation/Paths.h"
 #include "library/volumes/MountObserver.h"
+#include "platform/desktop/SessionBus.h"
 #include "records/Events.h"
 #include "shell/InstanceSocket.h"
 #include "shell/OpenFiles.h"
@@ -20,6 +23,9 @@
 
 namespace velorin {
 namespace {
+
+/// How often is looked whether the session is back; it takes a moment at the start.
+constexpr std::chrono::milliseconds kRestoreInterval{20};
 
 std::string countText(std::size_t files) {
   return fmt::format("{} {}", files, files == 1 ? "file" : "files");
@@ -55,6 +61,7 @@ void AppDelegate::didFinishLaunching(const Parts& parts, FileDescriptor listener
   _background.async([] { HeadphoneProfileDatabase::shared().load(); });
   if (_library != nullptr) _library->scanner().start();
   observeVolumes();
+  serveDesktop(parts.preferences);
   followActivity();
   _server = std::make_unique<InstanceServer>(
       std::move(listener), [this](InstanceRequest request, InstanceServer::Answer answer) {
@@ -75,6 +82,29 @@ void AppDelegate::observeVolumes() {
           if (alive.lock() && _player != nullptr) _player->volumeMounted(mountPoint);
         });
       });
+}
+
+void AppDelegate::serveDesktop(const Preferences& preferences) {
+  std::function<std::string(std::int64_t)> coverPath;
+  if (_library != nullptr) {
+    coverPath = [&cache = _library->artworkCache()](std::int64_t albumId) {
+      return cache.cachedImagePath(albumId);
+    };
+  }
+  _sessionBus = std::make_unique<SessionBus>();
+  _mediaControls = std::make_unique<MediaControls>(
+      *_player, *_sessionBus,
+      MediaControls::Options{
+          .coverPath = coverPath, .raise = {}, .quit = [this] { willTerminate(); }});
+  _notification = std::make_unique<TrackNotification>(
+      *_sessionBus, preferences, std::move(coverPath),
+      TrackNotification::Actions{
+          .next = [player = _player] { player->nextDebounced(); },
+          .togglePlayPause = [player = _player] { player->togglePlayPause(); }});
+}
+
+void AppDelegate::notifyTrackChange(const TrackInfo& info) {
+  if (_notification) _notification->show(info);
 }
 
 void AppDelegate::followActivity() {
@@ -110,6 +140,10 @@ void AppDelegate::willTerminate() {
   _player->engineQueue().async([this, engine = &_player->engine()] {
     engine->shutDown();
     MainThread::instance().post([this] {
+      _deadline.setStep("the desktop's bus does not answer");
+      _notification.reset();
+      _mediaControls.reset();
+      _sessionBus.reset();
       _deadline.setStep("a music folder or the library does not answer");
       _player = nullptr;
       _library = nullptr;
@@ -148,6 +182,15 @@ void AppDelegate::openFiles(InstanceRequest request, InstanceServer::Answer answ
 }
 
 void AppDelegate::post(InstanceAction action, std::vector<std::filesystem::path> files) {
+  // A queue that is about to come back is to be added to, not to be replaced.
+  const bool adds = action == InstanceAction::playNext || action == InstanceAction::playLater;
+  if (adds && !_player->sessionRestored()) {
+    MainThread::instance().postAfter(kRestoreInterval, [this, alive = std::weak_ptr(_alive), action,
+                                                        files = std::move(files)]() mutable {
+      if (alive.lock() && _player != nullptr) post(action, std::move(files));
+    });
+    return;
+  }
   switch (action) {
     case InstanceAction::playNow:
       return _bus->post(ServicePlayFiles{std::move(files), ServiceMode::playNow});

@@ -32,13 +32,16 @@ std::unique_ptr<LibraryServices> VelorinApp::openLibrary() {
 PlayerServices VelorinApp::playerServices() {
   PlayerServices services;
   if (_library) services.database = _library->sharedManager();
+  services.notifyTrackChange = [this](const TrackInfo& info) { _delegate.notifyTrackChange(info); };
+  services.suspendMachine = [this] { _powerActions.suspend(); };
+  services.powerOffMachine = [this] { _powerActions.powerOff(); };
   return services;
 }
 
 int VelorinApp::run(FileDescriptor listener, InstanceRequest first) {
   const SignalWatch signals(
       {.stop = [this] { _delegate.willTerminate(); }, .suspend = {}, .resume = {}});
-  _delegate.didFinishLaunching({_bus, _player, _library.get()}, std::move(listener),
+  _delegate.didFinishLaunching({_bus, _preferences, _player, _library.get()}, std::move(listener),
                                std::move(first));
   MainThread::instance().run();
   return kExitSuccess;

@@ -8,6 +8,7 @@
 #include "foundation/FileDescriptor.h"
 #include "foundation/Preferences.h"
 #include "platform/audio/AudioHardware.h"
+#include "platform/power/PowerActions.h"
 #include "session/PlayerState.h"
 #include "shell/AppDelegate.h"
 
@@ -38,6 +39,7 @@ class VelorinApp {
   AppDelegate _delegate;
   EventBus _bus;
   Preferences _preferences;
+  PowerActions _powerActions;
   const std::unique_ptr<LibraryServices> _library;  ///< null where it cannot be opened
   const std::unique_ptr<AudioHardware> _hardware;
   AudioEngine _engine;
