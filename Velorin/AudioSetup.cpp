@@ -4,8 +4,14 @@
 #include "dsp/DSPEffects.h"
 #include "dsp/presets/EQPresetManager.h"
 #include "engine/AudioEngine.h"
+#include "foundation/AtomicFile.h"
+#include "foundation/Paths.h"
+#include "foundation/Preferences.h"
+#include "foundation/PropertyList.h"
+#include "foundation/SerialQueue.h"
 #include "foundation/Text.h"
 #include "platform/audio/AudioHardware.h"
+#include "session/PlayerState.h"
 
 namespace velorin {
 
@@ -25,13 +31,33 @@ void prepareEffects(const Track& track, AudioEngine& engine) {
   effects.headroomDSP.setHeadroom(static_cast<float>(effects.requiredHeadroomDB(&track)));
 }
 
-void applySettings(const EngineOptions& options, AudioEngine& engine) {
-  if (options.integer) engine.setIntegerMode(true);
-  if (options.strategy) engine.setSampleRateStrategy(*options.strategy);
-  if (options.multiplier) engine.setResamplingMultiplier(*options.multiplier);
-  if (options.fixedRate) engine.setFixedSampleRate(*options.fixedRate);
-  if (options.volume) engine.setVolume(static_cast<float>(*options.volume));
-  if (options.exclusive) engine.setExclusiveMode(true);
+std::unique_ptr<Preferences> preferencesOfThisRun() {
+  auto preferences = std::make_unique<Preferences>();
+  std::string failure;
+  const auto text = readFile(paths::preferencesFile(), failure);
+  const auto stored = text ? propertyList::parse(*text) : std::nullopt;
+  if (!stored) return preferences;
+  if (const auto* values = std::get_if<PreferenceMap>(&stored->value)) {
+    for (const auto& [key, value] : *values) preferences->registerDefault(key, value);
+  }
+  return preferences;
+}
+
+void applySettings(const EngineOptions& options, PlayerState& player) {
+  if (options.integer) player.setIntegerMode(true);
+  if (options.exclusive) player.setExclusiveMode(true);
+  if (options.volume) player.setVolume(*options.volume);
+  if (options.noGapless) player.setGaplessEnabled(false);
+  if (options.crossfade) {
+    player.setCrossfadeEnabled(*options.crossfade > 0);
+    if (*options.crossfade > 0) player.setCrossfadeDuration(*options.crossfade);
+  }
+  if (options.noAlbumCrossfade) player.setKeepsAlbumsUncrossfaded(true);
+  player.engineQueue().sync([&options, &engine = player.engine()] {
+    if (options.strategy) engine.setSampleRateStrategy(*options.strategy);
+    if (options.multiplier) engine.setResamplingMultiplier(*options.multiplier);
+    if (options.fixedRate) engine.setFixedSampleRate(*options.fixedRate);
+  });
 }
 
 AudioDeviceID findDevice(AudioHardware& hardware, std::string_view wanted) {

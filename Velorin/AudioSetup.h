@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,18 +13,24 @@ namespace velorin {
 
 class AudioEngine;
 class AudioHardware;
+class PlayerState;
+class Preferences;
 struct Track;
 
 /// Hands the chain of a file to the engine. Nothing on success, else one line that says what is
 /// wrong; then the engine keeps what it has. Engine queue, or before anything plays.
 std::optional<std::string> applyChainFile(const std::filesystem::path& file, AudioEngine& engine);
 
+/// The user's preferences as they are now. Changes stay in memory: how one command plays is no
+/// choice for the others.
+std::unique_ptr<Preferences> preferencesOfThisRun();
+
 /// Sets the effects that depend on the track: ReplayGain, and the headroom for what all of them
 /// can add. Engine queue, before the track plays.
 void prepareEffects(const Track& track, AudioEngine& engine);
 
-/// Hands the settings to the engine. Engine queue, or before anything plays.
-void applySettings(const EngineOptions& options, AudioEngine& engine);
+/// Hands the settings to the player and its engine. Main thread, before anything plays.
+void applySettings(const EngineOptions& options, PlayerState& player);
 
 /// The device with that UID or, failing that, that name; kNoDevice when there is none.
 AudioDeviceID findDevice(AudioHardware& hardware, std::string_view wanted);

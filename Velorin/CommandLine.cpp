@@ -11,6 +11,7 @@
 namespace velorin {
 namespace {
 
+constexpr const char* kPlayable = "Files, folders, CUE sheets and M3U playlists, in their order";
 constexpr const char* kVersionText = "velorin " VELORIN_VERSION "\n";
 
 /// Accepts finite numbers from `low` to `high`; a plain range lets NaN pass.
@@ -87,19 +88,24 @@ class Grammar {
 
  private:
   void addPlay() {
-    _playCommand = _app.add_subcommand("play", "Play files and folders in the terminal");
-    addInputs(_playCommand, _play.inputs, "Files and folders to play");
+    _playCommand = _app.add_subcommand("play", "Play in the terminal");
+    addInputs(_playCommand, _play.inputs, kPlayable);
     addAudio(_playCommand, _play.audio);
     _playCommand->add_option("--device", _play.deviceUID, "Device to play on: its UID or its name")
         ->type_name("UID");
     addEngine(_playCommand, _play.engine);
+    static const std::map<std::string, RepeatMode> kRepeats = {
+        {"off", RepeatMode::off}, {"all", RepeatMode::all}, {"one", RepeatMode::one}};
+    _playCommand->add_flag("--shuffle", _play.shuffle, "Play in a random order");
+    addChoice(_playCommand, "--repeat", _play.repeat, kRepeats,
+              "What follows the last track: off, all or one");
     _playCommand->add_flag("-v,--verbose", _play.verbose, "Show every line of the log");
   }
 
   void addRender() {
     _renderCommand = _app.add_subcommand(
         "render", "Write what a device would be given into WAV files, as fast as possible");
-    addInputs(_renderCommand, _render.inputs, "Files to render, one after the other");
+    addInputs(_renderCommand, _render.inputs, kPlayable);
     _renderCommand->add_option("-o,--output", _render.output, "WAV file to write")
         ->required()
         ->type_name("OUT.wav");
@@ -352,6 +358,12 @@ class Grammar {
     command->add_option("--start", engine.start, "Begin so far into the first file")
         ->check(finite(0, 1e9))
         ->type_name("SECONDS");
+    command->add_flag("--no-gapless", engine.noGapless, "Stop between tracks");
+    command->add_option("--crossfade", engine.crossfade, "Fade tracks into each other; 0 for not")
+        ->check(finite(0, 60))
+        ->type_name("SECONDS");
+    command->add_flag("--no-album-crossfade", engine.noAlbumCrossfade,
+                      "Do not fade neighbours of one album into each other");
     addChain(command, engine.chain);
     command->add_option("--volume", engine.volume, "Software volume, 0 to 1")
         ->check(finite(0, 1))

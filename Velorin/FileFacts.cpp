@@ -111,6 +111,11 @@ Result<FileFacts, FileError> readFileFacts(const fs::path& path) {
   return read(path, /*probeEnd=*/false);
 }
 
+std::string whyUnplayable(const fs::path& path) {
+  const auto facts = readFileFacts(path);
+  return facts ? "the file cannot be opened any more; was it removed?" : facts.error().text;
+}
+
 Result<FileFacts, FileError> readAndProbeFile(const fs::path& path) {
   return read(path, /*probeEnd=*/true);
 }

@@ -43,7 +43,10 @@ struct FileError {
 /// Reads a file's headers. Never blocks on a pipe or a device. Any thread.
 Result<FileFacts, FileError> readFileFacts(const std::filesystem::path& path);
 
-/// As above, and looks whether the audio reaches to the end that the headers promise.
+/// What is wrong with a file that could not be played, as a FileError says it.
+std::string whyUnplayable(const std::filesystem::path& path);
+
+/// As readFileFacts(), and looks whether the audio reaches to the end that the headers promise.
 Result<FileFacts, FileError> readAndProbeFile(const std::filesystem::path& path);
 
 }  // namespace velorin

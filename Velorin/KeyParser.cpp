@@ -17,6 +17,10 @@ std::optional<Key> plainKey(char c) {
       return Key::next;
     case 'p':
       return Key::previous;
+    case 's':
+      return Key::shuffle;
+    case 'r':
+      return Key::repeat;
     case 'q':
       return Key::quit;
     case 'h':

@@ -9,7 +9,19 @@
 
 namespace velorin {
 
-enum class Key { pause, next, previous, back, forward, louder, quieter, quit, help };
+enum class Key {
+  pause,
+  next,
+  previous,
+  back,
+  forward,
+  louder,
+  quieter,
+  shuffle,
+  repeat,
+  quit,
+  help
+};
 
 /// Turns bytes into keys; a sequence may arrive in pieces. What is not a key is dropped.
 class KeyParser {

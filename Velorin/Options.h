@@ -11,6 +11,7 @@
 #include "library/metadata/TagChanges.h"
 #include "platform/audio/AudioHardwareFactory.h"
 #include "records/PlaybackTypes.h"
+#include "session/PlayerTypes.h"
 #include "shell/InstanceMessage.h"
 
 namespace velorin {
@@ -25,6 +26,9 @@ struct EngineOptions {
   std::optional<double> start;      ///< seconds into the first file
   std::optional<double> volume;     ///< linear, 0 to 1
   std::filesystem::path chain;      ///< file of the effect chain; empty: the stored one
+  bool noGapless = false;           ///< each track starts anew
+  std::optional<double> crossfade;  ///< seconds; 0 for none
+  bool noAlbumCrossfade = false;    ///< neighbours of one album are joined without a crossfade
 };
 
 struct PlayOptions {
@@ -32,6 +36,8 @@ struct PlayOptions {
   EngineOptions engine;
   AudioBackendChoice audio = AudioBackendChoice::automatic;
   std::string deviceUID;  ///< empty: the saved device, else the default
+  bool shuffle = false;
+  RepeatMode repeat = RepeatMode::off;
   bool verbose = false;
 };
 

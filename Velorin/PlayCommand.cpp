@@ -4,56 +4,59 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
+#include <random>
 
 #include "AudioSetup.h"
 #include "Commands.h"
 #include "Console.h"
+#include "FileFacts.h"
 #include "KeyReader.h"
 #include "PlayList.h"
+#include "PlayRun.h"
 #include "ProgramLoop.h"
 #include "SignalPathText.h"
 #include "SignalWatch.h"
 #include "Terminal.h"
-#include "TrackSequence.h"
 #include "engine/AudioEngine.h"
 #include "foundation/EventBus.h"
 #include "foundation/Log.h"
 #include "foundation/MainThread.h"
-#include "foundation/Paths.h"
 #include "foundation/Preferences.h"
 #include "foundation/SerialQueue.h"
 #include "foundation/Text.h"
+#include "library/metadata/TagText.h"
+#include "session/PlayerState.h"
 
 namespace velorin {
+namespace fs = std::filesystem;
 namespace {
 
 constexpr std::chrono::milliseconds kRedrawInterval{250};
 constexpr double kSeekSeconds = 5;
-constexpr float kVolumeStep = 0.05f;
+constexpr double kVolumeStep = 0.05;
 constexpr std::string_view kKeysHelp =
-    "keys: space pause · n next · p previous · ← → 5 s back, forward · ↑ ↓ volume · h keys · "
-    "q quit";
+    "keys: space pause · n next · p previous · ← → 5 s back, forward · ↑ ↓ volume · s shuffle · "
+    "r repeat · h keys · q quit";
+
+/// A player of one command: it has no session to restore or to store, and counts nothing.
+constexpr PlayerState::Options kOneCommand = {
+    .restoresSession = false, .storesSession = false, .countsListens = false};
 
 /// One run of `velorin play`.
-class PlaySession : private TrackSequenceListener {
+class PlaySession : private PlayRunListener {
  public:
-  PlaySession(const PlayOptions& options, AudioHardware& hardware, Preferences& preferences,
-              std::vector<PlayListEntry> files)
+  PlaySession(const PlayOptions& options, AudioHardware& hardware, std::vector<TrackInfo> tracks)
       : _options(options),
-        _files(files),
+        _tracks(std::move(tracks)),
         _console(STDOUT_FILENO),
-        _engine(hardware, preferences, _bus),
-        _engineQueue("com.velorin.engine"),
-        _sequence(_engine, _engineQueue, _bus, std::move(files), *this) {}
+        _preferences(preferencesOfThisRun()),
+        _engine(hardware, *_preferences, _bus),
+        _player(_engine, *_preferences, _bus, PlayerServices{}, kOneCommand),
+        _run(_player, _bus, *this) {}
 
   int run(AudioDeviceID device) {
     log::setSink([this](log::Level, std::string_view line) { _console.printError(line); });
-    std::optional<std::string> fault;
-    _engineQueue.sync([&] {
-      applySettings(_options.engine, _engine);
-      if (!_options.engine.chain.empty()) fault = applyChainFile(_options.engine.chain, _engine);
-      if (device != kNoDevice) _engine.selectOutputDevice(device);
-    });
+    const auto fault = prepare(device);
     if (fault) {
       log::setSink({});
       reportError(*fault);
@@ -63,39 +66,63 @@ class PlaySession : private TrackSequenceListener {
     const SignalWatch signals({.stop = [this] { quit(); },
                                .suspend = [this] { suspendTerminal(); },
                                .resume = [this] { resumeTerminal(); }});
-    _sequence.start(_options.engine.start);
+    _run.start(_tracks, firstTrack(), _options.engine.start);
     MainThread::instance().run();
     _redraw.stop();
     _console.clearStatus();
-    finishTrack(/*playedOut=*/false);
+    if (_heard) trackEnded(*_heard, /*playedOut=*/false);
     log::setSink({});
     return summarise();
   }
 
  private:
-  // --- TrackSequenceListener ---
+  std::optional<std::string> prepare(AudioDeviceID device) {
+    applySettings(_options.engine, _player);
+    // What the last session left does not count here: the order is the one that was typed.
+    _player.setShuffle(_options.shuffle);
+    _player.setRepeatMode(_options.repeat);
+    std::optional<std::string> fault;
+    _player.engineQueue().sync([&] {
+      if (!_options.engine.chain.empty()) fault = applyChainFile(_options.engine.chain, _engine);
+      if (device != kNoDevice) _engine.selectOutputDevice(device);
+    });
+    return fault;
+  }
 
-  void trackStarted(std::size_t index, const FileFacts& file) override {
+  std::size_t firstTrack() const {
+    if (!_options.shuffle) return 0;
+    std::random_device seed;
+    return std::uniform_int_distribution<std::size_t>(0, _tracks.size() - 1)(seed);
+  }
+
+  // --- PlayRunListener ---
+
+  void trackStarted(const TrackInfo& track, std::optional<Join>) override {
     ++_played;
-    _index = index;
-    _file = file;
-    const auto paths = pathTexts(_engine.facts());
+    _heard = track;
+    _number = fmt::format("{}/{}", _run.numberOf(track), _player.timeline().size());
+    const std::string path = pathTexts(_engine.facts()).front();
     if (_console.isInteractive()) {
-      _console.print(number(index) + "  " + titleText());
-      _console.print("     " + paths.front());
+      _console.print(_number + "  " + titleOf(track) + "\n     " + path);
     } else {
-      _console.print("playing " + number(index) + ": " + titleText() + ": " + paths.front());
+      _console.print("playing " + _number + ": " + titleOf(track) + ": " + path);
     }
     refresh();
   }
 
-  void trackEnded(std::size_t, bool playedOut) override { finishTrack(playedOut); }
-
-  void trackFailed(std::size_t index, const std::string& reason) override {
-    _console.printError("velorin: " + text::pathForDisplay(_files[index].path) + ": " + reason);
+  void trackEnded(const TrackInfo& track, bool playedOut) override {
+    if (!_console.isInteractive()) {
+      _console.print(
+          fmt::format("{} {}: {}", playedOut ? "ended" : "left", _number, titleOf(track)));
+    }
+    _heard.reset();
   }
 
-  void sequenceEnded(bool outputFailed) override {
+  void trackFailed(const std::string& path, const std::string& reason) override {
+    _console.printError("velorin: " + text::pathForDisplay(path) + ": " + reason);
+  }
+
+  void runEnded(bool outputFailed) override {
     if (outputFailed) {
       _outputFailed = true;
       _console.printError(
@@ -105,27 +132,17 @@ class PlaySession : private TrackSequenceListener {
     quit();
   }
 
-  // --- The end of a track and of the run ---
-
-  void finishTrack(bool playedOut) {
-    if (!_file) return;
-    if (!_console.isInteractive()) {
-      _console.print(
-          fmt::format("{} {}: {}", playedOut ? "ended" : "left", number(_index), titleText()));
-    }
-    _file.reset();
-    _console.clearStatus();
-  }
+  // --- The end of the run ---
 
   void quit() {
     if (_quitting) return;
     _quitting = true;
-    stopEngineAndLoop(_engine, _engineQueue);
+    stopEngineAndLoop(_engine, _player.engineQueue());
   }
 
   int summarise() {
     if (_played == 0) {
-      if (!_outputFailed && !_wasAsked && _files.size() > 1) {
+      if (!_outputFailed && !_wasAsked && _tracks.size() > 1) {
         _console.printError("velorin: nothing could be played: see the lines above");
       }
       return _wasAsked && !_outputFailed ? kExitSuccess : kExitFailure;
@@ -157,25 +174,26 @@ class PlaySession : private TrackSequenceListener {
   }
 
   void refresh() {
-    if (!_console.isInteractive() || !_file || _quitting) return;
-    const char* symbol = _engine.state() == PlaybackState::paused ? "❚❚" : "▶";
-    std::string head = fmt::format("{} {} / {}", symbol, timeText(_engine.currentPosition()),
+    if (!_console.isInteractive() || !_heard || _quitting) return;
+    const char* symbol = _player.state() == PlaybackState::paused ? "❚❚" : "▶";
+    std::string head = fmt::format("{} {} / {}", symbol, timeText(_player.livePosition()),
                                    timeText(_engine.duration()));
-    if (const float volume = _engine.volume(); volume < 1) {
+    if (const double volume = _player.volume(); volume < 1) {
       head += fmt::format(" · {:.0f} %", std::round(volume * 100));
     }
+    if (_player.shuffleEnabled()) head += " · shuffle";
+    if (_player.repeatMode() != RepeatMode::off) {
+      head += fmt::format(" · repeat {}", nameOf(_player.repeatMode()));
+    }
     _console.setStatus(
-        composeStatus(head, titleText(), pathTexts(_engine.facts()), _console.columns()));
+        composeStatus(head, titleOf(*_heard), pathTexts(_engine.facts()), _console.columns()));
   }
 
-  std::string number(std::size_t index) const {
-    return fmt::format("{}/{}", index + 1, _sequence.count());
-  }
-
-  std::string titleText() const {
-    std::string title =
-        _file->title.empty() ? text::toValidUTF8(_file->path.stem().native()) : _file->title;
-    if (!_file->artist.empty()) title += " — " + _file->artist;
+  static std::string titleOf(const TrackInfo& info) {
+    std::string title = info.track.title;
+    if (!info.artist.name.empty() && info.artist.name != kUnknownArtist) {
+      title += " — " + info.artist.name;
+    }
     return text::escapeForTerminal(title);
   }
 
@@ -184,62 +202,71 @@ class PlaySession : private TrackSequenceListener {
   void pressed(Key key) {
     switch (key) {
       case Key::pause:
-        return onEngine([this] { _engine.togglePlayPause(); });
+        _player.togglePlayPause();
+        break;
       case Key::next:
-        return _sequence.next();
+        _run.next();
+        break;
       case Key::previous:
-        return _sequence.previous();
+        _run.previous();
+        break;
       case Key::back:
-        return seekBy(-kSeekSeconds);
+        seekBy(-kSeekSeconds);
+        break;
       case Key::forward:
-        return seekBy(kSeekSeconds);
+        seekBy(kSeekSeconds);
+        break;
       case Key::louder:
-        return changeVolume(kVolumeStep);
+        changeVolume(kVolumeStep);
+        break;
       case Key::quieter:
-        return changeVolume(-kVolumeStep);
+        changeVolume(-kVolumeStep);
+        break;
+      case Key::shuffle:
+        _player.toggleShuffle();
+        break;
+      case Key::repeat:
+        _player.toggleRepeat();
+        break;
       case Key::help:
-        return _console.print(kKeysHelp);
+        _console.print(kKeysHelp);
+        break;
       case Key::quit:
         _wasAsked = true;
         return quit();
     }
+    refreshAfterEngineCalls();
   }
 
-  void seekBy(double seconds) {
-    onEngine([this, seconds] { _engine.seek(std::max(0.0, _engine.currentPosition() + seconds)); });
-  }
+  void seekBy(double seconds) { _player.seek(std::max(0.0, _player.livePosition() + seconds)); }
 
-  void changeVolume(float by) {
+  void changeVolume(double by) {
     if (_engine.isIntegerOutput()) {
       return _console.print("integer output is not scaled: set the volume on the device");
     }
-    onEngine([this, by] {
-      // Whole steps, so that going down and up again ends at full volume exactly.
-      const float steps = std::round(_engine.volume() / kVolumeStep) + std::copysign(1.0f, by);
-      _engine.setVolume(std::clamp(steps * kVolumeStep, 0.0f, 1.0f));
-    });
+    // Whole steps, so that going down and up again ends at full volume exactly.
+    const double steps = std::round(_player.volume() / kVolumeStep) + std::copysign(1.0, by);
+    _player.setVolume(std::clamp(steps * kVolumeStep, 0.0, 1.0));
   }
 
-  void onEngine(std::function<void()> task) {
-    _engineQueue.async([this, task = std::move(task)] {
-      task();
-      MainThread::instance().post([this] { refresh(); });
-    });
+  void refreshAfterEngineCalls() {
+    _player.engineQueue().async([this] { MainThread::instance().post([this] { refresh(); }); });
   }
 
   const PlayOptions& _options;
-  const std::vector<PlayListEntry> _files;
+  const std::vector<TrackInfo> _tracks;
   Console _console;
   EventBus _bus;
+  const std::unique_ptr<Preferences> _preferences;
   AudioEngine _engine;
-  SerialQueue _engineQueue;
-  TrackSequence _sequence;
+  PlayerState _player;
+  PlayRun _run;
   std::optional<terminal::RawMode> _raw;
   std::optional<KeyReader> _keys;
   RepeatingTimer _redraw;
 
-  std::optional<FileFacts> _file;  ///< what is heard now
-  std::size_t _index = 0;
+  std::optional<TrackInfo> _heard;  ///< what is heard now
+  std::string _number;              ///< its place among how many
   std::size_t _played = 0;
   bool _outputFailed = false;
   bool _wasAsked = false;  ///< the listener quit
@@ -251,10 +278,21 @@ class PlaySession : private TrackSequenceListener {
 int runPlay(const PlayOptions& options) {
   log::configure(options.verbose ? log::Level::info : log::Level::warning,
                  /*useJournalIfConnected=*/false);
-  PlayList list = expandInputs(options.inputs);
+  const PlayList list = expandInputs(options.inputs);
   for (const std::string& problem : list.problems) reportError(problem);
-  if (list.entries.empty()) {
-    if (list.problems.empty()) reportError("nothing to play: give files or folders");
+  std::vector<TrackInfo> tracks;
+  bool isWhole = list.problems.empty();
+  for (const PlayListEntry& entry : list.entries) {
+    std::error_code unreachable;
+    if (fs::exists(entry.path, unreachable)) {
+      tracks.push_back(trackOf(entry));
+    } else {
+      reportError(text::pathForDisplay(entry.path) + ": " + whyUnplayable(entry.path));
+      isWhole = false;
+    }
+  }
+  if (tracks.empty()) {
+    if (isWhole) reportError("nothing to play: give files or folders");
     return kExitFailure;
   }
   const AudioHardwareChoice audio = createAudioHardware(options.audio);
@@ -268,9 +306,7 @@ int runPlay(const PlayOptions& options) {
       return kExitFailure;
     }
   }
-  // A device that is named for one run is not to become the saved one.
-  Preferences preferences(device == kNoDevice ? paths::preferencesFile() : std::filesystem::path());
-  PlaySession session(options, *audio.hardware, preferences, std::move(list.entries));
+  PlaySession session(options, *audio.hardware, std::move(tracks));
   return session.run(device);
 }
 

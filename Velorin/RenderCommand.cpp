@@ -10,11 +10,12 @@
 #include "Commands.h"
 #include "Console.h"
 #include "EventLog.h"
+#include "FileFacts.h"
 #include "PlayList.h"
+#include "PlayRun.h"
 #include "ProgramLoop.h"
 #include "SignalPathText.h"
 #include "SignalWatch.h"
-#include "TrackSequence.h"
 #include "WavRecorder.h"
 #include "engine/AudioEngine.h"
 #include "foundation/EventBus.h"
@@ -24,6 +25,7 @@
 #include "foundation/SerialQueue.h"
 #include "foundation/Text.h"
 #include "platform/audio/virtual/VirtualAudioHardware.h"
+#include "session/PlayerState.h"
 
 namespace velorin {
 namespace fs = std::filesystem;
@@ -35,19 +37,34 @@ constexpr std::chrono::milliseconds kSilentPullInterval{2};
 constexpr std::uint32_t kBufferMax = 65536;
 constexpr std::uint32_t kBufferMin = 64;
 constexpr std::uint32_t kBuffer = 4096;
+constexpr PlayerState::Options kOneCommand = {
+    .restoresSession = false, .storesSession = false, .countsListens = false};
+
+/// A track to render, and its file.
+struct RenderTrack {
+  TrackInfo info;
+  FileFacts file;
+
+  /// Frames that the track has at least: a sheet's bounds fall anywhere between frames.
+  double leastFrames() const {
+    const Track& track = info.track;
+    if (!track.cueStartTime) return static_cast<double>(file.totalFrames);
+    return std::floor(track.duration * file.sampleRate) - 1;
+  }
+};
 
 /// The device to play on: as described on the command line, else one that takes every file as it
 /// is.
 VirtualDeviceDescription describeDevice(const RenderOptions& options,
-                                        const std::vector<FileFacts>& files) {
+                                        const std::vector<RenderTrack>& tracks) {
   std::vector<double> rates = options.deviceRates;
   std::uint32_t channels = 2;
   std::set<double> all = {8000,   11025,  12000,  16000,  22050, 24000,  32000,
                           44100,  48000,  64000,  88200,  96000, 128000, 176400,
                           192000, 352800, 384000, 705600, 768000};
-  for (const FileFacts& file : files) {
-    all.insert(file.sampleRate);
-    channels = std::max(channels, file.channels);
+  for (const RenderTrack& track : tracks) {
+    all.insert(track.file.sampleRate);
+    channels = std::max(channels, track.file.channels);
   }
   if (rates.empty()) rates.assign(all.begin(), all.end());
 
@@ -57,7 +74,7 @@ VirtualDeviceDescription describeDevice(const RenderOptions& options,
   device.rates.clear();
   for (const double rate : rates) device.rates.push_back({rate, rate});
   // The device begins at the first file's rate: no wait for a switch that nobody hears.
-  const double first = files.front().sampleRate;
+  const double first = tracks.front().file.sampleRate;
   device.nominalRate =
       std::find(rates.begin(), rates.end(), first) != rates.end() ? first : rates.front();
   const std::uint32_t largest = options.deviceBufferMax > 0 ? options.deviceBufferMax : kBufferMax;
@@ -69,34 +86,20 @@ VirtualDeviceDescription describeDevice(const RenderOptions& options,
   return device;
 }
 
-std::vector<fs::path> pathsOf(const std::vector<PlayListEntry>& entries) {
-  std::vector<fs::path> paths;
-  for (const PlayListEntry& entry : entries) paths.emplace_back(entry.path);
-  return paths;
-}
-
-/// Whole frames of a sheet's track, whose bounds fall anywhere between the file's frames.
-std::uint64_t framesWithin(const Track& part, const FileFacts& file) {
-  const double frames = std::floor(part.duration * file.sampleRate) - 1;
-  return static_cast<std::uint64_t>(std::clamp(frames, 0.0, static_cast<double>(file.totalFrames)));
-}
-
 /// One run of `velorin render`.
-class RenderSession : private TrackSequenceListener {
+class RenderSession : private PlayRunListener {
  public:
-  RenderSession(const RenderOptions& options, std::vector<PlayListEntry> entries,
-                std::vector<FileFacts> files)
+  RenderSession(const RenderOptions& options, std::vector<RenderTrack> tracks)
       : _options(options),
-        _files(std::move(files)),
+        _tracks(std::move(tracks)),
         _console(STDERR_FILENO),
-        _recorder(std::make_shared<WavRecorder>(options.output, pathsOf(entries),
-                                                [this] { onFailure(); })),
-        _device(_hardware.addDevice(describeDevice(options, _files))),
+        _recorder(std::make_shared<WavRecorder>(options.output, paths(), [this] { onFailure(); })),
+        _device(_hardware.addDevice(describeDevice(options, _tracks))),
         _engine(_hardware, _preferences, _bus),
-        _engineQueue("com.velorin.engine"),
-        _sequence(_engine, _engineQueue, _bus, std::move(entries), *this) {
+        _player(_engine, _preferences, _bus, PlayerServices{}, kOneCommand),
+        _run(_player, _bus, *this) {
     _hardware.setRecorder(_device, _recorder);
-    _hardware.setPullGate(_device, [this](std::uint32_t frames) { return mayPull(frames); });
+    _hardware.setPullGate(_device, [this](std::uint32_t& frames) { return mayPull(frames); });
   }
 
   int run() {
@@ -107,12 +110,21 @@ class RenderSession : private TrackSequenceListener {
   }
 
  private:
-  /// The device's clock, on its thread: as fast as the engine delivers, from the moment on that
-  /// the track is announced, so that the announcement falls on the track's first frame. Once the
-  /// track is over the engine needs a moment to notice; meanwhile the device does not race through
-  /// silence.
-  bool mayPull(std::uint32_t frames) {
-    if (!_trackRuns || !_engine.canRender(frames)) return false;
+  /// The device's clock, on its thread: as fast as the engine delivers, while a track runs that was
+  /// announced and has its effects. A buffer ends where a joined track begins, so that every
+  /// announcement falls on its track's first frame. Once the last track is over the engine needs a
+  /// moment to notice; meanwhile the device does not race through silence.
+  bool mayPull(std::uint32_t& frames) {
+    if (!_trackRuns) return false;
+    bool isReady = _engine.canRender(frames);
+    // Asked in this order: what was ready before a join was made lies before it.
+    const std::int64_t left = _engine.gaplessCountdown();
+    if (left <= 0 && _engine.gaplessTransitionPending()) return false;
+    if (left > 0 && left < frames) {
+      frames = static_cast<std::uint32_t>(left);
+      isReady = _engine.canRender(frames);
+    }
+    if (!isReady) return false;
     const auto now = std::chrono::steady_clock::now();
     if (_recorder->holdsSilence() && now < _lastPull + kSilentPullInterval) return false;
     _lastPull = now;
@@ -131,9 +143,9 @@ class RenderSession : private TrackSequenceListener {
   }
 
   int render() {
+    applySettings(_options.engine, _player);
     std::optional<std::string> fault;
-    _engineQueue.sync([&] {
-      applySettings(_options.engine, _engine);
+    _player.engineQueue().sync([&] {
       if (!_options.engine.chain.empty()) fault = applyChainFile(_options.engine.chain, _engine);
     });
     if (fault) {
@@ -145,7 +157,7 @@ class RenderSession : private TrackSequenceListener {
                                .resume = {}});
     if (_console.isInteractive()) _redraw.start(kRedrawInterval, [this] { refresh(); });
     const auto begin = std::chrono::steady_clock::now();
-    _sequence.start(_options.engine.start);
+    _run.start(infos(), 0, _options.engine.start);
     MainThread::instance().run();
     _redraw.stop();
     _console.clearStatus();
@@ -175,50 +187,56 @@ class RenderSession : private TrackSequenceListener {
     return _failed ? kExitFailure : kExitSuccess;
   }
 
-  // --- TrackSequenceListener ---
+  // --- PlayRunListener ---
 
-  void trackStarted(std::size_t, const FileFacts&) override {
+  void trackStarted(const TrackInfo& track, std::optional<Join> join) override {
     _isResampled = _engine.facts().resampledTo > 0;
-    _trackRuns = true;
+    _heardSince = _recorder->frames();
+    _expected = 0;
+    const auto known = std::find_if(_tracks.begin(), _tracks.end(), [&](const RenderTrack& each) {
+      return isSameItem(each.info, track);
+    });
+    if (known != _tracks.end()) _expected = expectedFrames(*known, join);
+    _player.engineQueue().async([this] { _trackRuns = true; });
   }
 
-  void trackEnded(std::size_t index, bool playedOut) override {
+  void trackEnded(const TrackInfo& track, bool playedOut) override {
     _trackRuns = false;
-    const std::uint64_t frames =
-        _recorder->frames() - std::exchange(_framesBefore, _recorder->frames());
-    const std::uint64_t expected = expectedFrames(index);
+    const std::uint64_t frames = _recorder->frames() - _heardSince;
     // A resampler keeps its tail, so its count tells nothing.
-    if (!playedOut || _isResampled || frames >= expected) return;
-    complain(index, fmt::format("ends early, after {} of {} samples; copy it again from its source",
-                                frames, expected));
+    if (!playedOut || _isResampled || static_cast<double>(frames) >= _expected) return;
+    complain(track.track.filePath,
+             fmt::format("ends early, after {} of {:.0f} samples; copy it again from its source",
+                         frames, _expected));
   }
 
-  void trackFailed(std::size_t index, const std::string& reason) override {
-    complain(index, reason);
+  void trackFailed(const std::string& path, const std::string& reason) override {
+    complain(path, reason);
   }
 
-  void sequenceEnded(bool outputFailed) override {
+  void runEnded(bool outputFailed) override {
     if (outputFailed) {
-      complain(std::nullopt, "the virtual device did not start: run with --verbose to see why");
+      complain({}, "the virtual device did not start: run with --verbose to see why");
     }
     quit();
   }
 
-  std::uint64_t expectedFrames(std::size_t index) const {
-    const FileFacts& file = _files[index];
-    if (index != 0 || !_options.engine.start) return file.totalFrames;
+  double expectedFrames(const RenderTrack& track, std::optional<Join> join) const {
+    const double rate = track.file.sampleRate;
+    double skipped = 0;
     // The start is kept in microseconds, so it may fall a few frames to either side.
-    const double skipped = std::ceil((*_options.engine.start + 2e-6) * file.sampleRate);
-    return skipped >= static_cast<double>(file.totalFrames)
-               ? 0
-               : file.totalFrames - static_cast<std::uint64_t>(skipped);
+    if (_recorder->frames() == 0 && _options.engine.start) {
+      skipped = std::ceil((*_options.engine.start + 2e-6) * rate);
+    }
+    // A track is told of where its crossfade is over.
+    if (join == Join::crossfade) skipped = std::ceil(_player.crossfadeDuration() * rate) + 1;
+    return std::max(0.0, track.leastFrames() - skipped);
   }
 
-  void complain(std::optional<std::size_t> index, const std::string& reason) {
+  void complain(const std::string& path, const std::string& reason) {
     _failed = true;
-    const std::string where =
-        index ? text::pathForDisplay(_files[*index].path) + ": " : std::string();
-    _console.printError("velorin: " + where + reason);
+    _console.printError("velorin: " + (path.empty() ? "" : text::pathForDisplay(path) + ": ") +
+                        reason);
   }
 
   // --- The end ---
@@ -238,21 +256,32 @@ class RenderSession : private TrackSequenceListener {
 
   void quit() {
     if (std::exchange(_quitting, true)) return;
-    stopEngineAndLoop(_engine, _engineQueue);
+    stopEngineAndLoop(_engine, _player.engineQueue());
   }
 
   void refresh() {
-    std::uint64_t total = 0;
-    for (const FileFacts& file : _files) total += file.totalFrames;
+    double total = 0;
+    for (const RenderTrack& track : _tracks) total += track.leastFrames();
     const double done = static_cast<double>(_recorder->frames());
-    _console.setStatus(total == 0
-                           ? fmt::format("rendering: {} frames", _recorder->frames())
-                           : fmt::format("rendering: {:.0f} %",
-                                         std::min(100.0, 100 * done / static_cast<double>(total))));
+    _console.setStatus(
+        total <= 0 ? fmt::format("rendering: {} frames", _recorder->frames())
+                   : fmt::format("rendering: {:.0f} %", std::min(100.0, 100 * done / total)));
+  }
+
+  std::vector<fs::path> paths() const {
+    std::vector<fs::path> paths;
+    for (const RenderTrack& track : _tracks) paths.emplace_back(track.file.path);
+    return paths;
+  }
+
+  std::vector<TrackInfo> infos() const {
+    std::vector<TrackInfo> infos;
+    for (const RenderTrack& track : _tracks) infos.push_back(track.info);
+    return infos;
   }
 
   const RenderOptions& _options;
-  const std::vector<FileFacts> _files;
+  const std::vector<RenderTrack> _tracks;
   Console _console;
   EventBus _bus;
   Preferences _preferences;  ///< in memory: a rendering depends on its command line alone
@@ -260,15 +289,16 @@ class RenderSession : private TrackSequenceListener {
   VirtualAudioHardware _hardware;
   AudioDeviceID _device;
   AudioEngine _engine;
-  SerialQueue _engineQueue;
-  TrackSequence _sequence;
+  PlayerState _player;
+  PlayRun _run;
   std::unique_ptr<EventLog> _events;
   RepeatingTimer _redraw;
 
   std::atomic<bool> _trackRuns = false;
   std::chrono::steady_clock::time_point _lastPull{};  ///< device thread
 
-  std::uint64_t _framesBefore = 0;  ///< of the tracks that are over
+  std::uint64_t _heardSince = 0;  ///< frame at which the track began
+  double _expected = 0;           ///< frames that it has at least
   bool _isResampled = false;
   bool _failed = false;
   bool _interrupted = false;
@@ -280,32 +310,29 @@ class RenderSession : private TrackSequenceListener {
 int runRender(const RenderOptions& options) {
   log::configure(options.verbose ? log::Level::info : log::Level::warning,
                  /*useJournalIfConnected=*/false);
-  PlayList list = expandInputs(options.inputs);
+  const PlayList list = expandInputs(options.inputs);
   for (const std::string& problem : list.problems) reportError(problem);
-  bool usable = list.problems.empty();
-  std::vector<FileFacts> files;
+  bool isWhole = list.problems.empty();
+  std::vector<RenderTrack> tracks;
   for (const PlayListEntry& entry : list.entries) {
-    const fs::path path(entry.path);
-    auto facts = readFileFacts(path);
-    if (facts) {
-      if (entry.info && entry.info->track.cueEndTime) {
-        facts.value().totalFrames = framesWithin(entry.info->track, facts.value());
-      }
-      files.push_back(facts.value());
-    } else {
-      reportError(text::pathForDisplay(path) + ": " + facts.error().text);
-      usable = false;
+    auto file = readFileFacts(entry.path);
+    if (!file) {
+      reportError(text::pathForDisplay(entry.path) + ": " + file.error().text);
+      isWhole = false;
+      continue;
     }
     std::error_code none;
-    if (fs::equivalent(path, options.output, none)) {
+    if (fs::equivalent(entry.path, options.output, none)) {
       reportError(text::pathForDisplay(options.output) +
                   ": is one of the files to render: choose another name");
-      usable = false;
+      return kExitFailure;
     }
+    tracks.push_back({trackOf(entry), std::move(file).value()});
   }
-  if (!usable || files.empty()) return kExitFailure;
-  RenderSession session(options, std::move(list.entries), std::move(files));
-  return session.run();
+  if (tracks.empty()) return kExitFailure;
+  RenderSession session(options, std::move(tracks));
+  const int exitCode = session.run();
+  return isWhole ? exitCode : kExitFailure;
 }
 
 }  // namespace velorin
