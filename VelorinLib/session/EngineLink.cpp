@@ -47,8 +47,8 @@ void EngineLink::play(const Track& track, const Start& start) {
     const fs::path file(track.filePath);
     if (start.mustExist && !isThere(file)) return Outcome{Outcome::Kind::fileVanished, false};
     engine.play(track, start.position);
-    const bool isSilent = engine.state() == PlaybackState::stopped;
-    return Outcome{Outcome::Kind::noOutput, isSilent && isPresentFolder(file.parent_path())};
+    if (engine.state() != PlaybackState::stopped) return Outcome{Outcome::Kind::started, false};
+    return Outcome{Outcome::Kind::noOutput, isPresentFolder(file.parent_path())};
   });
 }
 
@@ -88,7 +88,7 @@ void EngineLink::finish(Serial serial, Outcome outcome) {
   if (serial != _serial) return;
   _isStopping = false;
   if (outcome.kind == Outcome::Kind::stopped) return _finished(outcome);
-  if (!_wished) return;  // it plays, or has played
+  if (!_wished) return;  // it has told of its start
   _wished.reset();
   if (outcome.kind == Outcome::Kind::noOutput && _isUnavailable) {
     outcome.kind = Outcome::Kind::unavailable;

@@ -21,10 +21,11 @@ class AudioEngine;
 /// Main thread. Its destruction waits for the calls that are on their way.
 class EngineLink {
  public:
-  /// A wish to play that came to nothing, or a wish to stop that was met.
+  /// What became of a wish that no event has told of.
   struct Outcome {
     enum class Kind {
       stopped,       ///< as it was asked to be
+      started,       ///< it plays, without having said so
       fileVanished,  ///< a file that had to be there is not; what played before goes on
       unavailable,   ///< the file cannot be found or opened
       noOutput,      ///< the engine is silent for another reason
@@ -34,7 +35,7 @@ class EngineLink {
     bool folderIsPresent = false;
   };
 
-  /// `finished` is called for the last wish alone, and not for one that plays.
+  /// `finished` is called for the last wish alone, and not for a track that has told of its start.
   EngineLink(AudioEngine& engine, std::function<void(const Outcome&)> finished);
 
   AudioEngine& engine() noexcept { return _engine; }

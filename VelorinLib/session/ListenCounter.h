@@ -26,6 +26,8 @@ class ListenCounter {
     bool skipped = false;
   };
 
+  TimePoint now() const { return _clock(); }
+
   /// A track is asked for; a listen that was under way is dropped.
   void begin() {
     _startedAt = _clock();

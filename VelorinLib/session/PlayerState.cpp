@@ -21,8 +21,8 @@ PlayerState::Impl::Impl(AudioEngine& engine, Preferences& preferences_, EventBus
       bus(bus_),
       services(std::move(services_)),
       options(options_),
-      timeline(std::random_device()()),
-      listens(std::chrono::system_clock::now),
+      timeline(options.shuffleSeed ? *options.shuffleSeed : std::random_device()()),
+      listens(options.now ? options.now : std::chrono::system_clock::now),
       bookmarks(bookmarkServices(services,
                                  [this](std::int64_t id, const std::vector<TrackBookmark>& list) {
                                    bookmarksStored(id, list);
@@ -61,7 +61,7 @@ PlayerState::~PlayerState() = default;
 void PlayerState::Impl::playTracks(TrackList tracks, std::size_t start) {
   if (start >= tracks.size()) return;
   ++playWish;
-  if (!burst.cancel()) countTheLeft();
+  if (!burst.cancel()) addCurrentToHistory();
   autoplay.reset();
   restoredPosition.reset();
   timeline.setTo(std::move(tracks), start);
@@ -95,7 +95,7 @@ void PlayerState::Impl::playFiles(std::vector<std::filesystem::path> paths, Serv
 
 void PlayerState::Impl::playAlone(const TrackInfo& track) {
   ++playWish;
-  if (!burst.cancel()) countTheLeft();
+  if (!burst.cancel()) addCurrentToHistory();
   autoplay.reset();
   restoredPosition.reset();
   timeline.restore(TrackList({track}), 0);
@@ -112,7 +112,7 @@ void PlayerState::Impl::playFromTimeline(std::size_t index) {
                       !trail.navigation() && !burst.isRunning();
   if (isHere && !isIdle()) return seek(0);
   ++playWish;
-  if (!burst.cancel()) countTheLeft();
+  if (!burst.cancel()) addCurrentToHistory();
   restoredPosition.reset();
   go({QueuePlace::Region::timeline, index});
   start(Reach::chosen);

@@ -10,6 +10,7 @@
 // the database, go to queues of their own in the order in which they were made.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -37,6 +38,9 @@ class PlayerState {
     bool restoresSession = true;  ///< reads the stored session at the start
     bool storesSession = true;    ///< writes it; both false for a player of one command
     bool countsListens = true;
+    std::optional<std::uint64_t> shuffleSeed = {};  ///< the same seed shuffles the same way
+    /// The clock that listens are counted by; empty: the machine's.
+    std::function<std::chrono::system_clock::time_point()> now = {};
   };
 
   /// The first three outlive the player. Restores the session, in the background.

@@ -1,5 +1,6 @@
 // What the engine and others tell, and the time that passes.
 #include <algorithm>
+#include <utility>
 
 #include "dsp/DSPEffects.h"
 #include "engine/AudioEngine.h"
@@ -42,9 +43,9 @@ void PlayerState::Impl::subscribe() {
 
 void PlayerState::Impl::onTrackDidChange(const TrackDidChange& event) {
   if (!link.accepts(event)) return;
+  // What a burst shows is started in a moment.
+  if (burst.isRunning()) return;
   if (event.join) {
-    // The burst starts its track in a moment.
-    if (burst.isRunning()) return;
     if (stopAfterCurrent || sleep.endOfTrack()) {
       countTheLeft();
       if (stopAfterCurrent) return stop();
@@ -89,7 +90,7 @@ void PlayerState::Impl::followTrack() {
   failuresInARow = 0;
   isLoading = false;
   listens.heard();
-  position.jumpTo(engine.currentPosition());
+  if (!position.isSeeking()) position.jumpTo(engine.currentPosition());
   if (const double seconds = engine.duration(); seconds > 0) duration = seconds;
   outputSampleRate = engine.clientFormat().sampleRate;
   note(PlayerChange::track | PlayerChange::state | PlayerChange::position);
@@ -100,6 +101,8 @@ void PlayerState::Impl::followTrack() {
     const TrackGain gain = trackGain(track, effect.mode());
     effect.setTrackGain(gain.gainDB, gain.peak);
   });
+  // The same track starts anew after a seek across a join, or on another device.
+  if (!std::exchange(isNews, false)) return;
   if (services.loadWaveforms) {
     const auto following = static_cast<std::size_t>(timeline.index() + 1);
     services.loadWaveforms(*currentTrack,
@@ -123,7 +126,7 @@ void PlayerState::Impl::onStateDidChange(PlaybackState reported) {
     // Without a window nobody has followed the position so far.
     position.advanceTo(link.engine().currentPosition());
   } else {
-    isLoading = false;
+    if (!link.isWaiting()) isLoading = false;
     restoredPosition.reset();
     listens.heard();
     if (currentTrack && services.announceNowPlaying) services.announceNowPlaying(*currentTrack);
@@ -164,6 +167,9 @@ void PlayerState::Impl::onPlayNextTrack(const PlayNextTrack& event) {
 
 void PlayerState::Impl::onFinished(const EngineLink::Outcome& outcome) {
   switch (outcome.kind) {
+    case Kind::started:
+      isLoading = false;
+      return onStateDidChange(link.engine().state());
     case Kind::stopped:
       if (state != PlaybackState::stopped) becomeStopped();
       return;
@@ -221,7 +227,6 @@ void PlayerState::Impl::onLibraryDidClear() {
   timeline.clear();
   trail.clear();
   autoplay.reset();
-  autoplay.set({});
   restoredPosition.reset();
   outputSampleRate = 0;
   becomeStopped();
@@ -247,7 +252,10 @@ void PlayerState::Impl::volumeMounted(const std::filesystem::path& mountPoint) {
 
 void PlayerState::Impl::runProgress() {
   const bool isPlaying = state == PlaybackState::playing;
-  if (services.runSpectrum) services.runSpectrum(isPlaying && isWindowVisible);
+  const bool isWatched = isPlaying && isWindowVisible;
+  if (std::exchange(isSpectrumRunning, isWatched) != isWatched && services.runSpectrum) {
+    services.runSpectrum(isWatched);
+  }
   if (!isPlaying) return progress.stop();
   progress.start(isWindowVisible ? kTickSeen : kTickUnseen, [this] { tick(); });
 }

@@ -53,6 +53,9 @@ struct PlayerState::Impl {
   void pause();
   void stop();
   void seek(double position);
+  /// The track plays from there although the one after it waits in the ring already: a plain seek
+  /// would be one in that.
+  void startAnew(double position);
   void next();
   void previous();
   void skip(Reach direction);
@@ -140,7 +143,9 @@ struct PlayerState::Impl {
   double burstPosition = 0;        // where the track that a burst reaches begins
   std::uint64_t playWish = 0;      // numbers what is to play: files are read meanwhile
   std::uint64_t clears = 0;        // of the library
+  bool isNews = false;             // the track has not been told of yet
   bool isRefilling = false;
+  bool isSpectrumRunning = false;
 
   Timeline timeline;
   AutoplayQueue autoplay;

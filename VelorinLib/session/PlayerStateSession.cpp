@@ -11,7 +11,7 @@ void PlayerState::Impl::recordPlayback() {
   const Track& track = currentTrack->track;
   const auto listen = listens.take(track.duration);
   if (!listen || currentTrack->isExternal || !track.id || !options.countsListens) return;
-  history.record(*track.id, std::chrono::system_clock::now(), listen->seconds, listen->skipped);
+  history.record(*track.id, listens.now(), listen->seconds, listen->skipped);
   trail.rowWritten();
 }
 

@@ -18,6 +18,7 @@ void PlayerState::Impl::show(const TrackInfo& track) {
   currentTrack = track;
   duration = track.track.duration;
   isInHistory = false;
+  isNews = true;
   bookmarks.reload(currentTrack);
   note(PlayerChange::track | PlayerChange::bookmarks);
 }
@@ -26,6 +27,7 @@ void PlayerState::Impl::go(QueuePlace place) {
   switch (place.region) {
     case Region::current:
       isInHistory = false;
+      isNews = true;
       return;
     case Region::timeline:
       autoplay.setPlaying(false);
@@ -52,6 +54,8 @@ void PlayerState::Impl::start(Reach how, double seconds) {
   burst.cancel();
   reach = how;
   isLoading = true;
+  isNews = true;
+  isInHistory = false;
   position.jumpTo(seconds);
   listens.begin();
   note(PlayerChange::state | PlayerChange::position);
@@ -65,7 +69,7 @@ void PlayerState::Impl::startWaiting() {
       playFromTimeline(static_cast<std::size_t>(std::max(timeline.index(), 0)));
     return;
   }
-  countTheLeft();
+  if (listens.startedAt()) countTheLeft();
   duration = currentTrack->track.duration;
   const bool isRestored = restoredPosition.has_value();
   start(Reach::chosen, restoredPosition.value_or(0));
@@ -111,12 +115,22 @@ void PlayerState::Impl::seek(double seconds) {
   } else if (isIdle()) {
     restoredPosition = target;
     position.jumpTo(target);
+  } else if (!isLoading && link.engine().joinCountdownRuns()) {
+    startAnew(target);
   } else {
     position.beginSeek(target);
     link.call([target](AudioEngine& engine) { engine.seek(target); },
               [this] { position.endSeek(); });
   }
   note(PlayerChange::position);
+}
+
+void PlayerState::Impl::startAnew(double seconds) {
+  const bool wasPaused = state == PlaybackState::paused;
+  isLoading = true;
+  position.jumpTo(seconds);
+  link.play(currentTrack->track, {.position = seconds});
+  if (wasPaused) link.call([](AudioEngine& engine) { engine.pause(); });
 }
 
 void PlayerState::Impl::next() {
@@ -136,7 +150,7 @@ void PlayerState::Impl::next() {
     if (isMoving) return;
     isLoading = false;
     listens.halt();
-    note(PlayerChange::state);
+    note(PlayerChange::state | PlayerChange::history);
     return link.stop();
   }
   go(*place);

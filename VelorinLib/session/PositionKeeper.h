@@ -18,6 +18,7 @@ class PositionKeeper {
     ++_seeksUnderWay;
   }
   void endSeek() { --_seeksUnderWay; }
+  bool isSeeking() const noexcept { return _seeksUnderWay > 0; }
 
   /// What the engine says now. Returns what is shown.
   double advanceTo(double seconds) {

@@ -21,7 +21,7 @@ struct QueueView {
   bool isPlayingAutoplay = false;
   bool autoplayGoesOn = false;  ///< autoplay is on, or radio
   std::size_t historyCount = 0;
-  std::optional<std::size_t> navigation;  ///< in the history
+  std::optional<std::size_t> navigation = {};  ///< in the history
   RepeatMode repeatMode = RepeatMode::off;
   bool hasCurrent = false;
 
