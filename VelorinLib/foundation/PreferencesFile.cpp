@@ -93,17 +93,22 @@ PreferencesFile::PreferencesFile(fs::path path) : _path(std::move(path)) {
   _lockPath = beside(real, ".", ".lock");
 }
 
-PreferencesFile::Stamp PreferencesFile::stampNow() const {
+PreferencesFile::Stamp PreferencesFile::stampOf(int folder, const char* path) {
   struct stat status {};
-  if (::stat(_path.c_str(), &status) != 0) return {};
+  if (::fstatat(folder, path, &status, AT_EMPTY_PATH) != 0) return {};
   return {status.st_dev, status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
           status.st_size};
+}
+
+void PreferencesFile::remember() {
+  _known = FileDescriptor(::open(_path.c_str(), O_PATH | O_CLOEXEC));
+  _stamp = _known ? stampOf(_known.get(), "") : Stamp{};
 }
 
 std::variant<StoredPreferences, PreferencesFile::Missing, PreferencesFile::Unusable>
 PreferencesFile::read() {
   // Before the content: a file that is replaced meanwhile is then read once more.
-  _stamp = stampNow();
+  remember();
   std::error_code error;
   if (fs::symlink_status(_path, error).type() == fs::file_type::not_found) return Missing{};
   std::string failure;
@@ -193,7 +198,7 @@ std::optional<std::string> PreferencesFile::write(StoredPreferences& values, con
     return failure;
   }
   values = std::move(next);
-  _stamp = stampNow();
+  remember();
   // Without the lock a file that nobody names yet may be that of another process.
   if (lock.isHeld()) removeUnused(values);
   return std::nullopt;

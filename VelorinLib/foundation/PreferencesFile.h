@@ -7,6 +7,8 @@
 // on disk before the store's file names it, and is removed when that no longer does.
 #pragma once
 
+#include <fcntl.h>
+
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -33,7 +35,7 @@ class PreferencesFile {
 
   /// Whether the file is another one than it was at the last read() or write(). Costs a system
   /// call.
-  bool changedByOthers() const { return stampNow() != _stamp; }
+  bool changedByOthers() const { return stampOf(AT_FDCWD, _path.c_str()) != _stamp; }
 
   struct Missing {};
   struct Unusable {
@@ -67,7 +69,8 @@ class PreferencesFile {
   bool setAside(const std::string& reason);
 
  private:
-  /// Tells two contents of the file apart: each write makes a new inode.
+  /// Tells two contents of the file apart: each write makes a new inode, whose number is not given
+  /// away again while _known holds it; who edits the file in place changes the time.
   struct Stamp {
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
@@ -77,7 +80,9 @@ class PreferencesFile {
     bool operator==(const Stamp&) const = default;
   };
 
-  Stamp stampNow() const;
+  /// Of the path below an open folder, or of what is open where the path is empty.
+  static Stamp stampOf(int folder, const char* path);
+  void remember();
   std::optional<std::string> writeAside(StoredPreferences& values,
                                         std::vector<std::string>& written) const;
   void removeUnused(const StoredPreferences& values) const;
@@ -86,9 +91,9 @@ class PreferencesFile {
   const std::filesystem::path _path;
   std::filesystem::path _asides;
   std::filesystem::path _lockPath;
+  FileDescriptor _known;
   Stamp _stamp;
   std::string _lockTrouble;
-  bool _mayHaveUnused = true;  ///< what a crash left behind
 };
 
 }  // namespace velorin
