@@ -171,14 +171,16 @@ bool AudioEngine::canRender(std::uint32_t frames) const {
   PlaybackSession* session = _impl->renderingSession.load(std::memory_order_acquire);
   if (session == nullptr || session->cells.isOver.load()) return true;
   const TransportCells& cells = session->cells;
-  if (!session->seek.isPending()) {
-    if (session->ring.framesHeld() >= frames) return true;
-    if (cells.eofReached.load() &&
-        cells.eofWishVersion.load() == session->joins->nextTrack.version()) {
-      return true;
-    }
+  const std::int64_t countdown = session->clock.countdown();
+  // A track that is heard is announced, and the wish for the one behind it known, before anything
+  // more of it: how two tracks are joined does not depend on how fast they are rendered.
+  const bool isAnnouncing = countdown == 0 || session->join.state() == PendingJoin::State::applying;
+  // So is what the controller wished for last.
+  const bool isAnswered = cells.answeredWish.load() == session->joins->nextTrack.version();
+  if (!session->seek.isPending() && !isAnnouncing && isAnswered) {
+    if (session->ring.framesHeld() >= frames || cells.eofReached.load()) return true;
     // Nothing more comes until the joined track is heard, which only rendering brings about.
-    if (cells.fillStalled.load() && session->clock.countdown() > 0) return true;
+    if (cells.fillStalled.load() && countdown > 0) return true;
   }
   session->waker.signal();
   return false;

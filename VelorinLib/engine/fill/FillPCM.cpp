@@ -45,7 +45,10 @@ FillPCM::End FillPCM::run(const std::function<void()>& betweenBlocks) noexcept {
 
 FillPCM::Pass FillPCM::pass() {
   if (handlePendingSeek()) return Pass::goOn;
-  if (_joins.watch()) {
+  const std::uint64_t wish = _session.joins->nextTrack.version();
+  const TrackJoins::Watched watched = _joins.watch();
+  if (watched == TrackJoins::Watched::backInside) _end.reset();
+  if (watched == TrackJoins::Watched::backAtEnd) {
     const bool wasBounded = _session.source->bounds.end > 0;
     _end = SourceEnd{
         .cause = wasBounded ? TrackJoins::EndCause::cueEnd : TrackJoins::EndCause::endOfStream,
@@ -53,18 +56,30 @@ FillPCM::Pass FillPCM::pass() {
         .next = {},
         .isDrained = true};
   }
+  // At the source's end it is answered by what is found to follow.
+  const bool isSettled = _end && _session.join.isIdle();
+  if (!isSettled && _joins.hasAnswered(wish)) _session.cells.answeredWish.store(wish);
   if (_end) return atSourceEnd();
-  // A crossfade begins here, and goes on instead of readBlock(): while the old source still has
-  // frames and the join is idle.
-  if (waitForSpace(_session.reader->chunk())) readBlock();
+  if (!waitForSpace(_session.reader->chunk())) return Pass::goOn;
+  const CrossfadeJoin::Outlook outlook = _joins.crossfade().outlook();
+  switch (outlook.step) {
+    case CrossfadeJoin::Outlook::Step::read:
+      readBlock(outlook.frames);
+      break;
+    case CrossfadeJoin::Outlook::Step::wait:
+      stall();
+      break;
+    case CrossfadeJoin::Outlook::Step::start:
+      _joins.crossfadeTo(outlook.wish);
+      break;
+  }
   return Pass::goOn;
 }
 
-void FillPCM::readBlock() noexcept {
-  SourceReader& reader = *_session.reader;
-  switch (reader.read()) {
+void FillPCM::readBlock(std::uint32_t wanted) {
+  switch (_session.reader->read(wanted)) {
     case SourceReader::Outcome::produced:
-      if (reader.frames() > 0) _session.ring.write(reader.list(), reader.frames());
+      _joins.crossfade().write();
       return;
     case SourceReader::Outcome::cueEnd:
       _end = SourceEnd{.cause = TrackJoins::EndCause::cueEnd, .considered = {}, .next = {}};
@@ -80,6 +95,7 @@ void FillPCM::readBlock() noexcept {
 }
 
 FillPCM::Pass FillPCM::atSourceEnd() {
+  if (_joins.crossfade().isActive()) return endFade();
   if (!_session.join.isIdle()) {
     waitForJoinToBeHeard();
     return Pass::goOn;
@@ -87,12 +103,11 @@ FillPCM::Pass FillPCM::atSourceEnd() {
   if (considerWish()) return Pass::goOn;
   if (_end->next) {
     // A resampler that goes on keeps its tail: the next track brings it out.
-    if (!_end->next->continuesResampler && !_end->isDrained) {
+    if ((!_end->next->continuesResampler || _end->isDraining) && !_end->isDrained) {
       drainStep();
       return Pass::goOn;
     }
     _joins.commit(std::move(*_end->next), _end->isDrained);
-    _session.cells.eofReached.store(false);
     _end.reset();
     return Pass::goOn;
   }
@@ -103,6 +118,16 @@ FillPCM::Pass FillPCM::atSourceEnd() {
   return playOut();
 }
 
+FillPCM::Pass FillPCM::endFade() {
+  // The new track is shorter than the fade: the old one ends with it.
+  if (_end->isDrained) {
+    _joins.finishCrossfade();
+  } else {
+    drainStep();
+  }
+  return Pass::goOn;
+}
+
 bool FillPCM::considerWish() {
   const std::uint64_t version = _session.joins->nextTrack.version();
   if (_end->considered == version) return false;
@@ -110,32 +135,39 @@ bool FillPCM::considerWish() {
   // Behind an empty ring there is silence already: too late to join.
   const bool isTooLate = _session.cells.eofReached.load() && _session.ring.framesHeld() == 0;
   _end->next = isTooLate ? std::nullopt : _joins.prepare(_end->cause);
+  if (_end->next) _session.cells.eofReached.store(false);
+  _session.cells.answeredWish.store(version);
   // It may have changed again while a slow file was opened.
   return true;
 }
 
 void FillPCM::waitForJoinToBeHeard() {
-  if (_joins.owesBoundary() && !_end->isDrained) {
+  if ((_joins.owesBoundary() || _end->isDraining) && !_end->isDrained) {
     // A track that is shorter than the filter: nothing else would ever push the old one's last
     // frames out.
     drainStep();
     return;
   }
+  stall();
+}
+
+void FillPCM::stall() noexcept {
   _session.cells.fillStalled.store(true);
   const std::int64_t countdown = _session.clock.countdown();
   sleep(countdown > 0 ? napOf(countdown) : kLongestNap);
   _session.cells.fillStalled.store(false);
 }
 
-void FillPCM::drainStep() noexcept {
+void FillPCM::drainStep() {
   SourceReader* reader = _session.reader.get();
   if (reader == nullptr) {
     _end->isDrained = true;
     return;
   }
   if (!waitForSpace(reader->chunk())) return;
+  _end->isDraining = true;
   if (reader->drain()) {
-    _session.ring.write(reader->list(), reader->frames());
+    _joins.crossfade().write();
   } else {
     _end->isDrained = true;
   }
@@ -147,7 +179,6 @@ FillPCM::Pass FillPCM::playOut() noexcept {
     cells.framesAfterEnd.store(0);
     cells.eofReached.store(true);
   }
-  cells.eofWishVersion.store(*_end->considered);
   // The ring is empty before the device is: what it still holds must be heard. A seek or a next
   // track that comes meanwhile brings the stream back.
   const bool heard =
@@ -231,12 +262,14 @@ bool FillPCM::prepareSource(const PendingSeek::Wish& wish) {
   return reader != nullptr || isJump;
 }
 
-void FillPCM::prefillAfterSeek() noexcept {
+void FillPCM::prefillAfterSeek() {
   const std::int64_t wanted =
       _session.ring.framesWritten() + prefillFor(_session.cells.ioBufferFrameSize.load());
   while (shouldRun() && !_end && _session.ring.framesWritten() < wanted &&
          _session.ring.freeSpace() >= _session.reader->chunk()) {
-    readBlock();
+    const CrossfadeJoin::Outlook outlook = _joins.crossfade().outlook();
+    if (outlook.step != CrossfadeJoin::Outlook::Step::read) return;
+    readBlock(outlook.frames);
   }
 }
 

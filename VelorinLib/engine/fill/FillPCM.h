@@ -39,20 +39,23 @@ class FillPCM {
     /// Version of the wish that `next` answers.
     std::optional<std::uint64_t> considered;
     std::optional<PreparedJoin> next;
+    bool isDraining = false;  ///< begun: the resampler takes nothing more until it is empty
     bool isDrained = false;
   };
 
   enum class Pass { goOn, trackEnded };
   Pass pass();
-  void readBlock() noexcept;
+  void readBlock(std::uint32_t wanted);
+  Pass endFade();
   Pass atSourceEnd();
   bool considerWish();
   void waitForJoinToBeHeard();
+  void stall() noexcept;
   Pass playOut() noexcept;
-  void drainStep() noexcept;
+  void drainStep();
 
   bool prepareSource(const PendingSeek::Wish& wish);
-  void prefillAfterSeek() noexcept;
+  void prefillAfterSeek();
 
   bool waitForSpace(std::uint32_t frames) noexcept;
   void sleep(std::chrono::milliseconds whileRendering) noexcept;

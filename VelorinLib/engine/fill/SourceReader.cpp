@@ -64,6 +64,17 @@ double SourceReader::seek(std::int64_t usec) noexcept {
   return static_cast<double>(std::max<std::int64_t>(0, frame - bounds.start)) / rate;
 }
 
+SourceReader::Place SourceReader::place() const noexcept {
+  return {_decoder->currentPosition(),
+          _resampler ? _resampler->progress() : ResampleStage::Progress{}};
+}
+
+void SourceReader::resumeAt(const Place& place) noexcept {
+  const std::int64_t again =
+      _resampler ? _resampler->resumeAt(place.resampler, place.fileFrame) : 0;
+  _decoder->seek(place.fileFrame - again);
+}
+
 std::int64_t SourceReader::framesLeft() const noexcept {
   const std::int64_t end = _facts->bounds.end >= 1 ? _facts->bounds.end : _facts->totalFrames;
   if (end < 1) return -1;

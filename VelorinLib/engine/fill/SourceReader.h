@@ -56,6 +56,16 @@ class SourceReader {
   /// Moves the decoder alone: what the resampler holds is followed by the new place.
   bool moveTo(std::int64_t fileFrame) noexcept { return _decoder->seek(fileFrame); }
 
+  /// Where the track's stream stands, its resampler included.
+  struct Place {
+    std::int64_t fileFrame = 0;
+    ResampleStage::Progress resampler;
+  };
+  Place place() const noexcept;
+  /// Goes on from where another reader of the track stood: the next frame is the one that the other
+  /// would have delivered.
+  void resumeAt(const Place& place) noexcept;
+
   const SourceFacts& facts() const noexcept { return *_facts; }
   const SharedFacts& sharedFacts() const noexcept { return _facts; }
   /// Goes on in the same file as another track of it.

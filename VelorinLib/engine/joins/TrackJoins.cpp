@@ -59,43 +59,73 @@ bool TrackJoins::owesBoundary() const noexcept {
   return _decoded && _session.ring.framesWritten() < _decoded->cutFrame;
 }
 
-bool TrackJoins::watch() {
-  if (!_decoded) return false;
+void TrackJoins::crossfadeTo(const NextTrack::Wish& wish) {
+  const auto begun = _crossfade.start(wish);
+  if (!begun) return;
+  _decoded = Decoded{.wish = wish,
+                     .seenVersion = 0,
+                     .from = begun->from,
+                     .to = begun->to,
+                     .cutFrame = begun->cutFrame};
+}
+
+void TrackJoins::finishCrossfade() {
+  _crossfade.finish(/*wasAnnounced=*/!_decoded);
+}
+
+TrackJoins::Watched TrackJoins::watch() {
+  if (!_decoded) return Watched::same;
   if (_session.clock.countdown() == 0) {
     announce();
-    return false;
+    return Watched::same;
   }
   const NextTrack& next = _session.joins->nextTrack;
   const std::uint64_t version = next.version();
-  if (version == _decoded->seenVersion) return false;
+  if (version == _decoded->seenVersion) return Watched::same;
   const auto wish = next.get();
   if (wish && isSameTrack(wish->track, _decoded->wish.track)) {
     _decoded->seenVersion = version;
-    return false;
+    return Watched::same;
   }
+  return takeBack(version);
+}
+
+TrackJoins::Watched TrackJoins::takeBack(std::uint64_t version) {
   // The old track's last frames come out of the resampler with the first of the new one.
-  if (owesBoundary()) return false;
+  if (owesBoundary()) return Watched::same;
   const std::int64_t reach = std::max(
       kRenderReach, kBuffersOfReach * std::int64_t{_session.cells.ioBufferFrameSize.load()});
-  if (!_session.clock.revoke(_decoded->cutFrame, reach)) {
+  const bool wasFade = isFade();
+  if (wasFade) {
+    // What is heard of the mix already stays, and its announcement where it was to be.
+    if (!_crossfade.takeBack(reach)) {
+      _decoded->seenVersion = version;
+      return Watched::same;
+    }
+  } else if (_session.clock.revoke(_decoded->cutFrame, reach)) {
+    _session.reader.reset();
+    _session.source = _decoded->from;
+  } else {
     announce();
-    return false;
+    return Watched::same;
   }
   log::line("🔗 Join taken back: {}", titleOf(_decoded->to->track));
-  _session.reader.reset();
-  _session.source = _decoded->from;
   _session.join.cancel();
   _decoded.reset();
-  return true;
+  return wasFade ? Watched::backInside : Watched::backAtEnd;
 }
 
 void TrackJoins::beforeSeek(bool isJump) {
   if (isJump) {
     _decoded.reset();
     _session.join.cancel();
+  } else if (isFade() && _crossfade.cancel()) {
+    _decoded.reset();
+    _session.join.cancel();
   } else if (_decoded) {
     announce();
   }
+  _crossfade.finish();
 }
 
 void TrackJoins::announce() {

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "engine/PlaybackSession.h"
+#include "engine/joins/CrossfadeJoin.h"
 #include "engine/joins/GaplessJoin.h"
 
 namespace velorin {
@@ -12,7 +13,7 @@ namespace velorin {
 /// Fill thread (or the engine queue before it runs). Changes `source` and `reader` of the session.
 class TrackJoins {
  public:
-  explicit TrackJoins(PlaybackSession& session) : _session(session) {}
+  explicit TrackJoins(PlaybackSession& session) : _session(session), _crossfade(session) {}
 
   /// Why the source gives no more.
   enum class EndCause { cueEnd, endOfStream, failed };
@@ -25,15 +26,33 @@ class TrackJoins {
   /// that a resampler which goes on still holds. `isDrained`: it holds none any more.
   void commit(PreparedJoin prepared, bool isDrained);
 
-  /// Once per pass. Announces a join whose first frame was rendered, and takes one back when
-  /// another track is wished for and nothing of the join was heard. True when it did that: the old
-  /// source is then at its end as it was before, with all its frames in the ring and its file
-  /// closed.
-  bool watch();
+  /// `startCrossfade`; nothing changes where the track cannot be faded into.
+  void crossfadeTo(const NextTrack::Wish& wish);
+  /// `finishCrossfade`: the new source gives no more, not even from its resampler.
+  void finishCrossfade();
+  /// The fades of this stream.
+  CrossfadeJoin& crossfade() noexcept { return _crossfade; }
 
-  /// A seek is about to be done. A join that waits is announced now, and the seek is one in the new
-  /// track; with a jump to another track it is given up.
+  /// What has become of the source.
+  enum class Watched {
+    same,
+    backAtEnd,   ///< the old one again, at its end as before: all its frames in the ring, its file
+                 ///< closed
+    backInside,  ///< the old one again, where it was to be faded out
+  };
+  /// Once per pass. Announces a join whose frame of announcement was rendered, and takes one back
+  /// when another track is wished for and nothing of the join was heard.
+  Watched watch();
+
+  /// A seek is about to be done. A track that waits to be heard is announced now, and the seek is
+  /// one in it; one that fades in gives way to the old track. With a jump to another track all is
+  /// given up.
   void beforeSeek(bool isJump);
+
+  /// The stream is as that version of the wish wants it, as far as that can be by now.
+  bool hasAnswered(std::uint64_t wishVersion) const noexcept {
+    return !_decoded || _decoded->seenVersion == wishVersion || owesBoundary();
+  }
 
   /// The join's first frame is not in the ring yet but in the resampler.
   bool owesBoundary() const noexcept;
@@ -49,8 +68,11 @@ class TrackJoins {
   };
 
   void announce();
+  Watched takeBack(std::uint64_t version);
+  bool isFade() const noexcept { return _decoded && _decoded->to->join == Join::crossfade; }
 
   PlaybackSession& _session;
+  CrossfadeJoin _crossfade;
   std::optional<Decoded> _decoded;
 };
 

@@ -13,15 +13,16 @@ namespace velorin {
 struct TransportCells {
   // --- End of the stream ---
 
-  /// The fill side has no more data, unless the wish for a next track has changed since.
+  /// The fill side has no more data, unless there is a new wish for a next track.
   std::atomic<bool> eofReached{false};
-  /// Version of that wish (NextTrack) when it was said.
-  std::atomic<std::uint64_t> eofWishVersion{0};
+  /// Version of the wish for a next track (NextTrack) that what is in the ring answers.
+  std::atomic<std::uint64_t> answeredWish{0};
   /// Frames of silence rendered since the ring ran short after that: tells the fill thread when
   /// the device has played out what it still held. Render adds, fill resets.
   std::atomic<std::int64_t> framesAfterEnd{0};
 
-  /// The fill thread waits for the joined track to be heard and has nothing to write until then.
+  /// The fill thread waits for the joined track to be heard, or for a track to fade into, and
+  /// writes nothing until then.
   std::atomic<bool> fillStalled{false};
   /// The fill thread has ended with its track.
   std::atomic<bool> isOver{false};

@@ -32,6 +32,19 @@ class ResampleStage {
   /// As if fresh.
   void clear() noexcept;
 
+  /// How far a stream has come, in frames since it was fresh.
+  struct Progress {
+    std::int64_t framesIn = 0;
+    std::int64_t framesOut = 0;
+  };
+  Progress progress() const noexcept { return {_framesIn, _framesOut + _toDrop}; }
+
+  /// Takes the place of another stage that has come so far: forgets everything, and returns how
+  /// many of the frames that the other was given last, at most `available`, are to be put in again
+  /// for the filter to fill. What comes out of them is dropped up to where the other one stands;
+  /// from there on the output is the same, to the resampler's own precision.
+  std::int64_t resumeAt(const Progress& progress, std::int64_t available) noexcept;
+
   AudioBufferList& output() noexcept { return _output.list(); }
 
   /// Frames still to come for what was put in: round(input × ratio) - output since it was fresh.
@@ -40,6 +53,7 @@ class ResampleStage {
 
  private:
   ResampleStage(std::unique_ptr<SoxrResampler> resampler, const StreamFormat& clientFormat);
+  std::uint32_t count(std::uint32_t framesIn, std::uint32_t produced) noexcept;
   void convertChannel(std::uint32_t channel, const double* samples, std::uint32_t count) noexcept;
 
   std::unique_ptr<SoxrResampler> _resampler;
@@ -49,6 +63,7 @@ class ResampleStage {
   std::vector<double> _scratch;  ///< one channel's input
   std::int64_t _framesIn = 0;
   std::int64_t _framesOut = 0;
+  std::int64_t _toDrop = 0;  ///< of the frames still to come
 };
 
 }  // namespace velorin
