@@ -39,7 +39,7 @@ constexpr std::string_view kKeysHelp =
     "r repeat · h keys · q quit";
 
 /// A player of one command: it has no session to restore or to store, and counts nothing.
-constexpr PlayerState::Options kOneCommand = {
+const PlayerState::Options kOneCommand = {
     .restoresSession = false, .storesSession = false, .countsListens = false};
 
 /// One run of `velorin play`.

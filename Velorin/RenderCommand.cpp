@@ -37,7 +37,7 @@ constexpr std::chrono::milliseconds kSilentPullInterval{2};
 constexpr std::uint32_t kBufferMax = 65536;
 constexpr std::uint32_t kBufferMin = 64;
 constexpr std::uint32_t kBuffer = 4096;
-constexpr PlayerState::Options kOneCommand = {
+const PlayerState::Options kOneCommand = {
     .restoresSession = false, .storesSession = false, .countsListens = false};
 
 /// A track to render, and its file.
