@@ -14,7 +14,8 @@ apt_build="make cmake ninja-build g++ ccache pkg-config git ca-certificates
 apt_run=""
 apt_test="libgtest-dev flac ffmpeg wavpack libjmac-java default-jre-headless
   libfuse3-dev fuse3 e2fsprogs mount pipewire pipewire-bin wireplumber pipewire-alsa alsa-utils
-  dbus dbus-bin python3 python3-dbusmock playerctl dunst xvfb"
+  dbus dbus-bin python3 python3-dbusmock playerctl dunst xvfb
+  desktop-file-utils appstream systemd"
 apt_bench="sqlite3 libavfilter-dev"
 apt_lint="clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev"
 

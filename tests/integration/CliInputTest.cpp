@@ -58,7 +58,7 @@ TEST(CliUsage, WrongUsageEndsWith2AndOneLine) {
 
 TEST(CliUsage, HelpAndVersion) {
   for (const std::vector<std::string>& arguments :
-       {std::vector<std::string>{}, {"--help"}, {"play", "--help"}, {"render", "-h"}}) {
+       {std::vector<std::string>{"-h"}, {"--help"}, {"play", "--help"}, {"render", "-h"}}) {
     const Outcome outcome = run(arguments);
     EXPECT_EQ(outcome.exitCode, 0);
     EXPECT_NE(outcome.out.find("Usage: velorin"), std::string::npos) << outcome.out;
