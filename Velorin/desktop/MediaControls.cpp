@@ -77,6 +77,8 @@ struct MediaControls::Impl {
       return false;
     }
     if (!changes.has(PlayerChange::track) || isSilent()) return true;
+    // Skipped already: what is shown is not what the engine told of.
+    if (!isAtEngine()) return false;
     const bool isAgain = heard && heard->id == currentTrack;
     hear();
     return isAgain || player.currentPosition() > kStart;
@@ -85,6 +87,11 @@ struct MediaControls::Impl {
   void hear() { heard = Heard{.id = currentTrack, .item = keyOf(player.currentTrack()->track)}; }
   bool isHeard() const {
     return heard && player.currentTrack() && isSameItem(heard->item, player.currentTrack()->track);
+  }
+
+  bool isAtEngine() const {
+    const auto track = player.engine().currentTrack();
+    return track && isSameItem(*track, player.currentTrack()->track);
   }
 
   static Track keyOf(const Track& track) {
