@@ -4,6 +4,7 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <cassert>
 #include <optional>
 #include <string>
@@ -29,7 +30,8 @@ struct MainThread::Impl {
 
   asio::io_context context;
   const asio::executor_work_guard<asio::io_context::executor_type> work{context.get_executor()};
-  std::atomic<bool> waking{false};  // a no-op that ends the wait is already in the context
+  asio::steady_timer alarm{context};  // ends the wait when a delayed task falls due
+  std::atomic<bool> waking{false};    // a no-op that ends the wait is already in the context
   std::atomic<bool> stopping{false};
 
   Mutex mutex;
@@ -82,7 +84,11 @@ struct MainThread::Impl {
       if (!deadline) {
         context.run_one();
       } else if (*deadline > Clock::now()) {
-        context.run_one_until(*deadline);
+        // run_one_until() would look up once a second, for hours on end.
+        alarm.expires_at(*deadline);
+        alarm.async_wait([](const boost::system::error_code&) {});
+        context.run_one();
+        alarm.cancel();
       }
       context.poll();
     } catch (const std::exception& error) {

@@ -1,4 +1,5 @@
 // `velorin` as the player of a user: one at a time, reached by the others, ended in order.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -254,6 +255,37 @@ TEST_F(PlayerRun, EndsInTimeWhileAFileDoesNotAnswer) {
   ASSERT_TRUE(eventually([] { return status().at("track").at("title") == "2"; }));
   endsInTime(program, SIGTERM);
   share.release();
+}
+
+/// Times that the threads of a process went to sleep so far.
+long sleepsOf(pid_t process) {
+  long sleeps = 0;
+  for (const auto& thread : fs::directory_iterator(fmt::format("/proc/{}/task", process))) {
+    std::ifstream status(thread.path() / "status");
+    for (std::string word; status >> word;) {
+      long count = 0;
+      if (word == "voluntary_ctxt_switches:" && status >> count) sleeps += count;
+    }
+  }
+  return sleeps;
+}
+
+// A timer that ticks while nothing plays would wake it in each of the intervals.
+TEST_F(PlayerRun, AQuietPlayerSleeps) {
+  ChildProcess program;
+  ASSERT_TRUE(program.start({VELORIN_PROGRAM, "run", "--audio", "virtual", song()}, _home / "log"));
+  ASSERT_TRUE(plays("1"));
+  for (const char* const command : {"pause", "stop"}) {
+    EXPECT_EQ(run({"control", command}).exitCode, 0);
+    EXPECT_TRUE(eventually(
+        [&] {
+          const long before = sleepsOf(program.pid());
+          std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+          return sleepsOf(program.pid()) == before;
+        },
+        std::chrono::seconds(15)))
+        << command;
+  }
 }
 
 TEST_F(PlayerRun, TellsTheServiceManager) {
