@@ -5,6 +5,7 @@
 
 #include "engine/AudioEngineImpl.h"
 #include "engine/decoders/DecoderFactory.h"
+#include "engine/joins/Prefetch.h"
 #include "engine/output/ClientFormat.h"
 #include "foundation/Log.h"
 #include "foundation/Text.h"
@@ -236,6 +237,8 @@ bool AudioEngine::Impl::startAudioOutput(double start) {
   bus.postOnMain(
       TrackDidChange{.track = first->track, .sourceBitDepth = first->sourceBitDepth, .join = {}});
   playing->isAnnounced.store(true);
+  // A wish that was there before: what the last stop closed is opened again.
+  prefetchNextTrack(joins, first->track);
   log::line("▶️ Playing: {} [{:.0f}Hz / {}bit]{}", titleOf(first->track),
             first->fileFormat.sampleRate, first->sourceBitDepth, cueRangeText(first->track));
   return true;
