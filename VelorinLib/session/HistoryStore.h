@@ -31,6 +31,9 @@ class HistoryStore {
   /// The tracks of these ids as they are now.
   void readTracks(std::vector<std::int64_t> ids, std::function<void(std::vector<TrackInfo>)> done);
 
+  /// Other work behind all that was asked for before.
+  void work(std::function<void()> task) { _queue.async(std::move(task)); }
+
  private:
   const std::shared_ptr<DatabaseManager> _database;
   SerialQueue _queue{"com.velorin.history"};

@@ -198,22 +198,38 @@ void PlayerState::Impl::onUnavailable(const PlaybackFileUnavailable& event) {
 }
 
 void PlayerState::Impl::onTagsDidChange(const TrackTagsDidChange& event) {
-  if (!currentTrack || !currentTrack->track.id) return;
-  const std::int64_t id = *currentTrack->track.id;
-  if (std::ranges::find(event.trackIds, id) == event.trackIds.end()) return;
-  auto apply = life.guard([this, id](std::vector<TrackInfo> tracks) {
-    if (tracks.empty() || !currentTrack || currentTrack->track.id != id) return;
-    const TrackInfo* selected = timeline.selected();
-    if (selected != nullptr && selected->track.id == id) {
-      timeline.update(static_cast<std::size_t>(timeline.index()), tracks.front());
-      note(PlayerChange::timeline);
+  auto apply = life.guard([this](const std::vector<TrackInfo>& tracks) {
+    std::unordered_map<std::int64_t, TrackInfo> byId;
+    for (const TrackInfo& track : tracks) byId.emplace(*track.track.id, track);
+    const auto mine =
+        currentTrack && currentTrack->track.id ? byId.find(*currentTrack->track.id) : byId.end();
+    if (mine != byId.end()) {
+      currentTrack = mine->second;
+      bookmarks.reload(currentTrack);
+      note(PlayerChange::track | PlayerChange::bookmarks);
     }
-    currentTrack = std::move(tracks.front());
-    bookmarks.reload(currentTrack);
-    note(PlayerChange::track | PlayerChange::bookmarks);
+    updateTimeline([byId = std::move(byId)](const TrackInfo& item) -> std::optional<TrackInfo> {
+      const auto found = item.track.id ? byId.find(*item.track.id) : byId.end();
+      return found != byId.end() ? std::optional(found->second) : std::nullopt;
+    });
   });
-  history.readTracks({id}, [apply](std::vector<TrackInfo> tracks) {
+  history.readTracks(event.trackIds, [apply](std::vector<TrackInfo> tracks) {
     MainThread::instance().post([apply, tracks = std::move(tracks)] { apply(tracks); });
+  });
+}
+
+void PlayerState::Impl::updateTimeline(ItemUpdate update) {
+  auto apply = life.guard([this](const TrackList::Changes& found) {
+    timeline.apply(found);
+    note(PlayerChange::timeline);
+  });
+  history.work([items = timeline.items(), update = std::move(update), apply] {
+    TrackList::Changes found;
+    for (const TrackInfo& item : items) {
+      if (auto updated = update(item)) found.emplace(&item, std::move(*updated));
+    }
+    // With the items, whose addresses stay theirs until then.
+    if (!found.empty()) MainThread::instance().post([apply, items, found] { apply(found); });
   });
 }
 

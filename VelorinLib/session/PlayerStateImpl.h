@@ -80,6 +80,10 @@ struct PlayerState::Impl {
   void onFinished(const EngineLink::Outcome& outcome);
   void onUnavailable(const PlaybackFileUnavailable& event);
   void onTagsDidChange(const TrackTagsDidChange& event);
+  /// Another state of an item, or nothing where it stays. On any thread.
+  using ItemUpdate = std::function<std::optional<TrackInfo>(const TrackInfo&)>;
+  /// Looks through the timeline in the background.
+  void updateTimeline(ItemUpdate update);
   void onLibraryDidClear();
   void volumeMounted(const std::filesystem::path& mountPoint);
   void becomeStopped();

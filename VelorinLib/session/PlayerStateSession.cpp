@@ -50,13 +50,12 @@ void PlayerState::Impl::bookmarksStored(std::int64_t trackId,
                                         const std::vector<TrackBookmark>& list) {
   const auto stored = list.empty() ? std::nullopt : std::optional(list);
   if (currentTrack && currentTrack->track.id == trackId) currentTrack->track.bookmarks = stored;
-  const TrackList& items = timeline.items();
-  for (std::size_t i = 0; i < items.size(); ++i) {
-    if (items[i].track.id != trackId) continue;
-    TrackInfo marked = items[i];
+  updateTimeline([trackId, stored](const TrackInfo& item) -> std::optional<TrackInfo> {
+    if (item.track.id != trackId) return std::nullopt;
+    TrackInfo marked = item;
     marked.track.bookmarks = stored;
-    timeline.update(i, std::move(marked));
-  }
+    return marked;
+  });
   note(PlayerChange::bookmarks);
 }
 

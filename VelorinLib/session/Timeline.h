@@ -55,8 +55,10 @@ class Timeline {
   std::optional<std::size_t> find(const Track& track,
                                   std::optional<std::size_t> expected = std::nullopt) const;
 
-  /// Another state of the same items, such as new tags.
-  void update(std::size_t index, TrackInfo track) { _items.replace(index, std::move(track)); }
+  void apply(const TrackList::Changes& changes) {
+    _items.apply(changes);
+    _original.apply(changes);
+  }
 
  private:
   std::size_t next() const noexcept { return static_cast<std::size_t>(_index + 1); }

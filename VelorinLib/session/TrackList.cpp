@@ -33,6 +33,10 @@ void TrackList::insert(std::size_t at, const TrackList& tracks) {
   if (&tracks == this) return insert(at, TrackList(tracks));
   _items.insert(_items.begin() + static_cast<std::ptrdiff_t>(at), tracks._items.begin(),
                 tracks._items.end());
+  addBlocksOf(tracks);
+}
+
+void TrackList::addBlocksOf(const TrackList& tracks) {
   std::vector<Block> merged;
   merged.reserve(_blocks.size() + tracks._blocks.size());
   std::set_union(_blocks.begin(), _blocks.end(), tracks._blocks.begin(), tracks._blocks.end(),
@@ -50,11 +54,22 @@ void TrackList::move(std::size_t from, std::size_t to) {
   }
 }
 
-void TrackList::replace(std::size_t at, TrackInfo track) {
-  std::vector<TrackInfo> one;
-  one.push_back(std::move(track));
-  insert(at + 1, TrackList(std::move(one)));
-  erase(at);
+void TrackList::apply(const Changes& changes) {
+  std::vector<TrackInfo> states;
+  std::unordered_map<const TrackInfo*, std::size_t> places;
+  for (const auto& [item, state] : changes) {
+    places.emplace(item, states.size());
+    states.push_back(state);
+  }
+  const TrackList fresh(std::move(states));
+  bool isUsed = false;
+  for (const TrackInfo*& item : _items) {
+    const auto place = places.find(item);
+    if (place == places.end()) continue;
+    item = fresh._items[place->second];
+    isUsed = true;
+  }
+  if (isUsed) addBlocksOf(fresh);
 }
 
 TrackList TrackList::from(std::size_t at) const {

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <memory>
 #include <random>
+#include <unordered_map>
 #include <vector>
 
 #include "records/TrackInfo.h"
@@ -77,7 +78,9 @@ class TrackList {
   void truncate(std::size_t size) { _items.resize(std::min(size, _items.size())); }
   /// Takes the item out and puts it where it then has the position `to`.
   void move(std::size_t from, std::size_t to);
-  void replace(std::size_t at, TrackInfo track);
+  /// Other states of items, such as new tags, by the addresses of the old ones.
+  using Changes = std::unordered_map<const TrackInfo*, TrackInfo>;
+  void apply(const Changes& changes);
   /// The items from there to the end.
   TrackList from(std::size_t at) const;
 
@@ -94,6 +97,8 @@ class TrackList {
 
  private:
   using Block = std::shared_ptr<const std::vector<TrackInfo>>;
+
+  void addBlocksOf(const TrackList& tracks);
 
   std::vector<const TrackInfo*> _items;
   std::vector<Block> _blocks;  // what _items point into, and perhaps more; sorted, each once

@@ -392,6 +392,23 @@ TEST_F(PlayerStateTest, AClearedLibraryLeavesNothing) {
   EXPECT_EQ(player->timelineIndex(), -1);
 }
 
+TEST_F(PlayerStateTest, NewTagsAndBookmarksReachTheTimeline) {
+  auto tracks = album({"a", "b"});
+  tracks.push_back(tracks[0]);
+  player->playTracks(tracks, 0);
+  ASSERT_TRUE(waitForTrack("a"));
+  database->database().write(
+      [](sqlite::Writer& writer) { writer.run("UPDATE tracks SET title = title || '!'"); });
+  bus.post(TrackTagsDidChange{{1, 2}});
+  ASSERT_TRUE(waitUntil([&] { return player->timeline().back().track.title == "a!"; }));
+  EXPECT_EQ(shown(), "a!");
+  EXPECT_EQ(player->timeline()[1].track.title, "b!");
+  player->addBookmark(0.2);
+  ASSERT_TRUE(waitUntil([&] { return player->timeline().back().track.bookmarks.has_value(); }));
+  EXPECT_EQ(player->timeline().back().track.title, "a!");
+  EXPECT_EQ(player->currentBookmarks().size(), 1u);
+}
+
 TEST_F(PlayerStateTest, AutoplayFollowsTheTimeline) {
   const auto tracks = album({"a", "b", "c", "d"});
   std::vector<bool> refills;
