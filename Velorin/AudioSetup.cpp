@@ -24,13 +24,6 @@ std::optional<std::string> applyChainFile(const std::filesystem::path& path, Aud
   return std::nullopt;
 }
 
-void prepareEffects(const Track& track, AudioEngine& engine) {
-  DSPEffects& effects = engine.effects();
-  const TrackGain gain = trackGain(track, effects.replayGain.mode());
-  effects.replayGain.setTrackGain(static_cast<float>(gain.gainDB), static_cast<float>(gain.peak));
-  effects.headroomDSP.setHeadroom(static_cast<float>(effects.requiredHeadroomDB(&track)));
-}
-
 std::unique_ptr<Preferences> preferencesOfThisRun() {
   auto preferences = std::make_unique<Preferences>();
   std::string failure;

@@ -15,7 +15,6 @@ class AudioEngine;
 class AudioHardware;
 class PlayerState;
 class Preferences;
-struct Track;
 
 /// Hands the chain of a file to the engine. Nothing on success, else one line that says what is
 /// wrong; then the engine keeps what it has. Engine queue, or before anything plays.
@@ -24,10 +23,6 @@ std::optional<std::string> applyChainFile(const std::filesystem::path& file, Aud
 /// The user's preferences as they are now. Changes stay in memory: how one command plays is no
 /// choice for the others.
 std::unique_ptr<Preferences> preferencesOfThisRun();
-
-/// Sets the effects that depend on the track: ReplayGain, and the headroom for what all of them
-/// can add. Engine queue, before the track plays.
-void prepareEffects(const Track& track, AudioEngine& engine);
 
 /// Hands the settings to the player and its engine. Main thread, before anything plays.
 void applySettings(const EngineOptions& options, PlayerState& player);

@@ -1,5 +1,6 @@
 #include "Console.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -49,6 +50,10 @@ void Console::printError(std::string_view line) {
 
 void Console::printTo(int descriptor, std::string_view line) {
   const MutexLock lock(_mutex);
+  if (!_status.empty() && terminal::isInteractive(descriptor)) {
+    // In one piece, so that nothing flickers.
+    return writeAll(descriptor, fmt::format("{}{}\n{}", kEraseLine, line, _status));
+  }
   if (!_status.empty()) writeAll(_statusDescriptor, kEraseLine);
   writeAll(descriptor, std::string(line) + "\n");
   if (!_status.empty()) writeAll(_statusDescriptor, _status);

@@ -9,7 +9,6 @@
 #include "AudioSetup.h"
 #include "Commands.h"
 #include "Console.h"
-#include "FileFacts.h"
 #include "KeyReader.h"
 #include "PlayList.h"
 #include "PlayRun.h"
@@ -17,6 +16,7 @@
 #include "SignalPathText.h"
 #include "SignalWatch.h"
 #include "Terminal.h"
+#include "TrackReader.h"
 #include "engine/AudioEngine.h"
 #include "foundation/EventBus.h"
 #include "foundation/Log.h"
@@ -26,12 +26,15 @@
 #include "foundation/Text.h"
 #include "library/metadata/TagText.h"
 #include "session/PlayerState.h"
+#include "shell/ExitDeadline.h"
 
 namespace velorin {
-namespace fs = std::filesystem;
 namespace {
 
 constexpr std::chrono::milliseconds kRedrawInterval{250};
+/// How long music may wait for the tags of what follows.
+constexpr std::chrono::milliseconds kPatience{300};
+constexpr std::chrono::hours kAnyTime{24};
 constexpr double kSeekSeconds = 5;
 constexpr double kVolumeStep = 0.05;
 constexpr std::string_view kKeysHelp =
@@ -45,8 +48,10 @@ const PlayerState::Options kOneCommand = {
 /// One run of `velorin play`.
 class PlaySession : private PlayRunListener {
  public:
-  PlaySession(const PlayOptions& options, AudioHardware& hardware, std::vector<TrackInfo> tracks)
+  PlaySession(const PlayOptions& options, AudioHardware& hardware, TrackReader& reader,
+              std::vector<TrackInfo> tracks)
       : _options(options),
+        _reader(reader),
         _tracks(std::move(tracks)),
         _console(STDOUT_FILENO),
         _preferences(preferencesOfThisRun()),
@@ -67,6 +72,7 @@ class PlaySession : private PlayRunListener {
                                .suspend = [this] { suspendTerminal(); },
                                .resume = [this] { resumeTerminal(); }});
     _run.start(_tracks, firstTrack(), _options.engine.start);
+    _reader.start([this](TrackReader::Batch batch) { append(std::move(batch)); });
     MainThread::instance().run();
     _redraw.stop();
     _console.clearStatus();
@@ -95,12 +101,26 @@ class PlaySession : private PlayRunListener {
     return std::uniform_int_distribution<std::size_t>(0, _tracks.size() - 1)(seed);
   }
 
+  void append(TrackReader::Batch batch) {
+    for (const std::string& problem : batch.problems) _console.printError("velorin: " + problem);
+    const std::size_t count = _player.timeline().size();
+    _player.appendToTimeline(std::move(batch.tracks));
+    if (!_waitsForReader) return;
+    if (_player.timeline().size() > count) {
+      _waitsForReader = false;
+      _run.goOn(count);
+    } else if (_reader.unread() == 0) {
+      quit();
+    }
+  }
+
   // --- PlayRunListener ---
 
   void trackStarted(const TrackInfo& track, std::optional<Join>) override {
     ++_played;
     _heard = track;
-    _number = fmt::format("{}/{}", _run.numberOf(track), _player.timeline().size());
+    _number =
+        fmt::format("{}/{}", _run.numberOf(track), _player.timeline().size() + _reader.unread());
     const std::string path = pathTexts(_engine.facts()).front();
     if (_console.isInteractive()) {
       _console.print(_number + "  " + titleOf(track) + "\n     " + path);
@@ -128,6 +148,9 @@ class PlaySession : private PlayRunListener {
       _console.printError(
           "velorin: no sound from the device: choose another with --device; 'velorin devices' "
           "lists them");
+    } else if (_reader.unread() > 0) {
+      _waitsForReader = true;  // faster than its list
+      return;
     }
     quit();
   }
@@ -137,12 +160,13 @@ class PlaySession : private PlayRunListener {
   void quit() {
     if (_quitting) return;
     _quitting = true;
+    _reader.stop();
     stopEngineAndLoop(_engine, _player.engineQueue());
   }
 
   int summarise() {
     if (_played == 0) {
-      if (!_outputFailed && !_wasAsked && _tracks.size() > 1) {
+      if (!_outputFailed && !_wasAsked && _player.timeline().size() > 1) {
         _console.printError("velorin: nothing could be played: see the lines above");
       }
       return _wasAsked && !_outputFailed ? kExitSuccess : kExitFailure;
@@ -254,7 +278,8 @@ class PlaySession : private PlayRunListener {
   }
 
   const PlayOptions& _options;
-  const std::vector<TrackInfo> _tracks;
+  TrackReader& _reader;
+  const std::vector<TrackInfo> _tracks;  ///< that were read before the start
   Console _console;
   EventBus _bus;
   const std::unique_ptr<Preferences> _preferences;
@@ -269,7 +294,8 @@ class PlaySession : private PlayRunListener {
   std::string _number;              ///< its place among how many
   std::size_t _played = 0;
   bool _outputFailed = false;
-  bool _wasAsked = false;  ///< the listener quit
+  bool _wasAsked = false;        ///< the listener quit
+  bool _waitsForReader = false;  ///< all that was read has been played
   bool _quitting = false;
 };
 
@@ -278,21 +304,17 @@ class PlaySession : private PlayRunListener {
 int runPlay(const PlayOptions& options) {
   log::configure(options.verbose ? log::Level::info : log::Level::warning,
                  /*useJournalIfConnected=*/false);
-  const PlayList list = expandInputs(options.inputs);
+  PlayList list = expandInputs(options.inputs);
   for (const std::string& problem : list.problems) reportError(problem);
-  std::vector<TrackInfo> tracks;
-  bool isWhole = list.problems.empty();
-  for (const PlayListEntry& entry : list.entries) {
-    std::error_code unreachable;
-    if (fs::exists(entry.path, unreachable)) {
-      tracks.push_back(trackOf(entry));
-    } else {
-      reportError(text::pathForDisplay(entry.path) + ": " + whyUnplayable(entry.path));
-      isWhole = false;
+  ExitDeadline deadline;
+  // A random order is one of all tracks.
+  TrackReader reader(std::move(list.entries));
+  TrackReader::Batch first = reader.readFor(options.shuffle ? kAnyTime : kPatience);
+  for (const std::string& problem : first.problems) reportError(problem);
+  if (first.tracks.empty()) {
+    if (list.problems.empty() && first.problems.empty()) {
+      reportError("nothing to play: give files or folders");
     }
-  }
-  if (tracks.empty()) {
-    if (isWhole) reportError("nothing to play: give files or folders");
     return kExitFailure;
   }
   const AudioHardwareChoice audio = createAudioHardware(options.audio);
@@ -306,8 +328,11 @@ int runPlay(const PlayOptions& options) {
       return kExitFailure;
     }
   }
-  PlaySession session(options, *audio.hardware, std::move(tracks));
-  return session.run(device);
+  PlaySession session(options, *audio.hardware, reader, std::move(first.tracks));
+  const int exitCode = session.run(device);
+  deadline.setStep("a file that is being read does not answer");
+  deadline.start(kShutdownGrace);
+  return exitCode;
 }
 
 }  // namespace velorin

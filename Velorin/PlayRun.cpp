@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <future>
 #include <utility>
 
 #include "FileFacts.h"
@@ -27,7 +28,6 @@ struct PlayRun::Impl : std::enable_shared_from_this<Impl> {
   PlayerState& player;
   PlayRunListener& listener;
 
-  std::optional<double> startTime;   ///< of the first track, until it is heard
   std::optional<TrackInfo> heard;    ///< the track that the listener was told of
   bool isStarting = false;           ///< the player waits for a track to be heard
   bool isFileAtFault = false;        ///< the last start came to nothing for its file
@@ -71,7 +71,6 @@ struct PlayRun::Impl : std::enable_shared_from_this<Impl> {
       info = *player.currentTrack();
     }
     heard = info;
-    if (const auto start = std::exchange(startTime, std::nullopt)) player.seek(*start);
     listener.trackStarted(info, event.join);
   }
 
@@ -159,8 +158,18 @@ PlayRun::~PlayRun() {
 
 void PlayRun::start(std::vector<TrackInfo> tracks, std::size_t first,
                     std::optional<double> startTime) {
-  _impl->startTime = startTime;
-  _impl->player.playTracks(std::move(tracks), first);
+  // The engine learns what follows before it begins: how a short track is joined to the next one is
+  // not to depend on which thread is faster.
+  std::promise<void> isKnown;
+  _impl->player.engineQueue().async([known = isKnown.get_future().share()] { known.wait(); });
+  _impl->player.playTracks(std::move(tracks), first, startTime.value_or(0));
+  isKnown.set_value();
+}
+
+void PlayRun::goOn(std::size_t index) {
+  _impl->hasEnded = false;
+  _impl->endsAfterReasons = false;
+  _impl->player.playFromTimeline(index);
 }
 
 void PlayRun::next() {

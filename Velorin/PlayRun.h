@@ -41,6 +41,8 @@ class PlayRun {
 
   /// Plays the tracks from the one at `first` on, that one from the time given in seconds.
   void start(std::vector<TrackInfo> tracks, std::size_t first, std::optional<double> startTime);
+  /// After runEnded(): plays on from that place of the player's list.
+  void goOn(std::size_t index);
   /// Several within 0.3 s start one track. Behind the last track the run ends.
   void next();
   void previous();

@@ -5,6 +5,7 @@
 #include "engine/AudioEngine.h"
 #include "foundation/MainThread.h"
 #include "session/PlayerTypes.h"
+#include "session/TrackEffects.h"
 
 namespace velorin {
 namespace {
@@ -46,6 +47,7 @@ void EngineLink::play(const Track& track, const Start& start) {
   submit(track, [track, start](AudioEngine& engine) {
     const fs::path file(track.filePath);
     if (start.mustExist && !isThere(file)) return Outcome{Outcome::Kind::fileVanished, false};
+    prepareEffects(track, engine);
     engine.play(track, start.position);
     if (engine.state() != PlaybackState::stopped) return Outcome{Outcome::Kind::started, false};
     return Outcome{Outcome::Kind::noOutput, isPresentFolder(file.parent_path())};

@@ -58,7 +58,7 @@ PlayerState::~PlayerState() = default;
 
 // --- What to play ---
 
-void PlayerState::Impl::playTracks(TrackList tracks, std::size_t start) {
+void PlayerState::Impl::playTracks(TrackList tracks, std::size_t start, double seconds) {
   if (start >= tracks.size()) return;
   ++playWish;
   if (!burst.cancel()) addCurrentToHistory();
@@ -67,7 +67,7 @@ void PlayerState::Impl::playTracks(TrackList tracks, std::size_t start) {
   timeline.setTo(std::move(tracks), start);
   note(PlayerChange::modes);
   go({QueuePlace::Region::timeline, static_cast<std::size_t>(timeline.index())});
-  this->start(Reach::forward);
+  this->start(Reach::forward, seconds);
   updateNextTrack();
   refill(/*forced=*/true);
 }
@@ -145,8 +145,9 @@ void PlayerState::Impl::playFromAutoplayQueue(const TrackInfo& track) {
   refill(/*forced=*/false);
 }
 
-void PlayerState::playTracks(std::vector<TrackInfo> tracks, std::size_t startIndex) {
-  _impl->playTracks(std::move(tracks), startIndex);
+void PlayerState::playTracks(std::vector<TrackInfo> tracks, std::size_t startIndex,
+                             double position) {
+  _impl->playTracks(std::move(tracks), startIndex, position);
 }
 void PlayerState::playFiles(std::vector<std::filesystem::path> files) {
   _impl->playFiles(std::move(files), ServiceMode::playNow);

@@ -55,8 +55,9 @@ class PlayerState {
 
   // --- What to play ---
 
-  /// Replaces the timeline and plays the track at the index. Nothing happens for an index outside.
-  void playTracks(std::vector<TrackInfo> tracks, std::size_t startIndex);
+  /// Replaces the timeline and plays the track at the index, from that many seconds on. Nothing
+  /// happens for an index outside.
+  void playTracks(std::vector<TrackInfo> tracks, std::size_t startIndex, double position = 0);
   /// Files from outside the library; a sheet (".cue") stands for its tracks, and what yields
   /// nothing is dropped. The files are read in the background.
   void playFiles(std::vector<std::filesystem::path> files);

@@ -7,6 +7,7 @@
 #include "foundation/Log.h"
 #include "foundation/Preferences.h"
 #include "session/PlayerStateImpl.h"
+#include "session/TrackEffects.h"
 
 namespace velorin {
 namespace {
@@ -96,11 +97,7 @@ void PlayerState::Impl::followTrack() {
   note(PlayerChange::track | PlayerChange::state | PlayerChange::position);
 
   updateNextTrack();
-  link.call([track = currentTrack->track](AudioEngine& sound) {
-    ReplayGainDSP& effect = sound.effects().replayGain;
-    const TrackGain gain = trackGain(track, effect.mode());
-    effect.setTrackGain(gain.gainDB, gain.peak);
-  });
+  link.call([track = currentTrack->track](AudioEngine& sound) { prepareEffects(track, sound); });
   // The same track starts anew after a seek across a join, or on another device.
   if (!std::exchange(isNews, false)) return;
   if (services.loadWaveforms) {

@@ -33,7 +33,7 @@ struct PlayerState::Impl {
        Options options);
 
   // --- What to play (PlayerState.cpp) ---
-  void playTracks(TrackList tracks, std::size_t start);
+  void playTracks(TrackList tracks, std::size_t start, double seconds = 0);
   void playFiles(std::vector<std::filesystem::path> files, ServiceMode mode);
   void playAlone(const TrackInfo& track);
   void playFromTimeline(std::size_t index);

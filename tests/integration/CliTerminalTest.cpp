@@ -51,6 +51,8 @@ TEST_F(CliTerminal, KeysWork) {
   EXPECT_TRUE(program.waitFor("3/3  10 tenth")) << program.screen();
   program.type("p");
   EXPECT_TRUE(program.waitFor("2/3  2 second")) << program.screen();
+  program.type("rs");
+  EXPECT_TRUE(program.waitFor(" · shuffle · repeat all  2 second")) << program.screen();
   program.type("h");
   EXPECT_TRUE(program.waitFor("space pause")) << program.screen();
   EXPECT_FALSE(program.isCooked());

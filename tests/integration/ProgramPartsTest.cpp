@@ -10,6 +10,7 @@
 #include "Terminal.h"
 #include "TextTable.h"
 #include "WavRecorder.h"
+#include "support/FlacFixture.h"
 #include "support/TemporaryFolder.h"
 
 namespace velorin {
@@ -112,6 +113,38 @@ TEST(PlayList, WalksFoldersInNaturalOrder) {
   EXPECT_EQ(expandInputs({folder / ".hidden" / "none"}).entries.size(), 1U);
   fs::create_directory(folder / "empty");
   EXPECT_EQ(expandInputs({folder / "empty"}).problems.size(), 1U);
+}
+
+// What a sheet stands for is played once, wherever it is come to.
+TEST(PlayList, SheetsStandForTheirFilesAndListsForTheirLines) {
+  const test::TemporaryFolder folder;
+  fs::create_directory(folder / "CD1");
+  for (const char* name : {"a.flac", "CD1/album.flac", "z.flac"}) {
+    test::FlacFixture::make({.frames = 3 * 44'100}).write(folder / name);
+  }
+  const std::string tracks =
+      "TRACK 01 AUDIO\nINDEX 01 00:00:00\nTRACK 02 AUDIO\nINDEX 01 00:01:00\n";
+  std::ofstream(folder / "0.cue") << "FILE \"CD1/album.flac\" WAVE\n" << tracks;
+  std::ofstream(folder / "CD1" / "same.cue") << "FILE \"album.flac\" WAVE\n" << tracks;
+  std::ofstream(folder / "lost.cue") << "FILE \"gone.flac\" WAVE\n" << tracks;
+  std::ofstream(folder / "list.m3u8") << "#EXTM3U\nz.flac\nCD1\\same.cue\nnone.flac\n";
+  using Strings = std::vector<std::string>;
+  const auto names = [](const PlayList& list) {
+    Strings found;
+    for (const PlayListEntry& entry : list.entries) {
+      const auto start = entry.info ? entry.info->track.cueStartTime : std::nullopt;
+      found.push_back(fs::path(entry.path).filename().native() +
+                      (start ? "@" + std::to_string(static_cast<int>(*start)) : ""));
+    }
+    return found;
+  };
+  EXPECT_EQ(names(expandInputs({folder.path()})),
+            (Strings{"album.flac@0", "album.flac@1", "a.flac", "z.flac"}));
+  EXPECT_EQ(names(expandInputs({folder / "list.m3u8"})),
+            (Strings{"z.flac", "album.flac@0", "album.flac@1", "none.flac"}));
+  const PlayList bad = expandInputs({folder / "lost.cue", folder / "none.m3u"});
+  EXPECT_TRUE(bad.entries.empty());
+  EXPECT_EQ(bad.problems.size(), 2U);
 }
 
 TEST(PlayList, NaturalOrderIsAnOrder) {
