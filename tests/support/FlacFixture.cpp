@@ -24,6 +24,14 @@ std::vector<std::int32_t> signalFor(const FlacRecipe& recipe, unsigned channel) 
     }
     return samples;
   }
+  if (recipe.signal == FlacRecipe::Signal::steady) {
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+      const double angle = recipe.angles[i * recipe.angles.size() / samples.size()];
+      samples[i] = static_cast<std::int32_t>(
+          std::lround(0.5 * (scale - 1) * (channel == 0 ? std::cos(angle) : std::sin(angle))));
+    }
+    return samples;
+  }
   // The engine's own numbers rather than a distribution's, whose algorithm is not fixed.
   std::mt19937 random(recipe.seed * 64 + channel);
   const auto shift = static_cast<int>(32 - recipe.bits);

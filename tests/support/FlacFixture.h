@@ -10,13 +10,17 @@ namespace velorin::test {
 
 /// What to make. The same recipe gives the same bytes every time.
 struct FlacRecipe {
-  enum class Signal { noise, sine };
+  enum class Signal { noise, sine, steady };
   unsigned channels = 2;         ///< 1 to 8
   unsigned bits = 16;            ///< 4 to 32
   unsigned sampleRate = 44'100;  ///< up to 655,350
   unsigned blockSize = 4096;     ///< 16 to 65,535
   std::uint32_t frames = 10'000;
   Signal signal = Signal::noise;  ///< full-scale noise holds both ends of the range; 997 Hz sine
+  /// Of steady: the file is divided into as many equal stretches, in each of which the first
+  /// channel stands at half the cosine and the others at half the sine of the angle (radians).
+  /// Gains and filters keep the angle, so what is heard tells which stretch it is.
+  std::vector<double> angles = {};
   std::uint32_t seed = 1;
   bool statesTotal = true;  ///< false: STREAMINFO says 0 total samples
   bool ogg = false;

@@ -58,8 +58,8 @@ double SourceReader::seek(std::int64_t usec) noexcept {
   if (bounds.end >= 1) frame = std::min(frame, bounds.end);
   // A time past the end is the end: its last frame is the nearest that can be decoded.
   if (_facts->totalFrames > 0) frame = std::min(frame, _facts->totalFrames - 1);
-  // A position that cannot be reached is dropped.
-  _decoder->seek(frame);
+  // A position that cannot be reached is dropped: of a file that was cut short, say.
+  if (!_decoder->seek(frame)) frame = _decoder->currentPosition();
   if (_resampler) _resampler->clear();
   return static_cast<double>(std::max<std::int64_t>(0, frame - bounds.start)) / rate;
 }

@@ -51,7 +51,7 @@ class SourceReader {
 
   /// Moves to a time from the track's own start, no further than its last frame, and forgets what
   /// the resampler holds. Returns the time that was meant, in whole frames of the file; where the
-  /// file cannot be moved the stream goes on from where it stands.
+  /// file cannot be moved the stream goes on from where it stands, and that time is returned.
   double seek(std::int64_t usec) noexcept;
   /// Moves the decoder alone: what the resampler holds is followed by the new place.
   bool moveTo(std::int64_t fileFrame) noexcept { return _decoder->seek(fileFrame); }
