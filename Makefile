@@ -7,6 +7,7 @@ PRESET ?= release
 BUILD  := build/$(PRESET)
 MUSIC  ?=
 ARGS   ?=
+PREFIX ?= $(HOME)/.local
 # Files that `make lint` gives to clang-tidy: those changed against BASE, or all with LINT=all.
 BASE   ?= origin/main
 LINT   ?= changed
@@ -14,7 +15,7 @@ LINT   ?= changed
 CONFIGURE ?=
 
 .DEFAULT_GOAL := help
-.PHONY: help build run test bench analyse lint format asan tsan fuzz deps clean
+.PHONY: help build run install test bench analyse lint format asan tsan fuzz deps clean
 
 help: ## this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## /{printf "  make %-8s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -28,6 +29,9 @@ run: build ## play MUSIC=folder, or the demo album
 	@tools/install-deps.sh run
 	@$(if $(MUSIC),true,cmake --build $(BUILD) --target demo_album)
 	@$(BUILD)/velorin play $(ARGS) "$(if $(MUSIC),$(MUSIC),$(BUILD)/demo-album)"
+
+install: build ## into PREFIX, ~/.local unless told otherwise
+	@cmake --install $(BUILD) --prefix "$(PREFIX)"
 
 test: ## build everything and run the test suite
 	@tools/install-deps.sh build test

@@ -64,9 +64,10 @@ TEST_F(Installation, MetainfoIsValid) {
 }
 
 TEST_F(Installation, UnitIsValid) {
-  EXPECT_NE(textOf("lib/systemd/user/velorin.service").find("Type=notify\n"), std::string::npos);
+  EXPECT_NE(textOf("share/systemd/user/velorin.service").find("Type=notify\n"), std::string::npos);
+  ::setenv("XDG_RUNTIME_DIR", _folder->path().c_str(), 1);
   expectAccepted(
-      {"systemd-analyze", "--user", "verify", prefix() / "lib/systemd/user/velorin.service"});
+      {"systemd-analyze", "--user", "verify", prefix() / "share/systemd/user/velorin.service"});
 }
 
 }  // namespace
