@@ -4,7 +4,7 @@
 // moves the position by doing what it does anyway: adding the frames it took to the ring's read
 // counter. That one word is all it writes. What a frame number means stands here, in at most two
 // entries: the track that was announced last, and the one that was joined behind it and begins at a
-// frame still to come. So the textbook's `framesReadFromBuffer`, `seekFrameOffset` and
+// frame still to come. So `framesReadFromBuffer`, `seekFrameOffset` and
 // `gaplessCountdown` are differences of frame numbers, a render call that spans a boundary splits
 // exactly, and no reader can see half a change.
 #pragma once
