@@ -8,7 +8,9 @@
 #include "NotificationServer.h"
 #include "foundation/Log.h"
 #include "platform/desktop/SessionBus.h"
+#include "support/ChildProcess.h"
 #include "support/DBusSession.h"
+#include "support/Eventually.h"
 #include "support/TemporaryFolder.h"
 
 namespace velorin {
@@ -104,6 +106,38 @@ TEST_F(DesktopNotifierTest, WithoutAServerItIsToldOnceAndALaterOneIsUsed) {
   const auto shown = server.shown(1);
   ASSERT_FALSE(shown.empty());
   EXPECT_EQ(log.lines().size(), 1u);
+}
+
+/// Of dunst: on a screen that nobody sees, with a chooser of actions that takes "Next".
+TEST_F(DesktopNotifierTest, ARealServerShowsOneAtATimeAndAnswersWithTheChosenAction) {
+  for (const char* program : {"Xvfb", "dunst", "dunstctl"}) {
+    if (test::findProgram(program).empty()) GTEST_SKIP() << "not installed: " << program;
+  }
+  test::TemporaryFolder folder;
+  const std::string chooser = folder / "chooser";
+  std::ofstream(chooser) << "#!/bin/sh\ngrep -m1 Next\n";
+  std::filesystem::permissions(chooser, std::filesystem::perms::owner_all);
+  std::ofstream(folder / "dunstrc") << "[global]\ndmenu = " << chooser << "\n";
+
+  test::ChildProcess screen;
+  ASSERT_TRUE(screen.start({"Xvfb", "-displayfd", "1", "-nolisten", "tcp"}, folder / "display"));
+  std::string number;
+  ASSERT_TRUE(test::eventually(
+      [&] { return static_cast<bool>(std::ifstream(folder / "display") >> number); }));
+  session.spawn({"env", "DISPLAY=:" + number, "dunst", "-conf", folder / "dunstrc"});
+  ASSERT_TRUE(session.waitForName(Server::kName));
+
+  notifier->show(notification("One"));
+  notifier->show(notification("Two"));
+  const auto displayed = [] { return test::runProgram({"dunstctl", "count", "displayed"}); };
+  ASSERT_TRUE(test::eventually([&] { return displayed() == "1\n"; })) << displayed();
+  EXPECT_TRUE(test::eventually([&] {
+    test::runProgram({"dunstctl", "action"});
+    return MainThread::instance().runUntil([&] { return !invoked.empty(); }, 1s);
+  }));
+  EXPECT_EQ(invoked.front(), "NEXT");
+  notifier.reset();
+  EXPECT_TRUE(test::eventually([&] { return displayed() == "0\n"; })) << displayed();
 }
 
 }  // namespace
