@@ -116,10 +116,12 @@ class RenderSession : private PlayRunListener {
   /// moment to notice; meanwhile the device does not race through silence.
   bool mayPull(std::uint32_t& frames) {
     if (!_trackRuns) return false;
+    // A fill thread that waits for a wish leaves a second in the ring: less than the largest
+    // buffer.
+    frames = std::min(frames, kBuffer);
     bool isReady = _engine.canRender(frames);
     // Asked in this order: what was ready before a join was made lies before it.
     const std::int64_t left = _engine.gaplessCountdown();
-    if (left <= 0 && _engine.gaplessTransitionPending()) return false;
     if (left > 0 && left < frames) {
       frames = static_cast<std::uint32_t>(left);
       isReady = _engine.canRender(frames);

@@ -185,6 +185,34 @@ TEST_F(CliJoin, WhatDoesNotFitTheStreamStartsAnew) {
   }
 }
 
+TEST_F(CliJoin, ACrossfadeTakesItsLengthFromTheSum) {
+  const std::size_t fade = 11'025;
+  Strings tracks;
+  std::vector<Wav> alone;
+  for (const std::uint32_t length : {120'000U, 110'000U, 130'000U}) {
+    const std::string name = std::to_string(tracks.size()) + ".flac";
+    tracks.push_back(make(name, {.frames = length, .seed = length}));
+    alone.push_back(render({tracks.back()}, {}).files.at(0));
+  }
+  const Rendered faded = render(tracks, {"--crossfade", "0.25"});
+  ASSERT_EQ(faded.outcome.exitCode, 0) << faded.outcome.err;
+  const Wav& wav = faded.files.at(0);
+  EXPECT_EQ(wav.frames(), 360'000 - 2 * fade);
+  // A track is announced where the fade into it is over.
+  EXPECT_EQ(faded.starts,
+            (std::vector<Start>{{0, ""}, {120'000, "crossfade"}, {230'000 - fade, "crossfade"}}));
+  std::size_t begin = 0;
+  for (std::size_t i = 0; i < alone.size(); ++i) {
+    const std::size_t from = i == 0 ? 0 : fade;
+    const std::size_t to = alone[i].frames() - (i + 1 < alone.size() ? fade : 0);
+    EXPECT_EQ(firstDifference(wav.range(begin + from, to - from), alone[i].range(from, to - from)),
+              "")
+        << i;
+    begin += alone[i].frames() - fade;
+  }
+  EXPECT_TRUE(render(tracks, {"--crossfade", "0.25"}).files.at(0).data == wav.data);
+}
+
 TEST_F(CliJoin, AFileThatCannotBePlayedIsToldAndTheRestRendered) {
   const Strings tracks = cut(make("whole.flac", kTone), {30'000, 30'000});
   const std::string broken = _folder / "broken.flac";
