@@ -73,7 +73,9 @@ std::optional<NextSource> openNextSource(const PlaybackSession& session, const T
        .resampling = resamplingOf(old),
        .isNative = session.rateSettings.strategy == SampleRateStrategy::native && !mayBreakNative},
       name);
-  if (!rates.line.empty()) log::line("{}", rates.line);
+  // Of a bridge that a fade merely goes on with there is nothing to say.
+  const bool isNews = !mayBreakNative || resamplingOf(old) == RateBridge::Resampling::none;
+  if (isNews && !rates.line.empty()) log::line("{}", rates.line);
   if (rates.action == RateBridge::Action::refuse) return std::nullopt;
 
   // A resampler goes on only where its reader does.

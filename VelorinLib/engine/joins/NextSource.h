@@ -25,9 +25,8 @@ struct NextSource {
 /// Fill thread; may block on a slow file. Opens the track, from the pre-opened decoder where that
 /// is it, and moves it to its CUE start. Applies the rules of channels, bit depth and rates against
 /// `session.source`. Empty, with the log's line where there is one, when it cannot be joined.
-/// `name`
-/// ("Gapless", "Crossfade") begins those lines; `mayBreakNative` lets strategy `native` bridge
-/// rates.
+/// `name` ("Gapless", "Crossfade") begins those lines; `mayBreakNative`, of a crossfade, lets
+/// strategy `native` bridge rates.
 std::optional<NextSource> openNextSource(const PlaybackSession& session, const Track& track,
                                          const std::string& name, bool mayBreakNative = false);
 
