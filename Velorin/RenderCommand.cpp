@@ -96,6 +96,8 @@ class RenderSession : private PlayRunListener {
         _recorder(std::make_shared<WavRecorder>(options.output, paths(), [this] { onFailure(); })),
         _device(_hardware.addDevice(describeDevice(options, _tracks))),
         _engine(_hardware, _preferences, _bus),
+        _holdAtEnd(_bus.subscribe<PlayNextTrack>(
+            Delivery::mainThread, [this](const PlayNextTrack&) { _trackRuns = false; })),
         _player(_engine, _preferences, _bus, PlayerServices{}, kOneCommand),
         _run(_player, _bus, *this) {
     _hardware.setRecorder(_device, _recorder);
@@ -122,11 +124,14 @@ class RenderSession : private PlayRunListener {
     bool isReady = _engine.canRender(frames);
     // Asked in this order: what was ready before a join was made lies before it.
     const std::int64_t left = _engine.gaplessCountdown();
+    // It is heard, and that is being told.
+    if (left <= 0 && _engine.gaplessTransitionPending()) return false;
     if (left > 0 && left < frames) {
       frames = static_cast<std::uint32_t>(left);
       isReady = _engine.canRender(frames);
     }
-    if (!isReady) return false;
+    // Once more: the announcement may have come and gone since the first look.
+    if (!isReady || !_trackRuns) return false;
     const auto now = std::chrono::steady_clock::now();
     if (_recorder->holdsSilence() && now < _lastPull + kSilentPullInterval) return false;
     _lastPull = now;
@@ -291,6 +296,9 @@ class RenderSession : private PlayRunListener {
   VirtualAudioHardware _hardware;
   AudioDeviceID _device;
   AudioEngine _engine;
+  /// Before the player, which starts the next track at the same event: else that one could be
+  /// rendered before others hear that the last one is over.
+  EventBus::Subscription _holdAtEnd;
   PlayerState _player;
   PlayRun _run;
   std::unique_ptr<EventLog> _events;
