@@ -9,10 +9,21 @@
 #include "MusicFolderArguments.h"
 #include "ScanSession.h"
 #include "foundation/Log.h"
+#include "foundation/Paths.h"
 #include "foundation/Text.h"
+#include "shell/InstanceSocket.h"
 
 namespace velorin {
 namespace {
+
+/// A player that runs watches the folders it knew at its start until it hears of others.
+void tellThePlayer() {
+  const auto told = instance::ask(paths::runtimeDirectory(), {InstanceAction::foldersChanged, {}});
+  if (const auto* failure = std::get_if<instance::Failure>(&told)) {
+    log::line("⚠️ The running player does not know of this until it is started anew: {}",
+              failure->text);
+  }
+}
 
 /// All or nothing: with one folder that cannot be added, none is.
 int addFolders(const LibraryFoldersOptions& options) {
@@ -35,7 +46,9 @@ int addFolders(const LibraryFoldersOptions& options) {
     musicFolders.addFolder(folder);
     services.volumes().folderAdded(folder);
   }
-  return session.run(services, [&](LibraryScanner& scanner) { scanner.scan(folders); });
+  const int code = session.run(services, [&](LibraryScanner& scanner) { scanner.scan(folders); });
+  tellThePlayer();
+  return code;
 }
 
 int removeFolders(const LibraryFoldersOptions& options) {
@@ -67,6 +80,7 @@ int removeFolders(const LibraryFoldersOptions& options) {
                  countText(tracks, "track"));
     }
   }
+  tellThePlayer();
   if (options.json) fmt::print("{}\n", JsonObject().add("removed", removed).line());
   return finishOutput();
 }

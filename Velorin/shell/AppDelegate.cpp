@@ -223,6 +223,10 @@ InstanceAnswer AppDelegate::control(InstanceAction action) {
     case InstanceAction::previous:
       _player->previousDebounced();
       break;
+    case InstanceAction::foldersChanged:
+      if (_library != nullptr) _library->scanner().foldersDidChange();
+      _bus->post(LibraryDidUpdate{});
+      break;
     case InstanceAction::status:
       return {true, statusJSON(*_player)};
     case InstanceAction::quit:

@@ -15,7 +15,7 @@ using nlohmann::json;
 constexpr int kVersion = 1;
 constexpr const char* kVersionKey = "velorin";
 
-constexpr std::array<std::pair<InstanceAction, std::string_view>, 12> kActions{{
+constexpr std::array<std::pair<InstanceAction, std::string_view>, 13> kActions{{
     {InstanceAction::open, "open"},
     {InstanceAction::playNow, "playNow"},
     {InstanceAction::playNext, "playNext"},
@@ -26,6 +26,7 @@ constexpr std::array<std::pair<InstanceAction, std::string_view>, 12> kActions{{
     {InstanceAction::stop, "stop"},
     {InstanceAction::next, "next"},
     {InstanceAction::previous, "previous"},
+    {InstanceAction::foldersChanged, "foldersChanged"},
     {InstanceAction::status, "status"},
     {InstanceAction::quit, "quit"},
 }};

@@ -30,7 +30,8 @@ enum class InstanceAction {
   stop,
   next,
   previous,
-  status,  ///< answers with a JSON object as its text, see PlayerStatus.h
+  foldersChanged,  ///< another program added music folders to the library, or removed some
+  status,          ///< answers with a JSON object as its text, see PlayerStatus.h
   quit,
 };
 

@@ -288,6 +288,13 @@ TEST_F(PlayerRun, AQuietPlayerSleeps) {
   }
 }
 
+TEST_F(PlayerRun, FoldersThatAnotherCommandAddsAreWatchedAtOnce) {
+  TerminalRun program(player(), kColumns);
+  ASSERT_TRUE(eventually([] { return status().is_object(); })) << program.screen();
+  EXPECT_EQ(run({"library", "add", music()}).exitCode, 0);
+  EXPECT_TRUE(program.waitFor("watching 1 path(s)")) << program.screen();
+}
+
 TEST_F(PlayerRun, TellsTheServiceManager) {
   const FileDescriptor manager(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   sockaddr_un address{};
