@@ -144,9 +144,10 @@ void PlayerState::Impl::becomeStopped() {
 
 void PlayerState::Impl::onPlayNextTrack(const PlayNextTrack& event) {
   if (!event.autoAdvance) return skip(Reach::forward);
-  // The engine is silent when it says so: else another track was started meanwhile.
-  const bool isOld = burst.isRunning() || link.isWaiting() || !link.isCurrent() ||
-                     link.engine().state() != PlaybackState::stopped;
+  // The engine is silent when it says so: else another track was started meanwhile. And a track
+  // may end by itself just before it is stopped.
+  const bool isOld = burst.isRunning() || link.isWaiting() || link.isStopping() ||
+                     !link.isCurrent() || link.engine().state() != PlaybackState::stopped;
   if (isOld) return;
   if (stopAfterCurrent) {
     countTheLeft();

@@ -58,6 +58,7 @@ Storm::Storm(std::uint32_t seed, Kind kind)
 
 Storm::~Storm() {
   _looking.stop();
+  _subscriptions.clear();
   _player.reset();
   MainThread::instance().runReady();
 }
@@ -125,10 +126,9 @@ bool Storm::isAtRest() {
 
 // --- The lists ---
 
-Storm::Keys Storm::keys() const {
+Storm::Keys Storm::keysOf(const TrackList& list) {
   Keys result;
-  for (const TrackInfo& info : _player->timeline())
-    result.push_back(StormLibrary::keyOf(info.track));
+  for (const TrackInfo& info : list) result.push_back(StormLibrary::keyOf(info.track));
   return result;
 }
 
@@ -271,11 +271,16 @@ void Storm::expectExplained(const char* what, const Keys& observed,
 
 void Storm::judge() {
   _player->stop();
-  _h.waitUntil([this] { return isAtRest() && _player->state() == PlaybackState::stopped; });
-  MainThread::instance().runUntil([] { return false; }, milliseconds(50));
+  // Whatever was on its way to the engine goes before that, and is told of before this.
+  bool isDone = false;
+  _player->engineQueue().async(
+      [&isDone] { MainThread::instance().post([&isDone] { isDone = true; }); });
+  if (!_h.waitUntil([&] { return isDone && isAtRest(); })) fail("it does not stop");
   _looking.stop();
   _observation.reset();
+  _subscriptions.clear();
   _player.reset();
+  if (_h.engine->state() != PlaybackState::stopped) fail("it plays on after a stop");
 
   Keys heard;
   for (const TrackEar::Run& run : _ear->runs()) {

@@ -69,6 +69,7 @@ class Storm {
   void transport();
   void edit();
   void modes();
+  void toggleShuffle();
   void settings();
   void externals();
   void devices();
@@ -79,7 +80,8 @@ class Storm {
   int below(int limit) { return static_cast<int>(_random() % static_cast<unsigned>(limit)); }
   bool oneIn(int chances) { return below(chances) == 0; }
   std::vector<TrackInfo> some(int atMost);
-  Keys keys() const;
+  static Keys keysOf(const TrackList& list);
+  Keys keys() const { return keysOf(_player->timeline()); }
   void expectTimeline(const char* after, const Keys& expected);
   void expectSameItems(const char* after, Keys before);
 

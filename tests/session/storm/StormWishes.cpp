@@ -170,11 +170,8 @@ void Storm::edit() {
 
 void Storm::modes() {
   switch (below(6)) {
-    case 0: {
-      const Keys before = keys();
-      _player->toggleShuffle();
-      return expectSameItems("shuffle", before);
-    }
+    case 0:
+      return toggleShuffle();
     case 1:
       return _player->setRepeatMode(oneIn(3) ? RepeatMode::one : RepeatMode::all);
     case 2:
@@ -188,6 +185,38 @@ void Storm::modes() {
       if (_player->sleepTimerRuns()) return _player->cancelSleepTimer();
       if (oneIn(3)) _player->startSleepTimerEndOfTrack();
   }
+}
+
+void Storm::toggleShuffle() {
+  Keys expected = keys();
+  const auto next =
+      std::min(expected.size(), static_cast<std::size_t>(_player->timelineIndex() + 1));
+  const Keys original = keysOf(_player->originalTimeline());
+  if (!_player->shuffleEnabled()) {
+    _player->toggleShuffle();
+    if (_player->currentTrack()) {
+      const Keys shuffled = keys();
+      expectSameItems("shuffle", expected);
+      if (!std::equal(expected.begin(), expected.begin() + static_cast<std::ptrdiff_t>(next),
+                      shuffled.begin())) {
+        fail("what was played has moved");
+      }
+      return;
+    }
+    return expectTimeline("shuffle", expected);
+  }
+  // What followed the current item at first follows it again.
+  if (_player->currentTrack()) {
+    const std::string at =
+        next > 0 ? expected[next - 1] : StormLibrary::keyOf(_player->currentTrack()->track);
+    const auto place = std::ranges::find(original, at);
+    if (place != original.end()) {
+      expected.resize(next);
+      expected.insert(expected.end(), place + 1, original.end());
+    }
+  }
+  _player->toggleShuffle();
+  expectTimeline("shuffle off", expected);
 }
 
 void Storm::settings() {
