@@ -7,41 +7,11 @@
 #include "library/TestLibrary.h"
 #include "library/queries/AlbumArtwork.h"
 #include "library/queries/LibraryInventory.h"
-#include "library/queries/ProcessedCues.h"
-#include "library/queries/TrackEdits.h"
 
 namespace velorin {
 namespace {
 
 using test::TestLibrary;
-using Text = std::optional<std::string>;
-
-TEST(Edits, BookmarksAndLyrics) {
-  TestLibrary library;
-  TrackEdits edits(library.database());
-  const auto id = library.add({});
-  const auto column = [&](const char* name) {
-    return library.value<Text>(std::string("SELECT ") + name + " FROM tracks WHERE id = ?", id);
-  };
-  const std::vector<TrackBookmark> bookmarks = {{"A-1", 1.5, "intro \"x\"", "red"},
-                                                {"A-2", 9, std::nullopt, "blue"}};
-  edits.updateBookmarks(id, bookmarks);
-  EXPECT_EQ(bookmarksFromJSON(column("bookmarks").value()), bookmarks);
-  edits.updateBookmarks(id, {});
-  EXPECT_EQ(column("bookmarks"), std::nullopt);
-
-  struct Case {
-    Text lyrics, synced, expectedSynced;
-  };
-  for (const Case& each : {Case{"la", std::nullopt, std::nullopt}, Case{"la la", "[0]la", "[0]la"},
-                           Case{std::nullopt, std::nullopt, "[0]la"}, Case{"", "", ""}}) {
-    edits.updateLyrics(id, each.lyrics, each.synced);
-    EXPECT_EQ(column("lyrics"), each.lyrics);
-    EXPECT_EQ(column("syncedLyrics"), each.expectedSynced);
-  }
-  edits.updateLyrics(id + 1, "nobody", "nobody");
-  EXPECT_THROW(TrackEdits(DatabaseHandle{}).updateLyrics(id, "la", {}), VelorinDatabaseError);
-}
 
 TEST(Edits, CoversAndTheirColours) {
   TestLibrary library;
@@ -67,23 +37,7 @@ TEST(Edits, CoversAndTheirColours) {
   EXPECT_EQ(artwork.albumsMissingArtwork(), missing);
   EXPECT_EQ(artwork.albumsWithArtwork(),
             (std::vector<AlbumArtwork::Cover>{{album, "/cache/2.jpg"}}));
-  EXPECT_EQ(artwork.albumArtworkPath(album), "/cache/2.jpg");
-  EXPECT_EQ(artwork.albumAccentColor(album), "#FF0000");
-  for (const std::int64_t other : {missing[0].albumId, std::int64_t{99}}) {
-    EXPECT_EQ(artwork.albumArtworkPath(other), std::nullopt);
-    EXPECT_EQ(artwork.albumAccentColor(other), std::nullopt);
-  }
-}
-
-TEST(Edits, ProcessedCueSheets) {
-  TestLibrary library;
-  ProcessedCues cues(library.database());
-  cues.markCueProcessed("/\xFF.cue", 1.25);
-  cues.markCueProcessed("/\xFF.cue", 1700000000.123);
-  const std::unordered_map<std::string, double> expected = {{"/\xFF.cue", 1700000000.123}};
-  EXPECT_EQ(cues.fetchProcessedCues(), expected);
-  cues.clearProcessedCues();
-  EXPECT_TRUE(cues.fetchProcessedCues().empty());
+  EXPECT_EQ(artwork.albumAccentColor(missing[0].albumId), std::nullopt);
 }
 
 TEST(Inventory, AKeyTellsAFileFromItsCueTracks) {

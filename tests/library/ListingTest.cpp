@@ -11,26 +11,9 @@
 #include "library/queries/FocusCounts.h"
 #include "library/queries/FocusSQL.h"
 #include "library/queries/SortText.h"
-#include "library/queries/TitleLookups.h"
 #include "library/rows/TrackRow.h"
 
 namespace velorin {
-
-// What a failing comparison prints.
-void PrintTo(const ArtistInfo& info, std::ostream* out) {
-  *out << info.artist.name << "|" << info.albumCount << "|" << info.trackCount << "|"
-       << info.totalDuration;
-}
-void PrintTo(const CategoryInfo& info, std::ostream* out) {
-  *out << info.name << "|" << info.trackCount << "|" << info.totalDuration;
-}
-void PrintTo(const AlbumInfo& info, std::ostream* out) {
-  *out << info.album.title << "|" << info.artist.name << "|" << info.trackCount << "|"
-       << info.totalDuration;
-}
-void PrintTo(const FocusCount& count, std::ostream* out) {
-  *out << count.value << "|" << count.count;
-}
 
 namespace {
 
@@ -56,27 +39,13 @@ TEST(Listings, AFocusNarrowsAlbumsToItsTracks) {
                .sampleRate = 96000,
                .bitDepth = 24});
   library.add({.title = "c", .artist = "Zoe", .album = "Rock_1", .genre = "rock"});
-  library.run("UPDATE albums SET worstFormat = 'MP3' WHERE title = 'Both'");
   library.run("INSERT INTO albums (title, artistId) SELECT 'Empty', MIN(id) FROM artists");
-
-  const auto all = albums.fetchAlbumInfos({AlbumSortColumn::year, false}, kNoFocus);
-  EXPECT_EQ(titles(all), (std::vector<std::string>{"Both", "Rock_1"}));
-  EXPECT_EQ(all[0].artist.name, "Artist");
-  EXPECT_EQ(all[0].trackCount, 2);
-  EXPECT_EQ(all[0].totalDuration, 30);
-  EXPECT_EQ(all[0].format, "MP3");
-  EXPECT_EQ(all[0].maxSampleRate, 96000);
-  EXPECT_EQ(all[0].maxBitDepth, 24);
 
   const FocusFilter jazz{{{FocusCategory::genre, {{"JAZZ"}}}}};
   const auto focused = albums.fetchAlbumInfos({}, jazz);
   EXPECT_EQ(titles(focused), std::vector<std::string>{"Both"});
   EXPECT_EQ(focused[0].trackCount, 1);
   EXPECT_EQ(focused[0].maxSampleRate, 44100);
-
-  // Several values at once find every spelling, too.
-  const FocusFilter several{{{FocusCategory::genre, {{"Jazz", "ROCK"}}}}};
-  EXPECT_EQ(ArtistListings(library.database()).fetchArtistInfos({}, several, -1).size(), 2u);
 
   // The name search takes wildcards for themselves, and albums without tracks as well.
   const auto search = [&](const std::string& text, const std::optional<FocusFilter>& focus) {
@@ -89,47 +58,6 @@ TEST(Listings, AFocusNarrowsAlbumsToItsTracks) {
   EXPECT_EQ(search(std::string(60'000, 'R'), kNoFocus), std::vector<std::string>{});
   EXPECT_EQ(search("artist", kNoFocus), (std::vector<std::string>{"Both", "Empty"}));
   EXPECT_EQ(search("artist", jazz), std::vector<std::string>{"Both"});
-  EXPECT_EQ(titles(albums.fetchAlbumInfosForArtist(1)),
-            (std::vector<std::string>{"Empty", "Both"}));
-}
-
-TEST(Listings, OneCoverForEachArtist) {
-  TestLibrary library;
-  std::vector<std::int64_t> artists{999'999};
-  for (int i = 0; i < 501; ++i) {
-    const std::string name = "Artist " + std::to_string(i);
-    library.add({.artist = name, .album = "First"});
-    artists.push_back(i + 1);
-  }
-  library.add({.artist = "Artist 500", .album = "Second"});
-  const auto covers = AlbumListings(library.database()).fetchArtworkAlbumIds(artists);
-  EXPECT_EQ(covers.size(), 501u);
-  EXPECT_EQ(covers.at(501), 501);
-}
-
-TEST(Listings, TitlesAndNames) {
-  TestLibrary library;
-  library.add({.title = "T", .artist = "N", .album = "A"});
-  library.run(
-      "INSERT INTO playlists (name, createdAt, updatedAt) "
-      "VALUES ('P', '2020-01-01 00:00:00.000', '2020-01-01 00:00:00.000')");
-  const TitleLookups lookups(library.database());
-  EXPECT_EQ(lookups.trackTitle(1), "T");
-  EXPECT_EQ(lookups.albumTitle(1), "A");
-  EXPECT_EQ(lookups.artistName(1), "N");
-  EXPECT_EQ(lookups.playlistName(1), "P");
-  EXPECT_EQ(lookups.artistName(2), std::nullopt);
-}
-
-TEST(Listings, WithoutADatabaseAllAreEmpty) {
-  const DatabaseHandle none;
-  ArtistListings artists(none);
-  CategoryListings categories(none);
-  FocusCounts counts(none);
-  EXPECT_TRUE(artists.fetchArtistInfos({}, kNoFocus, -1).empty());
-  EXPECT_TRUE(categories.fetchGenreStats({}, -1).empty());
-  EXPECT_TRUE(counts.fetchCounts(FocusCategory::year).empty());
-  EXPECT_TRUE(AlbumListings(none).fetchAlbumInfos({}, kNoFocus).empty());
 }
 
 // What is kept and worked out apart equals, whatever happens to the library, what one statement
@@ -321,22 +249,6 @@ TEST(Listings, WhatIsKeptEqualsThePlainStatement) {
                                    "ORDER BY genre COLLATE NOCASE",
                                    [](const sqlite::Row& row) { return row.get<std::string>(0); }));
   }
-}
-
-// A version says nothing about another file.
-TEST(Listings, AnotherDatabaseHasListsOfItsOwn) {
-  TestLibrary first;
-  TestLibrary second;
-  first.add({.duration = 1});
-  second.add({.duration = 2});
-  DatabaseHandle handle(first.database().dbQueue());
-  ArtistListings artists(handle);
-  const auto duration = [&] {
-    return artists.fetchArtistInfos({}, kNoFocus, 1).at(0).totalDuration;
-  };
-  EXPECT_EQ(duration(), 1);
-  handle.setDbQueue(second.database().dbQueue());
-  EXPECT_EQ(duration(), 2);
 }
 
 }  // namespace

@@ -24,7 +24,9 @@ std::string lines(Connection& connection, std::string_view sql) {
 }
 
 std::string ledger(Connection& connection) {
-  return lines(connection, "SELECT identifier FROM grdb_migrations ORDER BY rowid");
+  std::string text = lines(connection, "SELECT identifier FROM grdb_migrations ORDER BY rowid");
+  std::ranges::replace(text, '\n', ' ');
+  return text;
 }
 
 std::string columnsOf(Connection& connection, const std::string& table) {
@@ -43,7 +45,7 @@ ORDER BY c.cid
     int isAutoIncremented = 0;
     sqlite3_table_column_metadata(connection.handle(), nullptr, table.c_str(), name.c_str(),
                                   nullptr, &collation, nullptr, nullptr, &isAutoIncremented);
-    text += "  " + name + " " + columns.get<std::string>(1);
+    text += " " + name + " " + columns.get<std::string>(1);
     if (columns.get<int>(4) != 0) text += " key " + columns.get<std::string>(4);
     if (isAutoIncremented != 0) text += " auto";
     if (columns.get<bool>(2)) text += " not null";
@@ -53,7 +55,7 @@ ORDER BY c.cid
       text += " of " + columns.get<std::string>(5) + "." + columns.get<std::string>(6) + " " +
               columns.get<std::string>(7);
     }
-    text += "\n";
+    text += ";";
   }
   return text;
 }
@@ -66,256 +68,107 @@ SELECT name FROM sqlite_master
 WHERE type = 'table' AND name NOT LIKE 'sqlite%' AND name NOT LIKE 'tracks_fts%'
 ORDER BY name COLLATE NOCASE
 )")) {
-    text += table + "\n" + columnsOf(connection, table);
+    text += table + ":" + columnsOf(connection, table);
     Reader(connection)
         .each(R"(
-SELECT CASE WHEN i."unique" THEN '  unique ' ELSE '  index ' END
+SELECT CASE WHEN i."unique" THEN ' unique ' ELSE ' index ' END
        || CASE WHEN i.name LIKE 'sqlite_autoindex%' THEN '' ELSE i.name || ' ' END
        || (SELECT group_concat(x.name || CASE x.coll WHEN 'BINARY' THEN '' ELSE ' ' || x.coll END)
            FROM pragma_index_xinfo(i.name) x WHERE x.key)
 FROM pragma_index_list(?) i
 ORDER BY i.name COLLATE NOCASE
 )",
-              [&](const sqlite::Row& row) { text += row.get<std::string>(0) + "\n"; }, table);
+              [&](const sqlite::Row& row) { text += row.get<std::string>(0) + ";"; }, table);
+    text.back() = '\n';
   }
   return text;
 }
 
-constexpr const char* kFinalSchema = R"(albums
-  id INTEGER key 1 auto
-  title TEXT not null NOCASE
-  artistId INTEGER not null of artists.id CASCADE
-  year INTEGER
-  artworkPath TEXT
-  genre TEXT
-  worstFormat TEXT
-  accentColorHex TEXT
-  unique title NOCASE,artistId
-artists
-  id INTEGER key 1 auto
-  name TEXT not null NOCASE
-  unique name NOCASE
-departedHistory
-  trackId INTEGER key 1 not null
-  id INTEGER key 2 not null
-  playedAt DATETIME not null
-  duration REAL not null
-  skipped INTEGER not null
-  unique trackId,id
-departedPins
-  type TEXT key 1 not null
-  referenceId TEXT key 2 not null
-  artistName TEXT not null NOCASE
-  albumTitle TEXT not null NOCASE
-  unique type,referenceId
-departedPlaces
-  trackId INTEGER key 1 not null
-  playlistId INTEGER key 2 not null of playlists.id CASCADE
-  position INTEGER not null
-  createdAt DATETIME not null
-  index idx_departedPlaces_playlist playlistId
-  unique trackId,playlistId
-departedTracks
-  trackId INTEGER key 1
-  filePath TEXT not null
-  cueStartTime DOUBLE
-  fileSize INTEGER
-  lastModified DATETIME
-  duration DOUBLE not null
-  title TEXT not null
-  artistName TEXT not null
-  albumTitle TEXT not null
-  totalPlays INTEGER not null
-  totalSkips INTEGER not null
-  rating INTEGER
-  bookmarks TEXT
-  syncedLyrics TEXT
-  soundHash TEXT
-  soundFileSize INTEGER
-  soundLastModified DATETIME
-  departedAt DATETIME not null
-  lastId INTEGER not null
-  searchedUpTo INTEGER not null default 0
-  index idx_departedTracks_filePath filePath,cueStartTime
-  index idx_departedTracks_searchedUpTo searchedUpTo
-duplicateCandidates
-  trackId1 INTEGER key 1 not null of tracks.id CASCADE
-  trackId2 INTEGER key 2 not null of tracks.id CASCADE
-  matchType TEXT not null
-  similarity DOUBLE
-  index idx_duplicateCandidates_track1 trackId1
-  index idx_duplicateCandidates_track2 trackId2
-  unique trackId1,trackId2
-favoriteTracks
-  trackId INTEGER key 1
-grdb_migrations
-  identifier TEXT key 1 not null
-  unique identifier
-musicFolders
-  id INTEGER key 1 auto
-  path TEXT not null
-  lastScanned DATETIME
-  unique path
-pinnedItems
-  id INTEGER key 1 auto
-  type TEXT not null
-  referenceId TEXT not null
-  position INTEGER not null
-  createdAt DATETIME not null default CURRENT_TIMESTAMP
-  unique idx_pinned_type_ref type,referenceId
-playbackHistory
-  id INTEGER key 1 auto
-  trackId INTEGER not null of tracks.id CASCADE
-  playedAt DATETIME not null
-  duration REAL not null default 0
-  skipped INTEGER not null default 0
-  index idx_history_playedAt playedAt
-  index idx_history_track trackId,playedAt,skipped,duration
-playlist_tracks
-  id INTEGER key 1 auto
-  playlistId INTEGER not null of playlists.id CASCADE
-  trackId INTEGER not null of tracks.id CASCADE
-  position INTEGER not null
-  createdAt DATETIME not null
-  index idx_playlist_tracks_playlist playlistId,position
-  index idx_playlist_tracks_track trackId
-  unique playlistId,trackId
-  unique playlistId,position
-playlists
-  id INTEGER key 1 auto
-  name TEXT not null NOCASE
-  isSmartPlaylist INTEGER not null default 0
-  rulesJSON TEXT
-  createdAt DATETIME not null
-  updatedAt DATETIME not null
-  isHidden INTEGER not null default 0
-  unique name NOCASE
-processedCues
-  path TEXT key 1 not null
-  lastModified DOUBLE not null
-  unique path
-scrobbleQueue
-  id INTEGER key 1 auto
-  artist TEXT not null
-  track TEXT not null
-  album TEXT
-  albumArtist TEXT
-  timestamp INTEGER not null
-  duration INTEGER
-trackAnalysis
-  id INTEGER key 1 auto
-  trackId INTEGER not null of tracks.id CASCADE
-  bpm DOUBLE
-  energy DOUBLE
-  mood TEXT
-  moodConfidence DOUBLE
-  isVocal BOOLEAN
-  vocalConfidence DOUBLE
-  genre TEXT
-  genreConfidence DOUBLE
-  keySignature TEXT
-  danceability DOUBLE
-  analyzedAt DATETIME not null
-  analyzerVersion INTEGER not null default 1
-  embedding BLOB
-  fingerprint TEXT
-  unique trackId
-tracks
-  id INTEGER key 1 auto
-  title TEXT not null
-  trackNumber INTEGER
-  discNumber INTEGER
-  duration DOUBLE not null
-  filePath TEXT not null
-  albumId INTEGER not null of albums.id CASCADE
-  artistId INTEGER not null of artists.id CASCADE
-  sampleRate INTEGER
-  bitDepth INTEGER
-  channels INTEGER
-  format TEXT
-  fileSize INTEGER
-  lastModified DATETIME
-  cueStartTime DOUBLE
-  cueEndTime DOUBLE
-  composer TEXT
-  conductor TEXT
-  comment TEXT
-  lyrics TEXT
-  genre TEXT
-  bitRate INTEGER
-  replayGainTrackGain DOUBLE
-  replayGainAlbumGain DOUBLE
-  replayGainTrackPeak DOUBLE
-  replayGainAlbumPeak DOUBLE
-  year INTEGER
-  syncedLyrics TEXT
-  bookmarks TEXT
-  rating INTEGER
-  totalPlays INTEGER not null default 0
-  totalSkips INTEGER not null default 0
-  scannedLoudness DOUBLE
-  scannedTruePeak DOUBLE
-  loudnessScanVersion INTEGER
-  dynamicRange INTEGER
-  index idx_tracks_album albumId
-  index idx_tracks_artist artistId
-  index idx_tracks_composer composer
-  index idx_tracks_filePath filePath
-  index idx_tracks_filePath_cue filePath,cueStartTime
-  index idx_tracks_genre genre
-  index idx_tracks_lastModified lastModified
-  index idx_tracks_listened id
-trackSounds
-  trackId INTEGER key 1 of tracks.id CASCADE
-  soundHash TEXT
-  duration DOUBLE not null
-  fileSize INTEGER
-  lastModified DATETIME
-  index idx_trackSounds_outdated trackId
-trackSuccessions
-  id INTEGER key 1 auto
-  oldId INTEGER not null
-  newId INTEGER not null
-  happenedAt DATETIME not null
-  index idx_trackSuccessions_oldId oldId
-trackWaveform
-  trackId INTEGER key 1 of tracks.id CASCADE
-  peaks BLOB not null
-)";
+/// A text without the breaks of its lines here.
+std::string unfolded(std::string text) {
+  for (std::size_t at; (at = text.find("\n  ")) != std::string::npos;) text.replace(at, 3, " ");
+  return text.substr(1);
+}
 
-constexpr const char* kHistory = R"(v1
-v2_cue
-v3_metadata
-v4_history
-v5_playlists
-v6_bitrate
-v7_audio_analysis
-v8_nocase
-v9_history_extended
-v10_album_worst_format
-v10_pinned_items
-v11_playlist_soft_delete
-v12_embedding_column
-v13_processed_cues
-v14_fts5
-v15_replaygain
-v16_indexes
-v17_track_year
-v18_missing_indexes
-v19_syncedLyrics
-v20_fingerprint
-v21_bookmarks
-v22_rating
-v23_play_counts
-v24_scrobble_queue
-v25_duplicate_candidates
-v26_accent_color
-v27_replaygain_scan
-v28_dynamic_range
-v29_fix_corrupted_loudness_scan
-v30_departed_tracks
-v31_history_by_track
-)";
+const std::string kFinalSchema = unfolded(R"(
+albums: id INTEGER key 1 auto; title TEXT not null NOCASE;
+  artistId INTEGER not null of artists.id CASCADE; year INTEGER; artworkPath TEXT; genre TEXT;
+  worstFormat TEXT; accentColorHex TEXT; unique title NOCASE,artistId
+artists: id INTEGER key 1 auto; name TEXT not null NOCASE; unique name NOCASE
+departedHistory: trackId INTEGER key 1 not null; id INTEGER key 2 not null;
+  playedAt DATETIME not null; duration REAL not null; skipped INTEGER not null; unique trackId,id
+departedPins: type TEXT key 1 not null; referenceId TEXT key 2 not null;
+  artistName TEXT not null NOCASE; albumTitle TEXT not null NOCASE; unique type,referenceId
+departedPlaces: trackId INTEGER key 1 not null;
+  playlistId INTEGER key 2 not null of playlists.id CASCADE; position INTEGER not null;
+  createdAt DATETIME not null; index idx_departedPlaces_playlist playlistId;
+  unique trackId,playlistId
+departedTracks: trackId INTEGER key 1; filePath TEXT not null; cueStartTime DOUBLE;
+  fileSize INTEGER; lastModified DATETIME; duration DOUBLE not null; title TEXT not null;
+  artistName TEXT not null; albumTitle TEXT not null; totalPlays INTEGER not null;
+  totalSkips INTEGER not null; rating INTEGER; bookmarks TEXT; syncedLyrics TEXT; soundHash TEXT;
+  soundFileSize INTEGER; soundLastModified DATETIME; departedAt DATETIME not null;
+  lastId INTEGER not null; searchedUpTo INTEGER not null default 0;
+  index idx_departedTracks_filePath filePath,cueStartTime;
+  index idx_departedTracks_searchedUpTo searchedUpTo
+duplicateCandidates: trackId1 INTEGER key 1 not null of tracks.id CASCADE;
+  trackId2 INTEGER key 2 not null of tracks.id CASCADE; matchType TEXT not null;
+  similarity DOUBLE; index idx_duplicateCandidates_track1 trackId1;
+  index idx_duplicateCandidates_track2 trackId2; unique trackId1,trackId2
+favoriteTracks: trackId INTEGER key 1
+grdb_migrations: identifier TEXT key 1 not null; unique identifier
+musicFolders: id INTEGER key 1 auto; path TEXT not null; lastScanned DATETIME; unique path
+pinnedItems: id INTEGER key 1 auto; type TEXT not null; referenceId TEXT not null;
+  position INTEGER not null; createdAt DATETIME not null default CURRENT_TIMESTAMP;
+  unique idx_pinned_type_ref type,referenceId
+playbackHistory: id INTEGER key 1 auto; trackId INTEGER not null of tracks.id CASCADE;
+  playedAt DATETIME not null; duration REAL not null default 0;
+  skipped INTEGER not null default 0; index idx_history_playedAt playedAt;
+  index idx_history_track trackId,playedAt,skipped,duration
+playlist_tracks: id INTEGER key 1 auto; playlistId INTEGER not null of playlists.id CASCADE;
+  trackId INTEGER not null of tracks.id CASCADE; position INTEGER not null;
+  createdAt DATETIME not null; index idx_playlist_tracks_playlist playlistId,position;
+  index idx_playlist_tracks_track trackId; unique playlistId,trackId; unique playlistId,position
+playlists: id INTEGER key 1 auto; name TEXT not null NOCASE;
+  isSmartPlaylist INTEGER not null default 0; rulesJSON TEXT; createdAt DATETIME not null;
+  updatedAt DATETIME not null; isHidden INTEGER not null default 0; unique name NOCASE
+processedCues: path TEXT key 1 not null; lastModified DOUBLE not null; unique path
+scrobbleQueue: id INTEGER key 1 auto; artist TEXT not null; track TEXT not null; album TEXT;
+  albumArtist TEXT; timestamp INTEGER not null; duration INTEGER
+trackAnalysis: id INTEGER key 1 auto; trackId INTEGER not null of tracks.id CASCADE; bpm DOUBLE;
+  energy DOUBLE; mood TEXT; moodConfidence DOUBLE; isVocal BOOLEAN; vocalConfidence DOUBLE;
+  genre TEXT; genreConfidence DOUBLE; keySignature TEXT; danceability DOUBLE;
+  analyzedAt DATETIME not null; analyzerVersion INTEGER not null default 1; embedding BLOB;
+  fingerprint TEXT; unique trackId
+tracks: id INTEGER key 1 auto; title TEXT not null; trackNumber INTEGER; discNumber INTEGER;
+  duration DOUBLE not null; filePath TEXT not null;
+  albumId INTEGER not null of albums.id CASCADE; artistId INTEGER not null of artists.id CASCADE;
+  sampleRate INTEGER; bitDepth INTEGER; channels INTEGER; format TEXT; fileSize INTEGER;
+  lastModified DATETIME; cueStartTime DOUBLE; cueEndTime DOUBLE; composer TEXT; conductor TEXT;
+  comment TEXT; lyrics TEXT; genre TEXT; bitRate INTEGER; replayGainTrackGain DOUBLE;
+  replayGainAlbumGain DOUBLE; replayGainTrackPeak DOUBLE; replayGainAlbumPeak DOUBLE;
+  year INTEGER; syncedLyrics TEXT; bookmarks TEXT; rating INTEGER;
+  totalPlays INTEGER not null default 0; totalSkips INTEGER not null default 0;
+  scannedLoudness DOUBLE; scannedTruePeak DOUBLE; loudnessScanVersion INTEGER;
+  dynamicRange INTEGER; index idx_tracks_album albumId; index idx_tracks_artist artistId;
+  index idx_tracks_composer composer; index idx_tracks_filePath filePath;
+  index idx_tracks_filePath_cue filePath,cueStartTime; index idx_tracks_genre genre;
+  index idx_tracks_lastModified lastModified; index idx_tracks_listened id
+trackSounds: trackId INTEGER key 1 of tracks.id CASCADE; soundHash TEXT;
+  duration DOUBLE not null; fileSize INTEGER; lastModified DATETIME;
+  index idx_trackSounds_outdated trackId
+trackSuccessions: id INTEGER key 1 auto; oldId INTEGER not null; newId INTEGER not null;
+  happenedAt DATETIME not null; index idx_trackSuccessions_oldId oldId
+trackWaveform: trackId INTEGER key 1 of tracks.id CASCADE; peaks BLOB not null
+)");
+
+const std::string kHistory = unfolded(R"(
+v1 v2_cue v3_metadata v4_history v5_playlists v6_bitrate v7_audio_analysis v8_nocase
+  v9_history_extended v10_album_worst_format v10_pinned_items v11_playlist_soft_delete
+  v12_embedding_column v13_processed_cues v14_fts5 v15_replaygain v16_indexes v17_track_year
+  v18_missing_indexes v19_syncedLyrics v20_fingerprint v21_bookmarks v22_rating v23_play_counts
+  v24_scrobble_queue v25_duplicate_candidates v26_accent_color v27_replaygain_scan v28_dynamic_range
+  v29_fix_corrupted_loudness_scan v30_departed_tracks v31_history_by_track )");
 
 constexpr const char* kFullTextIndex =
     "CREATE VIRTUAL TABLE tracks_fts USING fts5(\n    title,\n    artistName,\n    albumTitle,\n"

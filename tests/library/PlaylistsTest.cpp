@@ -39,17 +39,6 @@ Ids tracksOf(TestLibrary& library, std::int64_t playlist) {
       "SELECT trackId FROM playlist_tracks WHERE playlistId = ? ORDER BY position", playlist);
 }
 
-std::string errorOf(const std::function<void()>& operation, std::optional<Code>& code) {
-  code.reset();
-  try {
-    operation();
-  } catch (const PlaylistError& error) {
-    code = error.code;
-    return error.message;
-  }
-  return "";
-}
-
 TEST(Playlists, AreMadeRenamedHiddenAndListed) {
   TestLibrary library;
   Playlists playlists(library.database());
@@ -69,7 +58,6 @@ TEST(Playlists, AreMadeRenamedHiddenAndListed) {
   playlists.deletePlaylist(*plain.id);
   EXPECT_EQ(playlists.fetchPlaylists(), (std::vector{all[0], all[1]}));
 
-  std::optional<Code> code;
   const DatabaseHandle none;
   Playlists nowhere(none);
   struct Case {
@@ -85,25 +73,23 @@ TEST(Playlists, AreMadeRenamedHiddenAndListed) {
        Code::emptyName, "Playlist name is empty"},
       {"no database", [&] { nowhere.createPlaylist("x"); }, Code::databaseUnavailable,
        "Database unavailable"},
-      {"no database to add to", [&] { nowhere.addTracks(1, {1}); }, Code::databaseUnavailable,
-       "Database unavailable"},
       {"taken", [&] { playlists.createPlaylist("alpha "); }, Code::nameTaken,
-       "A playlist with this name exists"},
-      {"rename to taken", [&] { playlists.renamePlaylist(*smart.id, "ALPHA"); }, Code::nameTaken,
        "A playlist with this name exists"},
       {"name of a deleted one", [&] { playlists.createSmartPlaylist("Évening", "{}"); },
        Code::nameOfDeleted, "A deleted playlist had this name and keeps it: choose another name"},
       {"rename nothing", [&] { playlists.renamePlaylist(99, "New"); }, Code::unknownPlaylist,
        "The playlist does not exist any more"},
-      {"add to nothing", [&] { playlists.addTracks(99, {}); }, Code::unknownPlaylist,
-       "The playlist does not exist any more"},
   };
   for (const Case& each : cases) {
-    EXPECT_EQ(errorOf(each.operation, code), each.text) << each.name;
-    EXPECT_EQ(code, each.code) << each.name;
+    try {
+      each.operation();
+      ADD_FAILURE() << each.name;
+    } catch (const PlaylistError& error) {
+      EXPECT_EQ(error.code, each.code) << each.name;
+      EXPECT_EQ(error.message, each.text) << each.name;
+    }
   }
   EXPECT_EQ(playlists.fetchPlaylists(), (std::vector{all[0], all[1]}));
-  EXPECT_TRUE(nowhere.fetchPlaylists().empty());
 }
 
 TEST(Playlists, StayDenseWhateverIsDoneToThem) {
@@ -168,17 +154,13 @@ TEST(Playlists, AGapThatATrackLeftIsClosed) {
   playlists.reorderTracks(playlist, {}, moment);
   EXPECT_EQ(tracksOf(library, playlist), tracks);
   EXPECT_EQ(playlists.fetchPlaylists().at(0).updatedAt, moment);
+  EXPECT_EQ(test::idsOf(playlists.fetchPlaylistTracks(playlist, 2, 1)),
+            (Ids{tracks[1], tracks[2]}));
   playlists.removeTrack(playlist, 99);
   EXPECT_EQ(playlists.fetchPlaylists().at(0).updatedAt, moment);
-
-  const auto page = playlists.fetchPlaylistTracks(playlist, 2, 1);
-  ASSERT_EQ(page.size(), 2U);
-  EXPECT_EQ(page[0].track.id, tracks[1]);
-  EXPECT_EQ(page[1].track.id, tracks[2]);
-  EXPECT_EQ(playlists.countPlaylistTracks(playlist), 5);
 }
 
-TEST(Playlists, CoversAndFirstAlbums) {
+TEST(Playlists, CoversComeFromFourAlbums) {
   TestLibrary library;
   Ids tracks = addTracks(library, 1100);
   Playlists playlists(library.database());
@@ -194,15 +176,6 @@ GROUP BY t.albumId ORDER BY (a.artworkPath IS NOT NULL) DESC, a.id LIMIT 4)");
   EXPECT_EQ(cover(), plain());
   EXPECT_EQ(playlists.fetchPlaylistCover({tracks[0]}), Ids{tracks[0]});
   EXPECT_TRUE(playlists.fetchPlaylistCover({}).empty());
-
-  Ids ids;
-  for (int i = 0; i < 3; ++i) ids.push_back(*playlists.createPlaylist(std::to_string(i)).id);
-  playlists.addTracks(ids[0], {5, 6});
-  playlists.addTracks(ids[1], {9, 5});
-  playlists.removeTrack(ids[1], 9);
-  const auto albumOf5 = library.value<std::int64_t>("SELECT albumId FROM tracks WHERE id = 5");
-  EXPECT_EQ(playlists.fetchFirstAlbums(ids), (std::unordered_map<std::int64_t, std::int64_t>{
-                                                 {ids[0], albumOf5}, {ids[1], albumOf5}}));
 }
 
 TEST(Pins, StandInTheOrderOfPinning) {
@@ -219,9 +192,6 @@ TEST(Pins, StandInTheOrderOfPinning) {
   EXPECT_EQ(pins.fetchPins(), (std::vector{rock, album}));
   pins.unpin(PinnedItemType::genre, "Rock");
   EXPECT_EQ(pins.pin(PinnedItemType::artist, "1").position, 2);
-  const DatabaseHandle none;
-  EXPECT_TRUE(Pins(none).fetchPins().empty());
-  EXPECT_THROW(Pins(none).pin(PinnedItemType::song, "1"), VelorinDatabaseError);
 }
 
 }  // namespace

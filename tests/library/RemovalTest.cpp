@@ -84,23 +84,16 @@ TEST(Removal, MoreThanOneStatementTakes) {
 }
 
 TEST(Removal, CleanUpFindsTheWeakestFormatAndLeavesAnAlbumItsArtist) {
-  struct Case {
-    std::vector<std::optional<std::string>> formats;
-    std::optional<std::string> weakest;
-  };
-  for (const Case& each :
-       {Case{{"DSD", "FLAC", "mp3", "AAC"}, "mp3"}, Case{{"DSD", "ALAC", "wav"}, "ALAC"},
-        Case{{"dsd", "DSD"}, "dsd"}, Case{{"FLAC", std::nullopt}, std::nullopt}}) {
+  using Format = std::optional<std::string>;
+  for (const auto& [kept, weakest] : {std::pair<Format, Format>{"AAC", "AAC"}, {{}, {}}}) {
     TestLibrary library;
-    for (const auto& format : each.formats) {
+    for (const Format& format : {Format("DSD"), Format("FLAC"), kept}) {
       library.add({.artist = "Singer", .albumArtist = "Various", .format = format});
     }
     library.run("UPDATE albums SET worstFormat = 'stale'");
     TrackRemoval(library.database()).cleanupOrphans();
-    EXPECT_EQ(library.value<std::optional<std::string>>("SELECT worstFormat FROM albums"),
-              each.weakest);
+    EXPECT_EQ(library.value<Format>("SELECT worstFormat FROM albums"), weakest);
     EXPECT_EQ(library.value<int>("SELECT COUNT(*) FROM artists"), 2);
-    expectSound(library);
   }
 }
 
@@ -111,18 +104,19 @@ TEST(Removal, AClearedLibraryKeepsItsFoldersAndTakesNewTracks) {
   removal.setSimilarityIndex(listener);
   MusicFolders(library.database()).addFolder("/m");
   ProcessedCues(library.database()).markCueProcessed("/m", 1);
-  const auto id = library.add({.title = "gone"});
+  library.add({.title = "gone"});
   library.add({.title = "gone too"});
-  library.run("INSERT INTO playlists (name, createdAt, updatedAt) VALUES ('p', '', '')");
-  library.run(
-      "INSERT INTO playlist_tracks (playlistId, trackId, position, createdAt) "
-      "VALUES (1, ?, 0, '')",
-      id);
-  library.run("INSERT INTO playbackHistory (trackId, playedAt) VALUES (?, '')", id);
-  library.run("INSERT INTO trackWaveform (trackId, peaks) VALUES (?, x'00')", id);
-  library.run("INSERT INTO trackAnalysis (trackId, analyzedAt) VALUES (?, '')", id);
-  library.run("INSERT INTO duplicateCandidates VALUES (?, 2, '', 1)", id);
-  library.run("INSERT INTO pinnedItems (type, referenceId, position) VALUES ('song', '1', 0)");
+  for (const char* sql :
+       {"INSERT INTO playlists (name, createdAt, updatedAt) VALUES ('p', '', '')",
+        "INSERT INTO playlist_tracks (playlistId, trackId, position, createdAt) "
+        "VALUES (1, 1, 0, '')",
+        "INSERT INTO playbackHistory (trackId, playedAt) VALUES (1, '')",
+        "INSERT INTO trackWaveform (trackId, peaks) VALUES (1, x'00')",
+        "INSERT INTO trackAnalysis (trackId, analyzedAt) VALUES (1, '')",
+        "INSERT INTO duplicateCandidates VALUES (1, 2, '', 1)",
+        "INSERT INTO pinnedItems (type, referenceId, position) VALUES ('song', '1', 0)"}) {
+    library.run(sql);
+  }
 
   // A failure half-way: nothing has happened.
   library.run(

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "library/queries/FocusSQL.h"
-#include "library/queries/Like.h"
 #include "library/queries/SortText.h"
 
 namespace velorin {
@@ -33,23 +32,8 @@ TEST(SortText, ATieBreakThatRepeatsThePrimaryIsLeftOut) {
   EXPECT_EQ(orderText(TrackSort{Column::year, false}),
             "COALESCE(albums.year, 0) DESC" + artist + album + place);
 
-  EXPECT_EQ(orderText(AlbumSort{AlbumSortColumn::title, true}),
-            "albums.title COLLATE NOCASE ASC" + artist + year);
   EXPECT_EQ(orderText(AlbumSort{AlbumSortColumn::artist, false}),
             "artists.name COLLATE NOCASE DESC" + year + album);
-  EXPECT_EQ(orderText(AlbumSort{AlbumSortColumn::year, true}),
-            "COALESCE(albums.year, 0) ASC" + artist + album);
-}
-
-TEST(SortText, ArtistsAndCategories) {
-  EXPECT_EQ(orderText(ArtistSort{ArtistSortColumn::name, false}), "a.name COLLATE NOCASE DESC");
-  EXPECT_EQ(orderText(ArtistSort{ArtistSortColumn::albumCount, true}),
-            "albumCount ASC, a.name COLLATE NOCASE");
-  EXPECT_EQ(orderText(ArtistSort{ArtistSortColumn::songCount, false}),
-            "trackCount DESC, a.name COLLATE NOCASE");
-  EXPECT_EQ(orderText(CategorySort{CategorySortColumn::name, true}), "name COLLATE NOCASE ASC");
-  EXPECT_EQ(orderText(CategorySort{CategorySortColumn::songCount, false}),
-            "trackCount DESC, name COLLATE NOCASE");
 }
 
 TEST(FocusSQL, BecomesOneConditionWithBoundValues) {
@@ -83,10 +67,6 @@ TEST(FocusSQL, BecomesOneConditionWithBoundValues) {
   EXPECT_FALSE(focusSQL(FocusFilter{{{genre, {{}, true}}, {year, {}}}}));
   EXPECT_EQ(withAlias("tracks.genre = ? AND albums.year IN (?) AND tracks.x", "tracks", "t"),
             "t.genre = ? AND albums.year IN (?) AND t.x");
-}
-
-TEST(Like, UserTextStandsForItself) {
-  EXPECT_EQ(escapedForLike(R"(100%_\x)"), R"(100\%\_\\x)");
 }
 
 }  // namespace

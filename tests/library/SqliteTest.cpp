@@ -18,33 +18,17 @@ TEST(Sqlite, WhatIsBoundIsReadBack) {
   const sqlite::Blob bytes{std::byte{0}, std::byte{255}};
   queue.write([&](Writer& writer) {
     writer.run(kTable);
-    writer.run("INSERT INTO t (a, b) VALUES (?, ?)", 1, std::optional<int>{});
-    writer.run("INSERT INTO t (a, b) VALUES (?, ?)", 0.5, std::string("ünï \U0001F3B5"));
-    writer.run("INSERT INTO t (a, b) VALUES (?, ?)", moment, bytes);
-    writer.run("INSERT INTO t (a, b) VALUES (?, ?)",
-               sqlite::Values{nullptr, std::int64_t{1} << 60});
-    writer.run("INSERT INTO t (a, b) VALUES (?, ?)", true, std::string_view());
+    writer.run("INSERT INTO t (a, b) VALUES (?, ?), (?, ?), (?, ?)", std::optional<int>{},
+               std::string_view(), moment, bytes, true, sqlite::Values{std::int64_t{1} << 60});
   });
   queue.read([&](Reader& reader) {
-    auto rows = reader.query("SELECT a, b, typeof(a), typeof(b) FROM t ORDER BY id");
-    ASSERT_TRUE(rows.next());
-    EXPECT_EQ(rows.get<int>(0), 1);
-    EXPECT_EQ(rows.get<std::optional<int>>(1), std::nullopt);
-    EXPECT_EQ(rows.get<std::string>(1), "");
-    ASSERT_TRUE(rows.next());
-    EXPECT_EQ(rows.get<double>(0), 0.5);
-    EXPECT_EQ(rows.get<std::string_view>(1), "ünï \U0001F3B5");
-    ASSERT_TRUE(rows.next());
-    EXPECT_EQ(rows.get<std::string>(0), "2023-11-14 22:13:20.123");
-    EXPECT_EQ(rows.get<sqlite::TimePoint>(0), moment);
-    EXPECT_EQ(rows.get<sqlite::Blob>(1), bytes);
-    ASSERT_TRUE(rows.next());
-    EXPECT_TRUE(rows.row().isNull(0));
-    EXPECT_EQ(rows.get<std::int64_t>(1), std::int64_t{1} << 60);
-    ASSERT_TRUE(rows.next());
-    EXPECT_TRUE(rows.get<bool>(0));
-    EXPECT_EQ(rows.get<std::string>(3), "text");
-    EXPECT_FALSE(rows.next());
+    EXPECT_EQ(reader.column<std::string>("SELECT typeof(a) || ' ' || typeof(b) FROM t ORDER BY id"),
+              (std::vector<std::string>{"null text", "text blob", "integer integer"}));
+    EXPECT_EQ(reader.column<std::optional<std::string>>("SELECT a FROM t WHERE id < 3"),
+              (std::vector<std::optional<std::string>>{{}, "2023-11-14 22:13:20.123"}));
+    EXPECT_EQ(reader.first<sqlite::TimePoint>("SELECT a FROM t WHERE id = 2"), moment);
+    EXPECT_EQ(reader.first<sqlite::Blob>("SELECT b FROM t WHERE id = 2"), bytes);
+    EXPECT_EQ(reader.first<std::int64_t>("SELECT b FROM t WHERE id = 3"), std::int64_t{1} << 60);
   });
 }
 

@@ -192,34 +192,5 @@ TEST(TrackListings, AChangeByAnotherConnectionIsSeen) {
   }
 }
 
-TEST(TrackListings, PartsOfTheLibrary) {
-  TestLibrary library;
-  TrackListings listings(library.database());
-  library.add({.title = "late", .artist = "A", .album = "Two", .year = 2001, .number = 2});
-  library.add({.title = "early", .artist = "A", .album = "Two", .year = 2001, .number = 1});
-  library.add({.title = "first", .artist = "A", .album = "One", .year = 1990});
-  const auto other = library.add({.title = "other", .artist = "B", .album = "Three"});
-  const auto titles = [](const std::vector<TrackInfo>& infos) {
-    std::vector<std::string> all;
-    for (const TrackInfo& info : infos) all.push_back(info.track.title);
-    return all;
-  };
-  using Titles = std::vector<std::string>;
-  EXPECT_EQ(titles(listings.fetchTracksForAlbum(1)), (Titles{"early", "late"}));
-  EXPECT_EQ(titles(listings.fetchTracksForArtist(1)), (Titles{"first", "early", "late"}));
-  EXPECT_EQ(titles(listings.fetchTracksForArtist(1, 1, 1)), (Titles{"early"}));
-  EXPECT_EQ(titles(listings.fetchTracks({other, 77, 1, other})),
-            (Titles{"other", "late", "other"}));
-  EXPECT_EQ(titles(listings.fetchRecentlyAddedTracks({}, {}, 2)), (Titles{"other", "first"}));
-  EXPECT_EQ(listings.countTracks(), 4);
-  EXPECT_EQ(listings.counts().albums, 3);
-  EXPECT_EQ(listings.counts().artists, 2);
-
-  const DatabaseHandle none;
-  TrackListings nothing(none);
-  EXPECT_TRUE(nothing.fetchTracks(TrackSort{}, {}, -1).empty());
-  EXPECT_EQ(nothing.countTracks(), 0);
-}
-
 }  // namespace
 }  // namespace velorin
