@@ -117,7 +117,9 @@ double AudioEngine::Impl::currentPosition() const {
   // While the fill thread is still at an earlier seek, the wish is the position.
   const std::int64_t wished = playing->seek.usec();
   if (wished >= 0) return static_cast<double>(wished) / 1e6;
-  return playing->clock.read(playing->cells.playbackLatencyFrames.load()).seconds;
+  const auto [facts, seconds] = playing->clock.read(playing->cells.playbackLatencyFrames.load());
+  // A crossfade may outlast the old track, which is the one that is told until the fade's end.
+  return facts && facts->duration > 0 ? std::min(seconds, facts->duration) : seconds;
 }
 
 void AudioEngine::Impl::stopAndAdvance(int generation) {

@@ -55,7 +55,6 @@ struct PlayerState::Impl {
   void seek(double position);
   /// The track plays from there although the one after it waits in the ring already: a plain seek
   /// would be one in that.
-  void startAnew(double position);
   void next();
   void previous();
   void skip(Reach direction);

@@ -115,22 +115,12 @@ void PlayerState::Impl::seek(double seconds) {
   } else if (isIdle()) {
     restoredPosition = target;
     position.jumpTo(target);
-  } else if (!isLoading && link.engine().joinCountdownRuns()) {
-    startAnew(target);
   } else {
     position.beginSeek(target);
     link.call([target](AudioEngine& engine) { engine.seek(target); },
               [this] { position.endSeek(); });
   }
   note(PlayerChange::position);
-}
-
-void PlayerState::Impl::startAnew(double seconds) {
-  const bool wasPaused = state == PlaybackState::paused;
-  isLoading = true;
-  position.jumpTo(seconds);
-  link.play(currentTrack->track, {.position = seconds});
-  if (wasPaused) link.call([](AudioEngine& engine) { engine.pause(); });
 }
 
 void PlayerState::Impl::next() {

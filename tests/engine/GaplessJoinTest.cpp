@@ -335,6 +335,7 @@ TEST(GaplessJoin, WhatIsHeardCannotBeTakenBackAndWhatDrainsCanBeJoined) {
   h.engine->setNextTrack(third);
   ASSERT_TRUE(h.waitFor("track b gapless"));
   EXPECT_EQ(h.engine->nextTrack()->title, "c") << "too late for b, and still wished for";
+  ASSERT_TRUE(h.waitForJoin());
   h.listen(5'000);
   // Taken back as well: the end of b is decoded, its file closed, and it plays out …
   h.engine->setNextTrack(std::nullopt);
@@ -352,15 +353,30 @@ TEST(GaplessJoin, WhatIsHeardCannotBeTakenBackAndWhatDrainsCanBeJoined) {
   EXPECT_EQ(all.size(), 10'001u + 5'000 + (20'000 - 4'410) + 6'000);
 }
 
-TEST(GaplessJoin, ASeekWhileAJoinWaitsIsOneInTheNewTrack) {
+TEST(GaplessJoin, ASeekWhileAJoinWaitsIsOneInTheTrackThatIsHeard) {
   Player h;
   h.start({h.noise("a", 30'000), h.noise("b", 20'000)});
   ASSERT_TRUE(h.waitForJoin());
   h.listen(1'000);
   h.engine->seek(0.1);
-  ASSERT_TRUE(h.waitFor("track b gapless"));
   ASSERT_TRUE(h.waitUntil([&] { return h.engine->canRender(500); }));
-  EXPECT_EQ(h.heard(500), Samples(h.samples["b"].begin() + 4'410, h.samples["b"].begin() + 4'910));
+  EXPECT_EQ(h.heard(500), Samples(h.samples["a"].begin() + 4'410, h.samples["a"].begin() + 4'910));
+  EXPECT_EQ(h.engine->currentTrack()->title, "a");
+  // The next track is joined again, behind the last frame.
+  h.listenToEnd();
+  EXPECT_EQ(h.announced(), (Names{"a", "b gapless"}));
+  EXPECT_EQ(h.recorder->floats()[0].size(), 1'000u + (30'000 - 4'410) + 20'000);
+}
+
+TEST(GaplessJoin, ASeekBackInAFileThatIsGoneEndsTheTrack) {
+  Player h;
+  h.start({h.noise("a", 30'000), h.noise("b", 20'000)});
+  ASSERT_TRUE(h.waitForJoin());
+  h.listen(1'000);
+  ASSERT_TRUE(std::filesystem::remove(h.engine->currentTrack()->filePath));
+  h.engine->seek(0.1);
+  h.listenToEnd();
+  EXPECT_EQ(h.announced(), Names{"a"});
 }
 
 TEST(GaplessJoin, CueTracksOfOneFile) {

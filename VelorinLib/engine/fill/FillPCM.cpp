@@ -249,7 +249,7 @@ bool FillPCM::handlePendingSeek() {
 
 bool FillPCM::prepareSource(const PendingSeek::Wish& wish) {
   const bool isJump = wish.jumpTo != nullptr;
-  _joins.beforeSeek(isJump);
+  const bool hasLeft = _joins.beforeSeek(isJump);
   if (isJump) _session.source = wish.jumpTo;
   std::unique_ptr<SourceReader>& reader = _session.reader;
   if (reader && reader->facts().track.filePath == _session.source->track.filePath) {
@@ -258,8 +258,8 @@ bool FillPCM::prepareSource(const PendingSeek::Wish& wish) {
   }
   reader.reset();
   reader = reopenSource(_session, _session.source);
-  // A seek back in a file that is gone is dropped; a jump has left the old track for good.
-  return reader != nullptr || isJump;
+  // A seek back in a file that is gone is dropped, unless what was read has been left for it.
+  return reader != nullptr || hasLeft;
 }
 
 void FillPCM::prefillAfterSeek() {

@@ -21,8 +21,8 @@ std::optional<PreparedJoin> prepareGaplessJoin(const PlaybackSession& session,
   PreparedJoin prepared;
   prepared.wish = wish;
   prepared.facts = opened->facts;
+  prepared.continuesResampler = opened->continuesResampler;
   prepared.opened = std::move(opened);
-  prepared.continuesResampler = prepared.opened->continuesResampler;
   prepared.line = fmt::format("🔗 Gapless transition → {} [{}]", titleOf(wish.track),
                               text::fileExtension(wish.track.filePath));
   return prepared;

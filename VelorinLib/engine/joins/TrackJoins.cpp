@@ -115,17 +115,17 @@ TrackJoins::Watched TrackJoins::takeBack(std::uint64_t version) {
   return wasFade ? Watched::backInside : Watched::backAtEnd;
 }
 
-void TrackJoins::beforeSeek(bool isJump) {
-  if (isJump) {
-    _decoded.reset();
-    _session.join.cancel();
-  } else if (isFade() && _crossfade.cancel()) {
+bool TrackJoins::beforeSeek(bool isJump) {
+  const bool waits = _decoded && !isFade() && _session.clock.countdown() > 0;
+  if (waits && !isJump) _session.source = _decoded->from;
+  if (isJump || waits || (isFade() && _crossfade.cancel())) {
     _decoded.reset();
     _session.join.cancel();
   } else if (_decoded) {
     announce();
   }
   _crossfade.finish();
+  return isJump || waits;
 }
 
 void TrackJoins::announce() {

@@ -44,10 +44,10 @@ class TrackJoins {
   /// when another track is wished for and nothing of the join was heard.
   Watched watch();
 
-  /// A seek is about to be done. A track that waits to be heard is announced now, and the seek is
-  /// one in it; one that fades in gives way to the old track. With a jump to another track all is
-  /// given up.
-  void beforeSeek(bool isJump);
+  /// A seek is about to be done. It is one in the track that is heard: a track that waits behind it
+  /// or fades in gives way, and may be joined again at the end. With a jump to another track all is
+  /// given up. True when `source` is another one now than that which is read.
+  bool beforeSeek(bool isJump);
 
   /// The stream is as that version of the wish wants it, as far as that can be by now.
   bool hasAnswered(std::uint64_t wishVersion) const noexcept {
