@@ -205,7 +205,7 @@ void Storm::onTrackDidChange(const TrackDidChange& event) {
   ++_jumps;
   const std::string key = StormLibrary::keyOf(event.track);
   const auto now = Clock::now();
-  if (!isSettled() || now < _burstEnds) _overtaken.insert(_told.size());
+  if (!_settled || now < _burstEnds) _overtaken.insert(_told.size());
   _told.push_back({key, _ear->frames(), event.join.has_value()});
   if (_trace.size() > 60) _trace.pop_front();
   _trace.push_back(fmt::format("  {} {}", event.join ? "joined" : "plays", key));
@@ -310,7 +310,7 @@ void Storm::judge() {
         // The same listen goes on on another device, begins anew with repeat one, or is not over.
         const bool goesOn =
             t + 1 == _told.size() || (!_told[t + 1].isJoin && _told[t + 1].key == _told[t].key);
-        return isExternal || goesOn || _overtaken.contains(t + 1) || lasted(t) == 0;
+        return isExternal || goesOn || _overtaken.contains(t) || lasted(t) == 0;
       },
       /*mergesRepeats=*/false);
   _seen.heard = heard.size();
