@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <sstream>
 
 #include "foundation/Preferences.h"
 #include "library/TestLibrary.h"
@@ -337,83 +338,66 @@ TEST(Listening, APlaylistThatWasChangedMeanwhileTakesTheTrackWhereItStood) {
   EXPECT_EQ(playlists.countPlaylistTracks(kept), 6);
 }
 
+/// "/m/a:1 /m/b:2": what is said of each path.
+std::map<std::string, std::string> saidOf(const std::string& text) {
+  std::map<std::string, std::string> all;
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    const auto colon = word.find(':');
+    all[word.substr(0, colon)] = word.substr(colon + 1);
+  }
+  return all;
+}
+
+/// Of each path its sound, and "!" for other tags, "@" for another time, "#3" for a place in a
+/// sheet.
+std::map<std::string, File> filesOf(const std::string& text) {
+  std::map<std::string, File> files;
+  for (const auto& [path, said] : saidOf(text)) {
+    File& file = files[path] = {.sound = said[0] - '0', .title = "A"};
+    const char mark = said.size() > 1 ? said[1] : ' ';
+    if (mark == '!') file = {.sound = file.sound, .title = "A!", .size = 1001, .modified = 5};
+    if (mark == '@') file.modified = 9;
+    if (mark == '#') file.cueStart = said[2] - '0';
+  }
+  return files;
+}
+
 TEST(Listening, AmongSeveralTheLikeliestTrackIsTaken) {
   struct Case {
     const char* name;
-    std::map<std::string, File> before;
-    std::map<std::string, File> after;
-    std::map<std::string, int> plays;  ///< before: path and plays
-    std::map<std::string, int> expected;
+    const char* before;
+    const char* after;
+    const char* plays;  ///< of the files before
+    const char* expected;
     int parked = 0;
     bool isSoundKnown = true;
   };
-  const File a{.sound = 1, .title = "A"};
-  const File retagged{.sound = 1, .title = "A!", .size = 1001, .modified = 5};
-  const File otherSound{.sound = 2, .title = "A"};
   for (const Case& each : {
-           Case{"two copies, both moved and retagged",
-                {{"/m/a", a}, {"/m/b", a}},
-                {{"/n/a", retagged}, {"/n/b", retagged}},
-                {{"/m/a", 1}, {"/m/b", 2}},
-                {{"/n/a", 1}, {"/n/b", 2}}},
-           Case{"of two copies one goes",
-                {{"/m/a", a}, {"/k/b", a}},
-                {{"/k/b", a}},
-                {{"/m/a", 1}, {"/k/b", 2}},
-                {{"/k/b", 3}}},
-           Case{"renamed while a copy of that name stays",
-                {{"/m/a", a}, {"/k/a", a}},
-                {{"/k/a", a}, {"/m/z", retagged}},
-                {{"/m/a", 1}, {"/k/a", 5}},
-                {{"/k/a", 5}, {"/m/z", 1}}},
-           Case{"two files change names",
-                {{"/m/a", a}, {"/m/b", otherSound}},
-                {{"/m/a", {.sound = 2, .title = "A", .modified = 9}},
-                 {"/m/b", {.sound = 1, .title = "A", .modified = 9}}},
-                {{"/m/a", 1}, {"/m/b", 2}},
-                {{"/m/a", 2}, {"/m/b", 1}}},
-           Case{"another sound of the same size and tags",
-                {{"/m/a", a}},
-                {{"/n/a", {.sound = 2, .title = "A", .modified = 9}}},
-                {{"/m/a", 1}},
-                {{"/n/a", 0}},
-                1},
-           Case{"sound unknown, tags the same",
-                {{"/m/a", a}},
-                {{"/n/z", {.sound = 1, .title = "A", .modified = 9}}},
-                {{"/m/a", 1}},
-                {{"/n/z", 1}},
-                0,
-                false},
-           Case{"sound unknown, two alike",
-                {{"/m/a", a}},
-                {{"/n/y", {.sound = 1, .title = "A", .modified = 9}},
-                 {"/n/z", {.sound = 1, .title = "A", .modified = 9}}},
-                {{"/m/a", 1}},
-                {{"/n/y", 0}, {"/n/z", 0}},
-                1,
-                false},
-           Case{"sound unknown, other tags",
-                {{"/m/a", a}},
-                {{"/n/a", retagged}},
-                {{"/m/a", 1}},
-                {{"/n/a", 0}},
-                1,
-                false},
-           Case{"a CUE track of another place",
-                {{"/m/a", {.sound = 1, .cueStart = 3}}},
-                {{"/n/a", {.sound = 1, .cueStart = 4}}},
-                {{"/m/a", 1}},
-                {{"/n/a", 0}},
-                1},
+           Case{"two copies, both moved and retagged", "/m/a:1 /m/b:1", "/n/a:1! /n/b:1!",
+                "/m/a:1 /m/b:2", "/n/a:1 /n/b:2"},
+           Case{"of two copies one goes", "/m/a:1 /k/b:1", "/k/b:1", "/m/a:1 /k/b:2", "/k/b:3"},
+           Case{"renamed while a copy of that name stays", "/m/a:1 /k/a:1", "/k/a:1 /m/z:1!",
+                "/m/a:1 /k/a:5", "/k/a:5 /m/z:1"},
+           Case{"two files change names", "/m/a:1 /m/b:2", "/m/a:2@ /m/b:1@", "/m/a:1 /m/b:2",
+                "/m/a:2 /m/b:1"},
+           Case{"another sound, same size and tags", "/m/a:1", "/n/a:2@", "/m/a:1", "/n/a:0", 1},
+           Case{"sound unknown, tags the same", "/m/a:1", "/n/z:1@", "/m/a:1", "/n/z:1", 0, false},
+           Case{"sound unknown, two alike", "/m/a:1", "/n/y:1@ /n/z:1@", "/m/a:1", "/n/y:0 /n/z:0",
+                1, false},
+           Case{"sound unknown, other tags", "/m/a:1", "/n/a:1!", "/m/a:1", "/n/a:0", 1, false},
+           Case{"a CUE track of another place", "/m/a:1#3", "/n/a:1#4", "/m/a:1", "/n/a:0", 1},
        }) {
+    const auto before = filesOf(each.before);
+    const auto after = filesOf(each.after);
+    const auto playsBefore = saidOf(each.plays);
     SCOPED_TRACE(each.name);
     Listener user;
-    user.disk = each.before;
+    user.disk = before;
     Strings paths;
     for (const auto& [path, file] : user.disk) paths.push_back(path);
     user.import(paths);
-    for (const auto& [path, plays] : each.plays) user.play(path, plays);
+    for (const auto& [path, plays] : playsBefore) user.play(path, std::stoi(plays));
     user.setFavorites({user.idOf(paths[0])});
     if (each.isSoundKnown) user.find();
     // What a scan sees: files that are gone or were written, then those that are new.
@@ -422,25 +406,25 @@ TEST(Listening, AmongSeveralTheLikeliestTrackIsTaken) {
     };
     Strings changed;
     Strings found;
-    for (const auto& [path, file] : each.before) {
-      const auto now = each.after.find(path);
-      if (now == each.after.end() || differs(now->second, file)) changed.push_back(path);
+    for (const auto& [path, file] : before) {
+      const auto now = after.find(path);
+      if (now == after.end() || differs(now->second, file)) changed.push_back(path);
     }
-    for (const auto& [path, file] : each.after) {
-      const auto then = each.before.find(path);
-      if (then == each.before.end() || differs(then->second, file)) found.push_back(path);
+    for (const auto& [path, file] : after) {
+      const auto then = before.find(path);
+      if (then == before.end() || differs(then->second, file)) found.push_back(path);
     }
-    user.disk = each.after;
+    user.disk = after;
     user.remove(changed);
     user.import(found);
     user.find();
-    for (const auto& [path, plays] : each.expected) EXPECT_EQ(user.plays(path), plays) << path;
     EXPECT_EQ(user.parked(), each.parked);
-    // The favourite is where the first file's plays are.
-    const int first = each.plays.begin()->second;
-    for (const auto& [path, plays] : each.expected) {
-      if (plays != first) continue;
-      EXPECT_EQ(user.favorites(), Ids{user.idOf(path)});
+    for (const auto& [path, plays] : saidOf(each.expected)) {
+      EXPECT_EQ(user.plays(path), std::stoi(plays)) << path;
+      // The favourite is where the first file's plays are.
+      if (plays == playsBefore.begin()->second) {
+        EXPECT_EQ(user.favorites(), Ids{user.idOf(path)});
+      }
     }
   }
 }

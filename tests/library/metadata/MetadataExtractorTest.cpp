@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <sys/time.h>
 
+#include <sstream>
+
 #include "foundation/Log.h"
 #include "foundation/Text.h"
 #include "library/metadata/AudioProperties.h"
@@ -39,7 +41,7 @@ class ExtractorTest : public testing::Test {
 
 struct Kind {
   std::string name;
-  Arguments encoding;  ///< FFmpeg's
+  std::string encoding;  ///< FFmpeg's arguments
   std::string format;
   int rate;
   int channels;
@@ -50,59 +52,40 @@ struct Kind {
 
 TEST_F(ExtractorTest, ReadsTheSoundOfEveryKindOfFile) {
   const std::vector<Kind> kinds = {
-      {"16.flac", {"-ac", "2"}, "FLAC", 44100, 2, 16, false, 0},
-      {"24.FLAC",
-       {"-f", "flac", "-ar", "96000", "-ac", "6", "-sample_fmt", "s32"},
-       "FLAC",
-       96000,
-       6,
-       24,
-       false,
-       0},
-      {"lame.mp3", {"-b:a", "128k"}, "MP3", 44100, 1, {}, true, 0.06},
-      {"aac.m4a", {"-c:a", "aac", "-ac", "2"}, "ALAC", 44100, 2, {}, true, 0.06},
-      {"mono.m4a", {"-c:a", "aac"}, "ALAC", 44100, 1, {}, true, 0.06},
-      {"six.m4a",
-       {"-c:a", "aac", "-ac", "6", "-movflags", "+faststart"},
-       "ALAC",
-       44100,
-       6,
-       {},
-       true,
-       0.06},
-      {"alac.m4a", {"-c:a", "alac", "-sample_fmt", "s32p"}, "ALAC", 44100, 1, 24, true, 0.001},
-      {"16.aiff", {}, "AIFF", 44100, 1, 16, true, 0.001},
-      {"24.aif", {"-c:a", "pcm_s24be"}, "AIFF", 44100, 1, 24, true, 0.001},
-      {"16.wav", {}, "WAV", 44100, 1, 16, true, 0.001},
-      {"24.wav", {"-c:a", "pcm_s24le", "-ac", "4"}, "WAV", 44100, 4, 24, true, 0.001},
-      {"rf64.wav", {"-c:a", "pcm_f32le", "-rf64", "always"}, "WAV", 44100, 1, 32, true, 0.001},
-      {"lossy.wav", {"-c:a", "adpcm_ima_wav"}, "WAV", 44100, 1, {}, true, 0.06},
-      {"lossy.aif", {"-f", "aiff", "-c:a", "pcm_mulaw"}, "AIFF", 44100, 1, {}, true, 0.06},
-      {"vorbis.ogg", {"-c:a", "libvorbis"}, "OGG", 44100, 1, {}, true, 0.01},
-      {"opus.opus", {"-c:a", "libopus"}, "Opus", 48000, 1, {}, true, 0.02},
-      {"alac.caf", {"-c:a", "alac"}, "CAF", 44100, 1, 16, true, 0.06},
-      {"tta.tta", {"-c:a", "tta"}, "TTA", 44100, 1, 16, true, 0.001},
-      {"mono.wv", {"-c:a", "wavpack"}, "WavPack", 44100, 1, 16, false, 0},
-      {"odd.wv",
-       {"-c:a", "wavpack", "-ar", "37000", "-ac", "6", "-sample_fmt", "s32p"},
-       "WavPack",
-       37000,
-       6,
-       32,
-       false,
+      {"16.flac", "-ac 2", "FLAC", 44100, 2, 16, false, 0},
+      {"24.FLAC", "-f flac -ar 96000 -ac 6 -sample_fmt s32", "FLAC", 96000, 6, 24, false, 0},
+      {"lame.mp3", "-b:a 128k", "MP3", 44100, 1, {}, true, 0.06},
+      {"aac.m4a", "-c:a aac -ac 2", "ALAC", 44100, 2, {}, true, 0.06},
+      {"mono.m4a", "-c:a aac", "ALAC", 44100, 1, {}, true, 0.06},
+      {"six.m4a", "-c:a aac -ac 6 -movflags +faststart", "ALAC", 44100, 6, {}, true, 0.06},
+      {"alac.m4a", "-c:a alac -sample_fmt s32p", "ALAC", 44100, 1, 24, true, 0.001},
+      {"16.aiff", "", "AIFF", 44100, 1, 16, true, 0.001},
+      {"24.aif", "-c:a pcm_s24be", "AIFF", 44100, 1, 24, true, 0.001},
+      {"16.wav", "", "WAV", 44100, 1, 16, true, 0.001},
+      {"24.wav", "-c:a pcm_s24le -ac 4", "WAV", 44100, 4, 24, true, 0.001},
+      {"rf64.wav", "-c:a pcm_f32le -rf64 always", "WAV", 44100, 1, 32, true, 0.001},
+      {"lossy.wav", "-c:a adpcm_ima_wav", "WAV", 44100, 1, {}, true, 0.06},
+      {"lossy.aif", "-f aiff -c:a pcm_mulaw", "AIFF", 44100, 1, {}, true, 0.06},
+      {"vorbis.ogg", "-c:a libvorbis", "OGG", 44100, 1, {}, true, 0.01},
+      {"opus.opus", "-c:a libopus", "Opus", 48000, 1, {}, true, 0.02},
+      {"alac.caf", "-c:a alac", "CAF", 44100, 1, 16, true, 0.06},
+      {"tta.tta", "-c:a tta", "TTA", 44100, 1, 16, true, 0.001},
+      {"mono.wv", "-c:a wavpack", "WavPack", 44100, 1, 16, false, 0},
+      {"odd.wv", "-c:a wavpack -ar 37000 -ac 6 -sample_fmt s32p", "WavPack", 37000, 6, 32, false,
        0}};
   for (const Kind& kind : kinds) {
-    Arguments arguments = kind.encoding;
+    std::istringstream words(kind.encoding);
+    Arguments arguments(std::istream_iterator<std::string>(words), {});
     arguments.push_back(path(kind.name));
     makeTone(arguments);
   }
   runProgram({"jmac", "c2", path("16.wav"), path("16.ape")}, std::chrono::seconds(30));
   std::vector<Kind> all = kinds;
-  all.push_back({"16.ape", {}, "APE", 44100, 1, 16, false, 0});
+  all.push_back({"16.ape", "", "APE", 44100, 1, 16, false, 0});
   writeBytes(path("64.dsf"), dsfBytes(2'822'400, 2, 2 * 2'822'400));
-  all.push_back({"64.dsf", {}, "DSD", 2'822'400, 2, 1, false, 0});
+  all.push_back({"64.dsf", "", "DSD", 2'822'400, 2, 1, false, 0});
   writeBytes(path("128.dff"), dffBytes(5'644'800, 6, 2 * 5'644'800 / 8));
-  all.push_back({"128.dff", {}, "DSD", 5'644'800, 6, 1, false, 0});
+  all.push_back({"128.dff", "", "DSD", 5'644'800, 6, 1, false, 0});
 
   for (const Kind& kind : all) {
     SCOPED_TRACE(kind.name);
@@ -117,11 +100,6 @@ TEST_F(ExtractorTest, ReadsTheSoundOfEveryKindOfFile) {
     EXPECT_EQ(track.bitRate.has_value(), kind.hasBitRate);
     EXPECT_EQ(track.fileSize, static_cast<std::int64_t>(fs::file_size(path(kind.name))));
     EXPECT_FALSE(capture.contains("⚠️"));
-
-    const auto properties = readAudioProperties(path(kind.name));
-    ASSERT_TRUE(properties);
-    EXPECT_EQ(properties.value(), (AudioProperties{track.duration, track.sampleRate, track.channels,
-                                                   track.bitDepth, track.bitRate}));
   }
 }
 
@@ -184,7 +162,6 @@ TEST_F(ExtractorTest, TakesTagsOfContainersThatOnlyTheDemuxersKnow) {
     EXPECT_EQ(found.albumTitle, "Al") << name;
     EXPECT_EQ(found.track.trackNumber, 3) << name;
     EXPECT_EQ(found.year, 1999) << name;
-    EXPECT_EQ(found.track.genre, "G") << name;
     EXPECT_EQ(found.track.composer, "C") << name;
     EXPECT_EQ(found.track.comment, std::nullopt) << name;
   }

@@ -84,16 +84,19 @@ class ScanFixture : public ::testing::Test {
     for (int i = 0; i < count; ++i) write(fmt::format("{}/{:04}.flac", in, i));
   }
 
+  ::velorin::ScanParts parts() {
+    return {.database = library.database(),
+            .removal = removal,
+            .events = events,
+            .preferences = preferences,
+            .throttle = throttle,
+            .extractor = extractor,
+            .findArtwork = [](const auto&) { return std::nullopt; }};
+  }
   LibraryScanner& scanner() {
     if (!_scanner) {
       _scanner = std::make_unique<LibraryScanner>(
-          LibraryScanner::Parts{.scan = {.database = library.database(),
-                                         .removal = removal,
-                                         .events = events,
-                                         .preferences = preferences,
-                                         .throttle = throttle,
-                                         .extractor = extractor,
-                                         .findArtwork = [](const auto&) { return std::nullopt; }},
+          LibraryScanner::Parts{.scan = parts(),
                                 .hooks = {},
                                 .volumes = resolving(),
                                 .followVolumes = [this] { followVolumes(); },

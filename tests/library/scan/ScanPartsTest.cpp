@@ -1,9 +1,7 @@
 // The parts of a scan, each alone.
 #include <unistd.h>
 
-#include "library/queries/FileStamp.h"
 #include "library/scan/FileWorkers.h"
-#include "library/scan/OrphanCheck.h"
 #include "library/scan/ScanFixture.h"
 
 namespace velorin::test {
@@ -28,29 +26,6 @@ TEST_F(ScanParts, FilesAreToldByTheirExtension) {
   }
   EXPECT_EQ(outermostFolders({"/m/a", "/m", "/n", "/m", "/m/.hidden"}),
             (std::vector<std::string>{"/m", "/n", "/m/.hidden"}));
-}
-
-TEST_F(ScanParts, AStampTellsSizeAndTime) {
-  const std::chrono::system_clock::time_point when(1'700'000'000'123ms);
-  const auto stamp = fileStamp(5, when);
-  EXPECT_TRUE(isSameState(stamp, fileStamp(5, when + 400us)));
-  EXPECT_FALSE(isSameState(stamp, fileStamp(5, when + 1ms)));
-  EXPECT_FALSE(isSameState(stamp, fileStamp(6, when)));
-  EXPECT_FALSE(isSameState(stamp, fileStamp(6, std::nullopt)));
-  EXPECT_TRUE(isSameState(stamp, fileStamp(5, std::nullopt)));
-  EXPECT_TRUE(isSameState(stamp, fileStamp(0, when)));
-}
-
-TEST_F(ScanParts, BatchesGrow) {
-  ScanState state({}, [](const auto&) { return std::nullopt; });
-  std::vector<std::size_t> sizes;
-  while (sizes.size() < 57) {
-    if (const auto batch = state.append(ScannedItem{})) sizes.push_back(batch->size());
-  }
-  const std::pair<std::size_t, std::size_t> expected[] = {{0, 10},   {14, 10},   {15, 20},
-                                                          {25, 50},  {35, 100},  {45, 500},
-                                                          {54, 500}, {55, 1000}, {56, 1000}};
-  for (const auto& [number, size] : expected) EXPECT_EQ(sizes[number], size) << number;
 }
 
 TEST_F(ScanParts, AWalkFindsWhatAScanTakesUnderItsOwnName) {
@@ -132,12 +107,6 @@ TEST_F(ScanParts, WorkersHoldTheWalkBackAndLetGoWhenCancelled) {
   walk.join();
   EXPECT_EQ(added, 5);
   EXPECT_FALSE(workers.add("y"));
-}
-
-TEST_F(ScanParts, OnlyPlausibleNumbersOfOrphansGo) {
-  EXPECT_TRUE(OrphanCheck::isPlausible(100, 100));
-  EXPECT_FALSE(OrphanCheck::isPlausible(91, 101));
-  EXPECT_TRUE(OrphanCheck::isPlausible(90, 101));
 }
 
 }  // namespace

@@ -86,12 +86,5 @@ TEST_F(WatcherTest, AnUnmountedFolderIsToLookAtAnew) {
   EXPECT_TRUE(waitFor([&]() NO_THREAD_SAFETY_ANALYSIS { return mustScan; }));
 }
 
-TEST_F(WatcherTest, NoJournalReplays) {
-  const auto replay = FileSystemWatcher::replay({root.path()}, 5s);
-  EXPECT_TRUE(replay.needsFullScan);
-  EXPECT_FALSE(replay.ran);
-  EXPECT_TRUE(log.contains("👁️ Journal replay: no persisted eventId, needs full scan"));
-}
-
 }  // namespace
 }  // namespace velorin
