@@ -42,20 +42,6 @@ TEST(TubeWarmth, SaturatesBesideTheDrySignal) {
   EXPECT_TRUE(test::passesDry(tube, kRate));
 }
 
-TEST(TubeWarmth, GoesOnBehindAMissingChannelAndUpToItsLimit) {
-  TubeWarmthDSP tube;
-  const Signal in = test::noise(3, 65540);
-  Signal out = in;
-  AudioBufferList list = test::listOf(out, 0, 65540);
-  list.buffers[1].data = nullptr;
-  tube.process(list, 65540, kRate);
-  EXPECT_EQ(out[1], in[1]);
-  for (const std::size_t channel : {0u, 2u}) {
-    EXPECT_NE(out[channel][65535], in[channel][65535]);
-    EXPECT_EQ(out[channel][65536], in[channel][65536]);
-  }
-}
-
 struct Vinyl : VinylSimulatorDSP {
   Vinyl(double noise, double crackle, double warmth, double rate = kRate) {
     setNoiseLevel(noise);
@@ -85,69 +71,31 @@ TEST(VinylSimulator, RollsOffAsItsCircuitDoes) {
   }
 }
 
-// As it is defined, step by step.
-class Record {
- public:
-  std::vector<float> noise(std::size_t n, float level, float crackle) {
-    std::vector<float> samples(n);
-    for (float& sample : samples) {
-      sample = static_cast<float>(static_cast<std::int32_t>(draw())) * 0x1p-32f;
-    }
-    for (float& sample : samples) {
-      sample = static_cast<float>(_lowPass.next(sample)) * (level * 0.02f);
-    }
-    for (float& sample : samples) {
-      float spike = 0;
-      if (static_cast<float>(draw()) * 0x1p-32f < crackle * 0.003f) {
-        const std::uint32_t state = draw();
-        spike = static_cast<float>(state) * 0x1p-32f * 0.05f + 0.01f;
-        if (state % 2 == 1) spike = -spike;
-        ++spikes;
-        largest = std::max(largest, std::fabs(spike));
-        smallest = std::min(smallest, std::fabs(spike));
-      }
-      sample += spike;
-    }
-    return samples;
-  }
-
-  int spikes = 0;
-  float largest = 0;
-  float smallest = 1;
-
- private:
-  std::uint32_t draw() { return _state = _state * 1664525u + 1013904223u; }
-
-  std::uint32_t _state = 0xDEADBEEF;
-  test::PlainSection _lowPass{biquad::lowPass(kRate, 4000, 0.5)};
-};
-
 TEST(VinylSimulator, AddsTheSameNoiseAndCrackleToEveryChannel) {
-  for (const auto& [level, crackle] : {std::pair{0.15f, 0.3f}, {1.0f, 1.0f}, {0.0f, 1.0f}}) {
-    for (const std::size_t block : {100u, 512u, 4096u, 65536u}) {
-      Vinyl vinyl(level, crackle, 0);
-      Record record;
-      const Signal in = test::noise(3, 3 * block);
-      Signal expected = in;
-      for (std::size_t from = 0; from < in[0].size(); from += block) {
-        const std::vector<float> noise = record.noise(block, level, crackle);
-        for (auto& channel : expected) {
-          for (std::size_t i = 0; i < block; ++i) channel[from + i] += noise[i];
-        }
-      }
-      EXPECT_TRUE(test::identical(test::run(vinyl, in, kRate, block), expected)) << block;
-      if (block < 65536) continue;
-      const double rate = static_cast<double>(record.spikes) / static_cast<double>(in[0].size());
-      EXPECT_NEAR(rate, 0.003 * crackle, 0.0003);
-      EXPECT_GE(record.smallest, 0.01f);
-      EXPECT_LE(record.largest, 0.0601f);
+  for (const auto& [level, crackle] : {std::pair{0.0f, 0.3f}, {0.0f, 1.0f}, {1.0f, 0.0f}}) {
+    Vinyl vinyl(level, crackle, 0);
+    const Signal out = test::run(vinyl, Signal(3, std::vector<float>(200'000)), kRate);
+    EXPECT_TRUE(out[0] == out[1] && out[0] == out[2]);
+    int spikes = 0;
+    float largest = 0;
+    for (const float sample : out[0]) {
+      largest = std::max(largest, std::fabs(sample));
+      if (std::fabs(sample) < 0.01f) continue;
+      ++spikes;
+      EXPECT_LE(std::fabs(sample), 0.0601f);
     }
+    EXPECT_NEAR(spikes / 200'000.0, 0.003 * crackle, 0.0003);
+    if (crackle > 0) continue;
+    // Nothing but the noise below 4 kHz, a fiftieth of full scale at most.
+    EXPECT_GT(largest, 0.002f);
+    double power = 0;
+    double steps = 0;
+    for (std::size_t i = 1; i < out[0].size(); ++i) {
+      power += std::pow(out[0][i], 2);
+      steps += std::pow(out[0][i] - out[0][i - 1], 2);
+    }
+    EXPECT_LT(steps, 0.5 * power) << "white noise has twice its power";
   }
-  // No crackle, no spikes: nothing but the noise below 4 kHz.
-  Vinyl hiss(1, 0, 0);
-  const Signal out = test::run(hiss, Signal(1, std::vector<float>(65536)), kRate);
-  EXPECT_LT(*std::ranges::max_element(out[0]), 0.01f);
-  EXPECT_GT(*std::ranges::max_element(out[0]), 0.002f);
 }
 
 TEST(VinylSimulator, IsDryUntilItIsToldTheRateAndBeyondItsLimit) {

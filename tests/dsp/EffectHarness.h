@@ -2,14 +2,12 @@
 // one of them, and a look at what came out.
 #pragma once
 
-#include <atomic>
 #include <cmath>
 #include <complex>
 #include <cstring>
 #include <numbers>
 #include <random>
 #include <span>
-#include <thread>
 #include <vector>
 
 #include "dsp/DSPProcessor.h"
@@ -124,25 +122,6 @@ inline double largestDifference(const Signal& a, const Signal& b) {
     }
   }
   return largest;
-}
-
-/// Renders noise on a thread of its own, every 16th block at another rate, while `edit` runs;
-/// returns how many blocks differed by `limit` or more from what went in.
-template <class Edit>
-int brokenBlocksDuring(DSPProcessor& effect, double rate, double limit, Edit&& edit) {
-  std::atomic<bool> stop{false};
-  std::atomic<int> broken{0};
-  std::thread renderer([&] {
-    const Signal in = noise(2, 64);
-    for (unsigned turn = 0; !stop; ++turn) {
-      const Signal out = run(effect, in, turn % 16 == 0 ? 44100 : rate, 64);
-      if (!(largestDifference(out, in) < limit)) ++broken;
-    }
-  });
-  edit();
-  stop = true;
-  renderer.join();
-  return broken;
 }
 
 /// Sum of x[n] e^(-jwn): of an impulse response, the frequency response.

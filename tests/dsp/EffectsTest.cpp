@@ -185,62 +185,6 @@ TEST(Effects, TheSizeOfBlocksDoesNotShow) {
   }
 }
 
-// Gives the lock away that the render thread tries, wherever the effect has it.
-template <class Effect>
-struct Held : Effect {
-  RenderLock& lock() {
-    if constexpr (requires { this->_lock; })
-      return this->_lock;
-    else if constexpr (requires { this->_design; })
-      return this->_design.lock();
-    else if constexpr (requires { this->_crossover; })
-      return this->_crossover.lock();
-    else if constexpr (requires { this->_shadow; })
-      return this->_shadow.lock();
-    else if constexpr (requires { this->_filters; })
-      return this->_filters.lock();
-    else
-      return this->_filter.lock();
-  }
-};
-
-TEST(Effects, PassABlockDryWhileAnEditorIsAtTheirFilter) {
-  Held<CrossfeedDSP> crossfeed;
-  Held<StereoWidenerDSP> widener;
-  widener.setWidth(2);
-  Held<SpatialAudioDSP> spatial;
-  Held<VinylSimulatorDSP> vinyl;
-  Held<EqualizerDSP> equalizer;
-  equalizer.configure(kRate, 2);
-  equalizer.setBands(std::vector<EQBand>(31, {.frequency = 1000, .gain = 6}));
-  Held<HeadphoneProfileDSP> profile;
-  profile.loadProfile(profileOfTen(), kRate, 2);
-  Held<SubsonicFilterDSP> subsonic;
-  Held<RIAAVinylCurveDSP> curve;
-  Held<LoudnessCompensationDSP> loudness;
-  loudness.setVolume(0);
-  const auto check = [](auto& effect) {
-    SCOPED_TRACE(effect.name());
-    effect.setEnabled(true);
-    effect.sampleRateChanged(kRate);
-    EXPECT_FALSE(test::passesDry(effect, kRate));
-    {
-      const RenderLockHold editing(effect.lock());
-      EXPECT_TRUE(test::passesDry(effect, kRate));
-    }
-    EXPECT_FALSE(test::passesDry(effect, kRate));
-  };
-  check(equalizer);
-  check(profile);
-  check(crossfeed);
-  check(widener);
-  check(spatial);
-  check(vinyl);
-  check(subsonic);
-  check(curve);
-  check(loudness);
-}
-
 TEST(Effects, AreEditedWhileTheyRender) {
   AllEffects effects;
   std::atomic<bool> stop{false};
@@ -283,6 +227,12 @@ TEST(Effects, AreEditedWhileTheyRender) {
       effect.sampleRateChanged(turn % 2 == 0 ? kRate : 44100);
     });
     effects.crossfeed.formatChanged(turn % 2 == 0 ? kRate : 44100);
+    effects.equalizer.configure(turn % 2 == 0 ? kRate : 44100, 2);
+    effects.equalizer.setBands(std::vector<EQBand>(31, {.frequency = 1000, .gain = turn % 9 - 4.}));
+    EXPECT_TRUE(effects.equalizer.unusableBands().empty());
+    effects.headphoneProfile.loadProfile(profileOfTen(), turn % 4 == 0 ? kRate : 44100, 2);
+    if (turn % 3 == 0) effects.headphoneProfile.clearProfile();
+    EXPECT_EQ(effects.headphoneProfile.profileId().has_value(), turn % 3 != 0);
     effects.loudnessCompensation.setVolume(turn % 10 * 0.1);
     effects.replayGain.setTrackGain(turn % 7 - 3, 0.1 * (turn % 11));
     effects.headroomDSP.setHeadroom(turn % 4);

