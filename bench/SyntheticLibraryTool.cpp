@@ -1,4 +1,4 @@
-// synthetic_library TRACKS FILE [--seed N] [--awkward]
+// synthetic_library TRACKS FILE [--seed N]
 //
 // Writes a new library file of so many made-up tracks, which were added and heard up to now.
 #include <charconv>
@@ -32,10 +32,8 @@ std::optional<Options> parse(int count, char** arguments) {
   if (options.spec.tracks < 10 || options.spec.tracks > 10'000'000) return std::nullopt;
   options.file = arguments[2];
   for (int i = 3; i < count; ++i) {
-    if (std::strcmp(arguments[i], "--awkward") == 0) {
-      options.spec.kind = test::SyntheticSpec::Kind::awkward;
-    } else if (std::strcmp(arguments[i], "--seed") != 0 || i + 1 == count ||
-               !parseNumber(arguments[++i], options.spec.seed)) {
+    if (std::strcmp(arguments[i], "--seed") != 0 || i + 1 == count ||
+        !parseNumber(arguments[++i], options.spec.seed)) {
       return std::nullopt;
     }
   }
@@ -60,7 +58,7 @@ void make(const Options& options) {
 int main(int count, char** arguments) {
   const auto options = parse(count, arguments);
   if (!options) {
-    std::fputs("usage: synthetic_library TRACKS FILE [--seed N] [--awkward]\n", stderr);
+    std::fputs("usage: synthetic_library TRACKS FILE [--seed N]\n", stderr);
     return 2;
   }
   if (std::filesystem::exists(options->file)) {

@@ -220,52 +220,6 @@ class Catalogue {
   std::vector<std::uint32_t> _artistOfAlbum;
 };
 
-/// Ties, gaps and texts that compare in unusual ways.
-ScannedItem awkwardItem(const SyntheticSpec& spec, Random& random, std::size_t index) {
-  static constexpr std::array kNames = {"a",  "A",  "b",   "B",      "",  " a",      "ä",    "Ä",
-                                        "a_", "a%", "a\\", "[\x7f]", "é", "e\u0301", "日本", "z"};
-  static constexpr std::array kParents = {"/m",     "/M",  "/m_",  "/m%",    "/m/a",
-                                          "/m/a\\", "/m0", "/m/é", "/m/\xE9"};
-  const auto name = [&] { return std::string(kNames[random.zipf(kNames.size() + 1)]); };
-  const auto maybe = [&](auto make) {
-    using Value = decltype(make());
-    return random.chance(0.3) ? std::optional<Value>() : std::optional<Value>(make());
-  };
-  const auto few = [&] { return static_cast<int>(random.below(3)); };
-  ScannedItem item;
-  item.artistName = name();
-  item.albumTitle = name();
-  item.year = maybe([&] { return few() == 0 ? 0 : 1998 + few(); });
-  item.albumGenre = maybe(name);
-  Track& track = item.track;
-  track.title = name();
-  track.trackNumber = maybe(few);
-  track.discNumber = maybe(few);
-  track.duration = 100.0 + few();
-  track.filePath = fmt::format("{}/{}{}", kParents[random.below(kParents.size())],
-                               random.chance(0.3) ? "sub/" : "", index);
-  track.genre = maybe(name);
-  track.composer = maybe(name);
-  track.year = item.year;
-  track.sampleRate = maybe([&] { return std::array{0, 44'100, 2'822'400}[random.below(3)]; });
-  track.bitDepth = maybe([&] { return std::array{0, 1, 16, 24}[random.below(4)]; });
-  track.format = maybe([&] {
-    return std::string(std::array{"FLAC", "flac", "DSD", "MP3", ""}[random.below(5)]);
-  });
-  track.bitRate = maybe(few);
-  track.fileSize = maybe([&] { return std::int64_t{few()}; });
-  track.lastModified = maybe([&] { return spec.now - seconds(few()); });
-  if (random.chance(0.2)) {
-    track.filePath = "/m/image" + std::to_string(few());
-    track.cueStartTime = 60.0 * static_cast<double>(index);
-    track.cueEndTime = *track.cueStartTime + 60;
-  }
-  track.rating = maybe(few);
-  track.totalPlays = few();
-  track.totalSkips = few();
-  return item;
-}
-
 }  // namespace
 
 void SyntheticLibrary::forEachBatch(std::size_t size, const Use& use) const {
@@ -278,11 +232,6 @@ void SyntheticLibrary::forEachBatch(std::size_t size, const Use& use) const {
     use(batch);
     batch.clear();
   };
-  if (_spec.kind == SyntheticSpec::Kind::awkward) {
-    Random random(_spec.seed);
-    while (made < _spec.tracks) add(awkwardItem(_spec, random, made));
-    return;
-  }
   Catalogue catalogue(_spec);
   while (made < _spec.tracks) {
     for (ScannedItem& item : catalogue.nextAlbum()) {
@@ -292,7 +241,6 @@ void SyntheticLibrary::forEachBatch(std::size_t size, const Use& use) const {
 }
 
 std::vector<std::string> SyntheticLibrary::musicFolders() const {
-  if (_spec.kind == SyntheticSpec::Kind::awkward) return {"/m", "/m_", "/m%", "/M"};
   return {kFolders.begin(), kFolders.end()};
 }
 

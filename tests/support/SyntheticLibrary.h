@@ -17,16 +17,8 @@
 namespace velorin::test {
 
 struct SyntheticSpec {
-  enum class Kind {
-    realistic,
-    /// A few names, years and durations only, NULLs everywhere, names and paths that are hard to
-    /// compare: whatever a sort or a filter can get wrong.
-    awkward,
-  };
-
   std::size_t tracks = 1000;
   std::uint64_t seed = 1;
-  Kind kind = Kind::realistic;
   /// Files were modified, and music was heard, up to this moment.
   std::chrono::system_clock::time_point now =
       std::chrono::system_clock::time_point(std::chrono::seconds(1'735'689'600));
