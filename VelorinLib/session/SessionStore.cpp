@@ -28,9 +28,8 @@ constexpr const char* kOlderQueueIds = "lastPlaylistIds";
 constexpr const char* kOlderQueueIndex = "lastPlaylistIndex";
 
 PreferenceList listOf(const std::vector<std::int64_t>& ids) {
-  PreferenceList list;
-  list.reserve(ids.size());
-  for (const std::int64_t id : ids) list.push_back({id});
+  PreferenceList list(ids.size());
+  for (std::size_t i = 0; i < ids.size(); ++i) list[i].value = ids[i];
   return list;
 }
 
