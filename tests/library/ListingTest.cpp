@@ -5,12 +5,17 @@
 #include <random>
 
 #include "TestLibrary.h"
+#include "foundation/Dates.h"
 #include "library/queries/AlbumListings.h"
 #include "library/queries/ArtistListings.h"
 #include "library/queries/CategoryListings.h"
 #include "library/queries/FocusCounts.h"
 #include "library/queries/FocusSQL.h"
+#include "library/queries/PlaybackHistory.h"
+#include "library/queries/Playlists.h"
 #include "library/queries/SortText.h"
+#include "library/queries/TitleLookups.h"
+#include "library/queries/TrackListings.h"
 #include "library/rows/TrackRow.h"
 
 namespace velorin {
@@ -58,6 +63,44 @@ TEST(Listings, AFocusNarrowsAlbumsToItsTracks) {
   EXPECT_EQ(search(std::string(60'000, 'R'), kNoFocus), std::vector<std::string>{});
   EXPECT_EQ(search("artist", kNoFocus), (std::vector<std::string>{"Both", "Empty"}));
   EXPECT_EQ(search("artist", jazz), std::vector<std::string>{"Both"});
+}
+
+/// What the pages of the library show of a part of it, each by a call of its own.
+TEST(Listings, PartsOfTheLibrary) {
+  TestLibrary library;
+  library.add({.title = "late", .artist = "A", .album = "Two", .year = 2001, .number = 2});
+  library.add({.title = "early", .artist = "A", .album = "Two", .year = 2001, .number = 1});
+  library.add({.title = "first", .artist = "A", .album = "One", .year = 1990});
+  library.add({.title = "other", .artist = "B", .album = "Three"});
+  TrackListings tracks(library.database());
+  const AlbumListings albums(library.database());
+  PlaybackHistory history(library.database());
+  history.recordPlay(4, {}, 10, false);
+  history.recordPlay(2, dates::TimePoint(std::chrono::hours(1)), 10, false);
+  Playlists playlists(library.database());
+  playlists.createPlaylist("List");
+  playlists.addTracks(1, {4, 1});
+  const TitleLookups names(library.database());
+  using Ids = std::vector<std::int64_t>;
+  using Map = std::unordered_map<std::int64_t, std::int64_t>;
+  using Texts = std::vector<std::string>;
+  using test::idsOf;
+  EXPECT_EQ(idsOf(tracks.fetchTracksForAlbum(1)), (Ids{2, 1}));
+  EXPECT_EQ(idsOf(tracks.fetchTracksForArtist(1)), (Ids{3, 2, 1}));
+  EXPECT_EQ(idsOf(tracks.fetchTracksForArtist(1, 1, 1)), Ids{2});
+  EXPECT_EQ(idsOf(tracks.fetchTracks({4, 77, 1, 4})), (Ids{4, 1, 4}));
+  EXPECT_EQ(idsOf(tracks.fetchRecentlyAddedTracks({}, {}, 2)), (Ids{4, 3}));
+  EXPECT_EQ(titles(albums.fetchAlbumInfosForArtist(1)), (Texts{"One", "Two"}));
+  EXPECT_EQ(titles(history.fetchRecentAlbums(2)), (Texts{"Three", "One"}));
+  EXPECT_EQ(titles(history.fetchRecentlyPlayedAlbums(5)), (Texts{"Two", "Three"}));
+  const auto three = library.value<std::int64_t>("SELECT id FROM albums WHERE title = 'Three'");
+  const auto b = library.value<std::int64_t>("SELECT id FROM artists WHERE name = 'B'");
+  EXPECT_EQ(albums.fetchArtworkAlbumIds({b, 99}), (Map{{b, three}}));
+  EXPECT_EQ(playlists.fetchFirstAlbums({1}), (Map{{1, three}}));
+  const std::vector<std::optional<std::string>> found = {
+      names.trackTitle(1), names.albumTitle(three), names.artistName(b), names.playlistName(1)};
+  EXPECT_EQ(found, (std::vector<std::optional<std::string>>{"late", "Three", "B", "List"}));
+  EXPECT_EQ(names.artistName(99), std::nullopt);
 }
 
 // What is kept and worked out apart equals, whatever happens to the library, what one statement
