@@ -52,7 +52,6 @@ TEST(LevelEffects, MultiplyByTheStatedFactor) {
       {"+6 dB", preAmp, [&] { gain(6); }, {1.9952623f, 1.9952623f, 1.9952623f}},
       {"-12 dB", preAmp, [&] { gain(-12); }, {0.25118864f, 0.25118864f, 0.25118864f}},
       {"0 dB", preAmp, [&] { gain(0); }, {}},
-      {"-0 dB", preAmp, [&] { gain(-0.0); }, {}},
       {"NaN dB", preAmp, [&] { gain(kNaN); }, {}},
       {"too much", preAmp, [&] { gain(1e300); }, {1e5f, 1e5f, 1e5f}},
       {"too little", preAmp, [&] { gain(-kInfinity); }, {1e-5f, 1e-5f, 1e-5f}},
@@ -63,11 +62,7 @@ TEST(LevelEffects, MultiplyByTheStatedFactor) {
       {"below the cap", replayGain, [&] { track(-6, 1.5); }, {0.5011872f, 0.5011872f, 0.5011872f}},
       {"a cut that is capped", replayGain, [&] { track(-6, 3); }, {1 / 3.f, 1 / 3.f, 1 / 3.f}},
       {"unknown peak", replayGain, [&] { track(6, 0); }, {1.9952623f, 1.9952623f, 1.9952623f}},
-      {"no peak", replayGain, [&] { track(6, kNaN); }, {1.9952623f, 1.9952623f, 1.9952623f}},
-      {"no peak either",
-       replayGain,
-       [&] { track(6, kInfinity); },
-       {1.9952623f, 1.9952623f, 1.9952623f}},
+      {"no peak", replayGain, [&] { track(6, kInfinity); }, {1.9952623f, 1.9952623f, 1.9952623f}},
       {"no gain", replayGain, [&] { track(kNaN, 0.5); }, {}},
       {"cleared", replayGain, [&] { track(6, 0.5), replayGain.clearTrackGain(); }, {}},
 
@@ -75,7 +70,6 @@ TEST(LevelEffects, MultiplyByTheStatedFactor) {
       {"to the right", balance, [&] { balance.setBalance(0.25); }, {0.75f, 1, 1}},
       {"to the left", balance, [&] { balance.setBalance(-0.25); }, {1, 0.75f, 1}},
       {"right", balance, [&] { balance.setBalance(1); }, {0, 1, 1}},
-      {"beyond the left", balance, [&] { balance.setBalance(-7); }, {1, 0, 1}},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.what);

@@ -222,26 +222,28 @@ TEST(LibrarySearch, ScopesFindWhatTheirStatementsDo) {
   const auto told = [&](const std::string& sql, const auto&... arguments) {
     return library.column<std::int64_t>(sql, arguments...);
   };
+  const auto same = [&](const std::vector<TrackInfo>& found, const std::string& sql,
+                        const auto&... arguments) {
+    EXPECT_EQ(idsOf(found), told(sql, arguments...)) << sql;
+  };
   for (const char* text : {"lo", "love the", "sun", "the l s", "olives", "nothing", "l", "l’t"}) {
     SCOPED_TRACE(text);
     const std::string match = SearchPattern(text).match();
     for (const auto& [limit, offset] : {std::pair{-1, 0}, {10, 0}, {10, 25}, {3, 299}, {0, 5}}) {
       SCOPED_TRACE(offset);
-      EXPECT_EQ(idsOf(search.searchTracks(text, {}, {}, limit, offset)),
-                told("SELECT rowid FROM tracks_fts WHERE tracks_fts MATCH ? ORDER BY rank "
-                     "LIMIT ? OFFSET ?",
-                     match, limit, offset));
-      EXPECT_EQ(idsOf(search.searchTracks(text, {}, focus, limit, offset)),
-                told(joined + inFocus + "ORDER BY rank LIMIT ? OFFSET ?", match, limit, offset));
-      EXPECT_EQ(idsOf(search.searchRecentlyAddedTracks(text, focus, limit, offset)),
-                told(joined + inFocus + "ORDER BY tracks_fts.rowid DESC LIMIT ? OFFSET ?", match,
-                     limit, offset));
-      EXPECT_EQ(idsOf(search.searchTracks(text, sort, focus, limit, offset)),
-                told(joined + inFocus + sorted, match, limit, offset));
-      EXPECT_EQ(
-          idsOf(
-              search.searchTracks(TrackCategory::genre, "Rock", text, sort, focus, limit, offset)),
-          told(joined + "tracks.genre = 'Rock' AND " + inFocus + sorted, match, limit, offset));
+      same(search.searchTracks(text, {}, {}, limit, offset),
+           "SELECT rowid FROM tracks_fts WHERE tracks_fts MATCH ? ORDER BY rank "
+           "LIMIT ? OFFSET ?",
+           match, limit, offset);
+      same(search.searchTracks(text, {}, focus, limit, offset),
+           joined + inFocus + "ORDER BY rank LIMIT ? OFFSET ?", match, limit, offset);
+      same(search.searchRecentlyAddedTracks(text, focus, limit, offset),
+           joined + inFocus + "ORDER BY tracks_fts.rowid DESC LIMIT ? OFFSET ?", match, limit,
+           offset);
+      same(search.searchTracks(text, sort, focus, limit, offset), joined + inFocus + sorted, match,
+           limit, offset);
+      same(search.searchTracks(TrackCategory::genre, "Rock", text, sort, focus, limit, offset),
+           joined + "tracks.genre = 'Rock' AND " + inFocus + sorted, match, limit, offset);
     }
     Ids among;
     for (const sqlite::Values& slice : slices) {
@@ -253,23 +255,24 @@ TEST(LibrarySearch, ScopesFindWhatTheirStatementsDo) {
       among.insert(among.end(), more.begin(), more.end());
     }
     EXPECT_EQ(idsOf(search.searchTracksAmong(text, favourites)), among);
-    EXPECT_EQ(idsOf(search.searchTracksInPlaylist(text, 1)),
-              told("SELECT pt.trackId FROM playlist_tracks pt JOIN tracks_fts ON tracks_fts.rowid "
-                   "= pt.trackId WHERE pt.playlistId = 1 AND tracks_fts MATCH ? "
-                   "ORDER BY pt.position",
-                   match));
+    same(search.searchTracksInPlaylist(text, 1),
+         "SELECT pt.trackId FROM playlist_tracks pt JOIN tracks_fts ON tracks_fts.rowid "
+         "= pt.trackId WHERE pt.playlistId = 1 AND tracks_fts MATCH ? "
+         "ORDER BY pt.position",
+         match);
     for (const char* folder : {"/m_sic/lo", "/m_sic/Lo%/", "/m_sic"}) {
-      EXPECT_EQ(idsOf(search.searchTracksInFolder(text, folder)),
-                told("SELECT id FROM tracks WHERE id IN (SELECT rowid FROM tracks_fts WHERE "
-                     "tracks_fts MATCH ?) AND filePath GLOB ?2 || '*' AND filePath NOT GLOB ?2 || "
-                     "'*/*' ORDER BY filePath COLLATE NOCASE",
-                     match, std::string(folder) + (std::string(folder).ends_with('/') ? "" : "/")));
+      same(search.searchTracksInFolder(text, folder),
+           "SELECT id FROM tracks WHERE id IN (SELECT rowid FROM tracks_fts WHERE "
+           "tracks_fts MATCH ?) AND filePath GLOB ?2 || '*' AND filePath NOT GLOB ?2 || "
+           "'*/*' ORDER BY filePath COLLATE NOCASE",
+           match, std::string(folder) + (std::string(folder).ends_with('/') ? "" : "/"));
     }
     for (std::int64_t id = 1; id <= 20; ++id) {
-      EXPECT_EQ(idsOf(search.searchTracksInAlbum(text, id)),
-                told(joined + "tracks.albumId = ? ORDER BY tracks.discNumber, tracks.trackNumber, "
-                              "tracks.cueStartTime",
-                     match, id));
+      same(search.searchTracksInAlbum(text, id),
+           joined +
+               "tracks.albumId = ? ORDER BY tracks.discNumber, tracks.trackNumber, "
+               "tracks.cueStartTime",
+           match, id);
       Ids albums;
       for (const Album& album : search.searchAlbumsOfArtist(text, id)) albums.push_back(*album.id);
       EXPECT_EQ(albums,
