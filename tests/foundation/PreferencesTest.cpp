@@ -285,8 +285,8 @@ TEST_F(PreferencesTest, LargeValuesHaveFilesOfTheirOwn) {
     }
     return files;
   };
-  PreferenceList list;
-  for (std::int64_t i = 0; i < 5000; ++i) list.push_back({i});
+  PreferenceList list(5000);
+  for (std::int64_t i = 0; i < 5000; ++i) list[static_cast<std::size_t>(i)].value = i;
   const PreferenceMap likeAReference{
       {"velorin:value in file", {"1B4E28BA-2FA1-41D2-883F-0016D3CCA427.plist"s}}};
   const PreferenceMap leadsOut{{"velorin:value in file", {"../preferences.plist"s}}};

@@ -26,8 +26,8 @@ using namespace std::string_literals;
 using Ids = std::vector<std::int64_t>;
 
 PreferenceList listOf(const Ids& ids) {
-  PreferenceList list;
-  for (const auto id : ids) list.push_back({id});
+  PreferenceList list(ids.size());
+  for (std::size_t i = 0; i < ids.size(); ++i) list[i].value = ids[i];
   return list;
 }
 
