@@ -99,17 +99,12 @@ TEST_F(TagWriting, EveryKindOfFileTakesEveryFieldAndKeepsItsSound) {
     EXPECT_EQ(decoded(file), sound);
     EXPECT_EQ(hashSound(file).value(), hash.value());
     const TagFields tags = readTags(file).value();
-    EXPECT_EQ(tags.title, changes.title);
-    EXPECT_EQ(tags.artist, changes.artistName);
-    EXPECT_EQ(tags.album, changes.albumTitle);
-    EXPECT_EQ(tags.trackNumber, 7);
-    EXPECT_EQ(tags.discNumber, 2);
-    EXPECT_EQ(tags.year, 1999);
-    EXPECT_EQ(tags.genre, changes.genre);
-    EXPECT_EQ(tags.composer, changes.composer);
-    EXPECT_EQ(tags.conductor, changes.conductor);
-    EXPECT_EQ(tags.comment, changes.comment);
-    EXPECT_EQ(tags.lyrics, changes.lyrics);
+    EXPECT_EQ(std::tie(tags.title, tags.artist, tags.album, tags.genre, tags.composer,
+                       tags.conductor, tags.comment, tags.lyrics),
+              std::tie(changes.title, changes.artistName, changes.albumTitle, changes.genre,
+                       changes.composer, changes.conductor, changes.comment, changes.lyrics));
+    EXPECT_EQ(std::tie(tags.trackNumber, tags.discNumber, tags.year),
+              std::tie(changes.trackNumber, changes.discNumber, changes.year));
 
     ASSERT_TRUE(writeTags(
         file,
@@ -118,10 +113,7 @@ TEST_F(TagWriting, EveryKindOfFileTakesEveryFieldAndKeepsItsSound) {
     const TagFields left = readTags(file).value();
     EXPECT_EQ(left.title, changes.title);
     EXPECT_EQ(left.discNumber, 2);
-    EXPECT_EQ(left.trackNumber, std::nullopt);
-    EXPECT_EQ(left.year, std::nullopt);
-    EXPECT_EQ(left.genre, std::nullopt);
-    EXPECT_EQ(left.lyrics, std::nullopt);
+    EXPECT_FALSE(left.trackNumber || left.year || left.genre || left.lyrics);
   }
   EXPECT_EQ(readBytes(_folder / "v23.mp3").substr(0, 4), "ID3\x03");
   EXPECT_EQ(entries(), files.size());
