@@ -135,12 +135,14 @@ class RenderSession : private PlayRunListener {
     const auto now = std::chrono::steady_clock::now();
     if (_recorder->holdsSilence() && now < _lastPull + kSilentPullInterval) return false;
     _lastPull = now;
+    _recorder->expect(frames);
     return true;
   }
 
   bool openEvents() {
     if (_options.events.empty()) return true;
-    auto made = EventLog::create(_options.events, _bus, [this] { return _recorder->frames(); });
+    auto made =
+        EventLog::create(_options.events, _bus, [this] { return _recorder->settledFrames(); });
     if (!made) {
       reportError(made.error().text);
       return false;
@@ -198,7 +200,7 @@ class RenderSession : private PlayRunListener {
 
   void trackStarted(const TrackInfo& track, std::optional<Join> join) override {
     _isResampled = _engine.facts().resampledTo > 0;
-    _heardSince = _recorder->frames();
+    _heardSince = _recorder->settledFrames();
     _expected = 0;
     const auto known = std::find_if(_tracks.begin(), _tracks.end(), [&](const RenderTrack& each) {
       return isSameItem(each.info, track);
@@ -209,7 +211,7 @@ class RenderSession : private PlayRunListener {
 
   void trackEnded(const TrackInfo& track, bool playedOut) override {
     _trackRuns = false;
-    const std::uint64_t frames = _recorder->frames() - _heardSince;
+    const std::uint64_t frames = _recorder->settledFrames() - _heardSince;
     // A resampler keeps its tail, so its count tells nothing.
     if (!playedOut || _isResampled || static_cast<double>(frames) >= _expected) return;
     complain(track.track.filePath,

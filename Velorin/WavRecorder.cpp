@@ -1,5 +1,6 @@
 #include "WavRecorder.h"
 
+#include <algorithm>
 #include <system_error>
 
 #include "foundation/Text.h"
@@ -26,9 +27,31 @@ void WavRecorder::begin(const StreamFormat& format) {
   _heldSilence = 0;
 }
 
+void WavRecorder::expect(std::uint32_t frames) {
+  const MutexLock lock(_mutex);
+  _onTheirWay += frames;
+}
+
+std::uint64_t WavRecorder::settledFrames() const {
+  MutexLock lock(_mutex);
+  while (_onTheirWay > 0) _settled.wait(_mutex);
+  return frames();
+}
+
+void WavRecorder::arrived(std::uint64_t frames) {
+  _onTheirWay -= std::min(frames, _onTheirWay);
+  if (_onTheirWay == 0) _settled.notifyAll();
+}
+
 void WavRecorder::record(const AudioBufferList& list, std::uint32_t frames,
                          std::uint32_t programme) {
   const MutexLock lock(_mutex);
+  write(list, frames, programme);
+  arrived(frames);
+}
+
+void WavRecorder::write(const AudioBufferList& list, std::uint32_t frames,
+                        std::uint32_t programme) {
   if (_hasFailed || !_spec) return;
   if (programme == 0) {
     _heldSilence += frames;
@@ -45,6 +68,7 @@ void WavRecorder::record(const AudioBufferList& list, std::uint32_t frames,
 
 void WavRecorder::end() {
   const MutexLock lock(_mutex);
+  arrived(_onTheirWay);
   _heldSilence = 0;
 }
 

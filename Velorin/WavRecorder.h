@@ -35,6 +35,12 @@ class WavRecorder : public VirtualRecorder {
   /// leaves one file without frames, if a stream ever began.
   bool finish();
 
+  /// The device's thread: so many frames are about to be rendered and recorded.
+  void expect(std::uint32_t frames);
+  /// Programme frames recorded once those that are on their way are. The engine tells of what was
+  /// rendered, and may do so before it is recorded. Any thread but the device's.
+  std::uint64_t settledFrames() const;
+
   /// Programme frames recorded so far. Any thread.
   std::uint64_t frames() const noexcept { return _frames.load(std::memory_order_acquire); }
   /// True after a buffer that was not all programme. Any thread.
@@ -48,6 +54,9 @@ class WavRecorder : public VirtualRecorder {
   static std::filesystem::path numbered(const std::filesystem::path& output, std::size_t number);
 
  private:
+  void write(const AudioBufferList& list, std::uint32_t frames, std::uint32_t programme)
+      REQUIRES(_mutex);
+  void arrived(std::uint64_t frames) REQUIRES(_mutex);
   bool ensureWriter() REQUIRES(_mutex);
   void fail(const OutputError& error) REQUIRES(_mutex);
 
@@ -57,6 +66,8 @@ class WavRecorder : public VirtualRecorder {
   std::atomic<std::uint64_t> _frames{0};
 
   mutable Mutex _mutex;
+  mutable ConditionVariable _settled;
+  std::uint64_t _onTheirWay GUARDED_BY(_mutex) = 0;
   std::vector<std::unique_ptr<WavWriter>> _writers GUARDED_BY(_mutex);
   std::optional<WavSpec> _spec GUARDED_BY(_mutex);  ///< of the stream that runs or ran last
   std::uint64_t _heldSilence GUARDED_BY(_mutex) = 0;

@@ -200,7 +200,10 @@ TEST(CliDevices, PrintsJson) {
   ASSERT_FALSE(list.empty());
   EXPECT_TRUE(list[0].at("default").get<bool>());
   EXPECT_FALSE(list[0].at("sampleRates").empty());
-  const Outcome unknown = run({"play", "--audio", "virtual", "--device", "no-such", "a.flac"});
+  const TemporaryFolder folder;
+  FlacFixture::make({}).write(folder / "a.flac");
+  const Outcome unknown =
+      run({"play", "--audio", "virtual", "--device", "no-such", folder / "a.flac"});
   EXPECT_EQ(unknown.exitCode, 1);
   EXPECT_NE(unknown.err.find("velorin devices"), std::string::npos) << unknown.err;
 }
