@@ -207,7 +207,7 @@ void PlayerState::Impl::goOnWithout(const EngineLink::Outcome& outcome) {
                      : reach == Reach::backward ? placeBefore(view())
                                                 : placeAfter(view());
   if (place) {
-    log::line("⚠️ Not playable, going on without it: {}", currentTrack->track.filePath);
+    log::line("ℹ️ Going on without what cannot be played: {}", currentTrack->track.filePath);
     const Reach direction = reach;
     go(*place);
     start(direction);
