@@ -41,7 +41,8 @@ TEST(PowerActions, AskLogindOnceItIsSilent) {
       test::eventually([&] { return calls().find("PowerOff False") != std::string::npos; }));
   session.kill();
   actions.suspend();
-  EXPECT_TRUE(capture.waitFor("ℹ️ The machine cannot be put to sleep: ", 10s));
+  // Of this call, or of the one before where the answer was still on its way.
+  EXPECT_TRUE(capture.waitFor("ℹ️ The machine cannot be ", 10s));
   actions.powerOff();
   std::this_thread::sleep_for(400ms);  // longer than the wait for silence
   EXPECT_EQ(capture.lines().size(), 1U) << "said once";
