@@ -3,10 +3,15 @@
 #include <poll.h>
 #include <sdbus-c++/sdbus-c++.h>
 #include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -33,6 +38,23 @@ std::string addressOfSession() {
   }
   const char* runtime = std::getenv("XDG_RUNTIME_DIR");
   return runtime && *runtime ? fmt::format("unix:path={}/bus", runtime) : std::string();
+}
+
+/// Why nobody listens at an address of the usual form; nothing where somebody does, or where only
+/// an attempt can tell. The library leaks each connection that it cannot open, and a machine
+/// without a bus is asked again and again.
+std::optional<std::string> whyUnreachable(std::string_view address) {
+  constexpr std::string_view kForm = "unix:path=";
+  if (!address.starts_with(kForm) || address.find_first_of("%;") != address.npos) return {};
+  const std::string path(address.substr(kForm.size(), address.find(',') - kForm.size()));
+  sockaddr_un name{};
+  name.sun_family = AF_UNIX;
+  if (path.size() >= sizeof(name.sun_path)) return {};
+  std::ranges::copy(path, name.sun_path);
+  const FileDescriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (::connect(probe.get(), reinterpret_cast<const sockaddr*>(&name), sizeof(name)) == 0)
+    return {};
+  return errno == EAGAIN ? std::nullopt : std::optional(std::generic_category().message(errno));
 }
 
 }  // namespace
@@ -80,6 +102,10 @@ struct SessionBus::Impl {
   bool connect() {
     if (options.address.empty()) {
       report("nothing names one");
+      return false;
+    }
+    if (const auto why = whyUnreachable(options.address)) {
+      report(*why);
       return false;
     }
     try {
