@@ -11,6 +11,7 @@
 #include "platform/desktop/SessionBus.h"
 #include "platform/desktop/TrackListChanges.h"
 #include "support/DBusSession.h"
+#include "support/Eventually.h"
 #include "support/TemporaryFolder.h"
 
 namespace velorin {
@@ -268,7 +269,8 @@ TEST_F(MprisServiceTest, AFloodOfCallsIsRefusedAtItsBound) {
   }
   EXPECT_EQ(refused.get_future().get(), "org.freedesktop.DBus.Error.LimitsExceeded");
   EXPECT_EQ(done(MprisService::kMostOpenCalls).size(), MprisService::kMostOpenCalls);
-  EXPECT_EQ(peer->call(kPlayer, "Next"), "");
+  // Once they are answered, too, there is room again.
+  EXPECT_TRUE(test::eventually([&] { return peer->call(kPlayer, "Next").empty(); }));
 }
 
 TEST_F(MprisServiceTest, ASecondInstanceHasANameOfItsOwn) {
