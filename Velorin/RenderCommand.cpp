@@ -96,8 +96,8 @@ class RenderSession : private PlayRunListener {
         _recorder(std::make_shared<WavRecorder>(options.output, paths(), [this] { onFailure(); })),
         _device(_hardware.addDevice(describeDevice(options, _tracks))),
         _engine(_hardware, _preferences, _bus),
-        _holdAtEnd(_bus.subscribe<PlayNextTrack>(
-            Delivery::mainThread, [this](const PlayNextTrack&) { _trackRuns = false; })),
+        _holdAtEnd(_bus.subscribe<PlayNextTrack>(Delivery::mainThread,
+                                                 [this](const PlayNextTrack&) { hold(); })),
         _player(_engine, _preferences, _bus, PlayerServices{}, kOneCommand),
         _run(_player, _bus, *this) {
     _hardware.setRecorder(_device, _recorder);
@@ -137,6 +137,12 @@ class RenderSession : private PlayRunListener {
     _lastPull = now;
     _recorder->expect(frames);
     return true;
+  }
+
+  /// Until the next announcement.
+  void hold() {
+    _trackRuns = false;
+    ++_announcement;
   }
 
   bool openEvents() {
@@ -206,11 +212,16 @@ class RenderSession : private PlayRunListener {
       return isSameItem(each.info, track);
     });
     if (known != _tracks.end()) _expected = expectedFrames(*known, join);
-    _player.engineQueue().async([this] { _trackRuns = true; });
+    // Once its effects are set, and everybody who follows the events has heard of it.
+    _player.engineQueue().async([this, number = _announcement] {
+      MainThread::instance().post([this, number] {
+        if (number == _announcement) _trackRuns = true;
+      });
+    });
   }
 
   void trackEnded(const TrackInfo& track, bool playedOut) override {
-    _trackRuns = false;
+    hold();
     const std::uint64_t frames = _recorder->settledFrames() - _heardSince;
     // A resampler keeps its tail, so its count tells nothing.
     if (!playedOut || _isResampled || static_cast<double>(frames) >= _expected) return;
@@ -307,6 +318,7 @@ class RenderSession : private PlayRunListener {
   RepeatingTimer _redraw;
 
   std::atomic<bool> _trackRuns = false;
+  std::uint64_t _announcement = 0;                    ///< main thread
   std::chrono::steady_clock::time_point _lastPull{};  ///< device thread
 
   std::uint64_t _heardSince = 0;  ///< frame at which the track began

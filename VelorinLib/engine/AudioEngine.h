@@ -56,7 +56,8 @@ class AudioEngine {
   /// From stopped: plays lastTrack() again. From playing: pauses. From paused: resumes.
   void togglePlayPause();
   /// A time in the track that is heard, also while the next one waits behind it; one past the end
-  /// goes to the end. Returns at once; the fill thread does the rest. Ignored while no file is open.
+  /// goes to the end. Returns at once; the fill thread does the rest. Ignored while no file is
+  /// open.
   void seek(double time);
 
   // --- What is going on (any thread) ---

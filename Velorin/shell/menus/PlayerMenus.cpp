@@ -27,7 +27,7 @@ void callIfThere(const std::function<void()>& function) {
 MenuState PlayerMenus::state() const {
   MenuState state;
   if (const auto& current = _player.currentTrack()) {
-    auto& track = state.track.emplace();
+    auto& track = state.track.emplace(MenuState::CurrentTrack{});
     track.title = current->track.title;
     track.artist = current->artist.name;
     track.isInLibrary = current->track.id && !current->isExternal;

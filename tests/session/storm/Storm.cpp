@@ -13,7 +13,6 @@ constexpr milliseconds kBound{15'000};
 /// After a wish has come to the engine, a join that it came too late for may still be heard.
 constexpr milliseconds kTooLate{300};
 constexpr milliseconds kRemembered{3'000};
-constexpr milliseconds kBurstOfSkips{400};
 /// Programme of half a second, which nobody can miss.
 constexpr std::uint64_t kUnmissable = 24'000;
 /// Programme of a quarter: a track that was stopped so soon need not have been told of.
