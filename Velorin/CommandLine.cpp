@@ -4,6 +4,7 @@
 #include <cmath>
 #include <map>
 
+#include "ChoiceOption.h"
 #include "Options.h"
 #include "PlayerGrammar.h"
 #include "TagArguments.h"
@@ -90,7 +91,7 @@ class Grammar {
   void addPlay() {
     _playCommand = _app.add_subcommand("play", "Play in the terminal");
     addInputs(_playCommand, _play.inputs, kPlayable);
-    addAudio(_playCommand, _play.audio);
+    addAudioOption(_playCommand, _play.audio);
     _playCommand->add_option("--device", _play.deviceUID, "Device to play on: its UID or its name")
         ->type_name("UID");
     addEngine(_playCommand, _play.engine);
@@ -131,7 +132,7 @@ class Grammar {
 
   void addDevices() {
     _devicesCommand = _app.add_subcommand("devices", "List output devices");
-    addAudio(_devicesCommand, _devices.audio);
+    addAudioOption(_devicesCommand, _devices.audio);
     _devicesCommand->add_flag("--json", _devices.json, "Print JSON");
   }
 
@@ -330,15 +331,6 @@ class Grammar {
     command->add_option("FILE", inputs, description)->required()->type_name("...");
   }
 
-  static void addAudio(CLI::App* command, AudioBackendChoice& audio) {
-    static const std::map<std::string, AudioBackendChoice> kNames = {
-        {"auto", AudioBackendChoice::automatic},
-        {"pipewire", AudioBackendChoice::pipewire},
-        {"alsa", AudioBackendChoice::alsa},
-        {"virtual", AudioBackendChoice::virtualNull}};
-    addChoice(command, "--audio", audio, kNames, "Sound system: auto, pipewire, alsa or virtual");
-  }
-
   void addEngine(CLI::App* command, EngineOptions& engine) {
     static const std::map<std::string, SampleRateStrategy> kNames = {
         {"native", SampleRateStrategy::native},
@@ -368,26 +360,6 @@ class Grammar {
     command->add_option("--volume", engine.volume, "Software volume, 0 to 1")
         ->check(finite(0, 1))
         ->type_name("0..1");
-  }
-
-  /// One of a closed set of names. CLI11's own transformers list raw enumeration values in their
-  /// messages, which tell a user nothing.
-  template <class Field, class Value>
-  static void addChoice(CLI::App* command, const char* option, Field& field,
-                        const std::map<std::string, Value>& names, const char* description) {
-    command
-        ->add_option_function<std::string>(
-            option, [&field, &names](const std::string& name) { field = names.at(name); },
-            description)
-        ->check(CLI::Validator(
-            [&names](std::string& name) -> std::string {
-              if (names.contains(name)) return {};
-              std::string known;
-              for (const auto& [each, value] : names) known += (known.empty() ? "" : ", ") + each;
-              return name + " is none of " + known;
-            },
-            ""))
-        ->type_name("NAME");
   }
 
   std::string helpCommand() const {

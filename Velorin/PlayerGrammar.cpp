@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <system_error>
 
+#include "ChoiceOption.h"
+
 namespace velorin {
 namespace {
 
@@ -70,7 +72,7 @@ struct PlayerGrammar::Fields {
     runCommand->add_option("FILE", run.files, "Files and folders to play")->type_name("...");
     runCommand->add_flag("--headless", isHeadless,
                          "Without a window, as on a machine without a display");
-    addAudio(runCommand, run.audio);
+    addAudioOption(runCommand, run.audio);
     runCommand->add_flag("-v,--verbose", run.verbose, "Show every line of the log");
     runCommand->footer(
         "The player restores the queue of its last end. Media keys, MPRIS clients and\n"
@@ -107,24 +109,6 @@ struct PlayerGrammar::Fields {
         command->add_flag("--json", control.json, "Print JSON");
       }
     }
-  }
-
-  static void addAudio(CLI::App* command, AudioBackendChoice& audio) {
-    static const std::map<std::string, AudioBackendChoice> kNames = {
-        {"auto", AudioBackendChoice::automatic},
-        {"pipewire", AudioBackendChoice::pipewire},
-        {"alsa", AudioBackendChoice::alsa},
-        {"virtual", AudioBackendChoice::virtualNull}};
-    command
-        ->add_option_function<std::string>(
-            "--audio", [&audio](const std::string& name) { audio = kNames.at(name); },
-            "Sound system: auto, pipewire, alsa or virtual")
-        ->check(CLI::Validator(
-            [](std::string& name) {
-              return kNames.contains(name) ? std::string() : name + " is no sound system";
-            },
-            ""))
-        ->type_name("NAME");
   }
 };
 

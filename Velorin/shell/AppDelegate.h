@@ -52,7 +52,6 @@ class AppDelegate {
   /// last of them the database is closed. Returns at once. Whatever does not answer, the process
   /// ends within kShutdownGrace. A second call does nothing.
   void willTerminate();
-  bool isTerminating() const noexcept { return _isTerminating; }
 
   /// Another track plays: the desktop may be told. What PlayerServices::notifyTrackChange calls.
   void notifyTrackChange(const TrackInfo& info);

@@ -93,8 +93,6 @@ class TrackList {
     }
   }
 
-  std::vector<TrackInfo> toVector() const { return {begin(), end()}; }
-
  private:
   using Block = std::shared_ptr<const std::vector<TrackInfo>>;
 

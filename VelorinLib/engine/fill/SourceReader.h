@@ -67,12 +67,9 @@ class SourceReader {
   void resumeAt(const Place& place) noexcept;
 
   const SourceFacts& facts() const noexcept { return *_facts; }
-  const SharedFacts& sharedFacts() const noexcept { return _facts; }
   /// Goes on in the same file as another track of it.
   void setFacts(SharedFacts facts) noexcept { _facts = std::move(facts); }
 
-  /// File frame that read() delivers next.
-  std::int64_t filePosition() const noexcept { return _decoder->currentPosition(); }
   /// File frames to the track's end, of which the file knows; -1 when it does not tell.
   std::int64_t framesLeft() const noexcept;
 
