@@ -17,6 +17,7 @@
 
 #include "engine/PlaybackFacts.h"
 #include "engine/devices/AudioDevice.h"
+#include "engine/devices/DACCapabilities.h"
 #include "records/PlaybackTypes.h"
 #include "records/Track.h"
 
@@ -125,19 +126,44 @@ class AudioEngine {
   void setExclusiveMode(bool on);
   SampleRateStrategy sampleRateStrategy() const;
   void setSampleRateStrategy(SampleRateStrategy strategy);
+  int resamplingMultiplier() const;
   void setResamplingMultiplier(int multiplier);  ///< below 2 becomes 2
-  void setFixedSampleRate(double rate);          ///< Hz
+  double fixedSampleRate() const;
+  void setFixedSampleRate(double rate);  ///< Hz
+  bool forceHighSampleRate() const;
   void setForceHighSampleRate(bool on);
+  bool lowLatencyMode() const;
   /// Real-time scheduling of the fill thread; takes effect at once.
   void setLowLatencyMode(bool on);
+  /// Tracks are read into RAM before they play, up to the limit; from the next one on.
+  bool memoryPlayback() const noexcept;
+  void setMemoryPlayback(bool on) noexcept;
+  int memoryPlaybackLimitMB() const noexcept;
+  void setMemoryPlaybackLimitMB(int mebibytes) noexcept;  ///< below 1 becomes 256
 
-  // --- Devices (any thread) ---
+  // --- Devices ---
 
+  // Any thread.
   std::vector<AudioDevice> enumerateOutputDevices() const;
   AudioDeviceID currentDevice() const;
   bool holdsDeviceExclusively() const;
-  /// Uses the device from now on; what plays goes on there at the same position.
+  std::optional<DACCapabilities> deviceCapabilities(AudioDeviceID device) const;
+  bool followsSystemDefaultOutput() const noexcept;
+  /// UIDs of the devices that play at once; empty without multi-output.
+  std::vector<std::string> multiOutputDeviceUIDs() const;
+
+  // Engine queue. What plays goes on at the same position, with the settings of the device that
+  // comes into use; what was paused stays paused.
+  /// The listener's choice, remembered; ends following and multi-output.
   void selectOutputDevice(AudioDeviceID device);
+  void followSystemDefault();
+  /// Two devices or more, the first of which sets the clock. Exclusive and integer mode end.
+  void enableMultiOutput(const std::vector<std::string>& uids);
+  void disableMultiOutput();
+
+  // The device's own volume, 0 to 1. Any thread.
+  std::optional<float> hardwareVolume(AudioDeviceID device) const;
+  bool setHardwareVolume(AudioDeviceID device, float volume);
 
   // --- Parts that others use ---
 

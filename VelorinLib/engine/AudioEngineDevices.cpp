@@ -167,6 +167,7 @@ PlaybackFacts AudioEngine::Impl::facts() {
     facts.resampledFrom = heard->fileFormat.sampleRate;
     facts.resampledTo = heard->targetSampleRate;
   }
+  facts.isInMemory = heard->isInMemory;
   facts.isIntegerOutput = playing->isIntegerOutput;
   facts.effectsActive = !playing->isIntegerOutput &&
                         (effects->chain.isActive() || effects->headroomDSP.headroomDB() > 0);

@@ -46,14 +46,13 @@ struct AudioEngine::Impl {
   void playPCM(const Track& track, std::optional<double> startTime) REQUIRES(lifecycleLock);
   enum class Started { playing, noFile, noOutput };
   Started startStream(const Track& track, double start, bool exclusively) REQUIRES(lifecycleLock);
-  std::unique_ptr<FileDecoder> openDecoder(const Track& track) REQUIRES(lifecycleLock);
+  OpenedTrack openDecoder(const Track& track) REQUIRES(lifecycleLock);
   void useSession(std::shared_ptr<PlaybackSession> made, std::unique_ptr<FileDecoder> decoder,
                   std::unique_ptr<ResampleStage> resampler, SourceFacts facts)
       REQUIRES(lifecycleLock);
   bool jumpWithinCueFile(const Track& track, std::optional<double> startTime)
       REQUIRES(lifecycleLock);
-  void makeSession(const Track& track, std::unique_ptr<FileDecoder> decoder)
-      REQUIRES(lifecycleLock);
+  void makeSession(const Track& track, OpenedTrack opened) REQUIRES(lifecycleLock);
   void startFilling(double start) REQUIRES(lifecycleLock);
   bool startAudioOutput(double start) REQUIRES(lifecycleLock);
   bool fallBackToFloat(double start) REQUIRES(lifecycleLock);

@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "engine/AudioEngineImpl.h"
-#include "engine/decoders/DecoderFactory.h"
 #include "engine/joins/Prefetch.h"
 #include "engine/output/ClientFormat.h"
 #include "foundation/Log.h"
@@ -96,28 +95,30 @@ void AudioEngine::Impl::playPCM(const Track& track, std::optional<double> startT
 
 AudioEngine::Impl::Started AudioEngine::Impl::startStream(const Track& track, double start,
                                                           bool exclusively) {
-  auto decoder = openDecoder(track);
-  if (!decoder) return Started::noFile;
+  OpenedTrack opened = openDecoder(track);
+  if (!opened.decoder) return Started::noFile;
   // Before the rates are decided: an exclusively held device offers others than the shared one.
   if (exclusively && devices.ensureValidOutputDevice()) devices.enableHogMode();
-  makeSession(track, std::move(decoder));
+  makeSession(track, std::move(opened));
   startFilling(start);
   prefill(*currentSession());
   return startAudioOutput(start) ? Started::playing : Started::noOutput;
 }
 
-std::unique_ptr<FileDecoder> AudioEngine::Impl::openDecoder(const Track& track) {
-  auto opened = DecoderFactory::open(track.filePath);
+OpenedTrack AudioEngine::Impl::openDecoder(const Track& track) {
+  auto opened = joins->files.open(track.filePath);
   if (opened) return std::move(opened).value();
 
   const std::string extension = text::fileExtension(track.filePath);
   log::line("❌ Cannot open {}file: {}", extension == "flac" ? "FLAC " : "", opened.error().text);
   bus.postOnMain(PlaybackFileUnavailable{titleOf(track), track.filePath});
-  return nullptr;
+  return {};
 }
 
-void AudioEngine::Impl::makeSession(const Track& track, std::unique_ptr<FileDecoder> decoder) {
+void AudioEngine::Impl::makeSession(const Track& track, OpenedTrack opened) {
+  auto decoder = std::move(opened.decoder);
   SourceFacts facts = describeSource(track, *decoder);
+  facts.isInMemory = opened.isInMemory;
   const double fileRate = facts.fileFormat.sampleRate;
   const RateOffer offer = devices.rateOffer();
   const RatePlan plan = planRates(settings.rates, offer, fileRate);
@@ -249,14 +250,16 @@ bool AudioEngine::Impl::fallBackToFloat(double start) {
   // The file is opened once more: what is decoded may be another track by now.
   fillThread.stop(/*quick=*/true);
   const SharedFacts old = refused->clock.read(0).facts;
-  auto decoder = openDecoder(old->track);
-  if (!decoder) return false;
+  OpenedTrack opened = openDecoder(old->track);
+  if (!opened.decoder) return false;
+  auto decoder = std::move(opened.decoder);
   auto made = makeStream(StreamFormat::planarFloat(refused->clientFormat.sampleRate,
                                                    refused->clientFormat.channelsPerFrame),
                          joins);
   made->rateSettings = refused->rateSettings;
   made->rateOffer = refused->rateOffer;
   SourceFacts facts = describeSource(old->track, *decoder);
+  facts.isInMemory = opened.isInMemory;
   auto resampler = ResampleStage::create(facts.fileFormat.sampleRate, made->clientFormat);
   useSession(std::move(made), std::move(decoder), std::move(resampler), std::move(facts));
   startFilling(start);

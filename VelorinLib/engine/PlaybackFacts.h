@@ -18,6 +18,8 @@ struct PlaybackFacts {
   std::optional<DecoderInfo> decoder;
   double resampledFrom = 0;  ///< Hz before our resampler, 0 without one
   double resampledTo = 0;
+  bool isInMemory = false;  ///< decoded from RAM
+  double dsdRate = 0;       ///< Hz of the one-bit source, 0 for PCM
   bool isIntegerOutput = false;
   bool deviceRateVerified = false;
   bool softwareVolumeActive = false;

@@ -31,6 +31,7 @@ struct SourceFacts {
   CueBounds bounds;
   double duration = 0;              ///< seconds of the track, 0 when the file does not tell
   double targetSampleRate = 0;      ///< Hz after the resampler, 0 without one
+  bool isInMemory = false;          ///< decoded from RAM
   bool isBridgeResampling = false;  ///< resampled for a join, not by the listener's choice
   /// Names this use of a track: two of the same track in a row differ. Above 0.
   std::uint64_t serial = 0;

@@ -10,6 +10,8 @@
 
 namespace velorin {
 
+class DSDSource;
+
 /// What the signal path shows of the decoder at work.
 struct DecoderInfo {
   std::string name;
@@ -57,6 +59,10 @@ class FileDecoder : public FillThreadDecoder {
 
   /// Samples are floating point at the source, so integer output would lose their range.
   virtual bool isFloatSource() const noexcept { return false; }
+
+  /// The one-bit side of a DSD file, which is to be told its output rate before anything else is
+  /// asked of the decoder; null for every other file.
+  virtual DSDSource* dsd() noexcept { return nullptr; }
 
   /// Moves to a frame, a negative one taken as 0. False when the position cannot be reached;
   /// the decoder stays usable.

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "engine/SourceFacts.h"
+#include "engine/files/TrackFiles.h"
 #include "engine/joins/JoinSettings.h"
 #include "engine/joins/NextTrack.h"
 #include "engine/joins/PreOpenedDecoder.h"
@@ -15,6 +16,7 @@ namespace velorin {
 struct JoinDesk {
   JoinSettings settings;
   NextTrack nextTrack;
+  TrackFiles files;
   PreOpenedDecoder preOpened;
   /// Fill thread: a joined track is heard; the main thread is to be told. `generation` is the
   /// stream's. Set once, before the first stream.

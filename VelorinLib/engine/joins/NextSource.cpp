@@ -1,6 +1,5 @@
 #include "engine/joins/NextSource.h"
 
-#include "engine/decoders/DecoderFactory.h"
 #include "foundation/Log.h"
 #include "foundation/Text.h"
 
@@ -14,10 +13,10 @@ bool isDSD(const std::string& path) {
   return extension == "dsf" || extension == "dff";
 }
 
-std::unique_ptr<FileDecoder> open(JoinDesk& desk, const std::string& path) {
-  if (auto opened = desk.preOpened.take(path)) return opened;
-  auto opened = DecoderFactory::open(path);
-  return opened ? std::move(opened).value() : nullptr;
+OpenedTrack open(JoinDesk& desk, const std::string& path) {
+  if (OpenedTrack ahead = desk.preOpened.take(path); ahead.decoder) return ahead;
+  auto opened = desk.files.open(path);
+  return opened ? std::move(opened).value() : OpenedTrack{};
 }
 
 /// An integer stream carries words of one size, which a decoder fills by its own depth.
@@ -53,13 +52,15 @@ std::optional<NextSource> openNextSource(const PlaybackSession& session, const T
                                          const std::string& name, bool mayBreakNative) {
   if (isDSD(track.filePath)) return std::nullopt;
   NextSource next;
-  next.decoder = open(*session.joins, track.filePath);
-  if (!next.decoder) return std::nullopt;
+  OpenedTrack opened = open(*session.joins, track.filePath);
+  if (!opened.decoder) return std::nullopt;
+  next.decoder = std::move(opened.decoder);
   moveToCueStart(*next.decoder, track, name);
 
   const SourceFacts& old = *session.source;
   const StreamFormat& client = session.clientFormat;
   next.facts = describeSource(track, *next.decoder);
+  next.facts.isInMemory = opened.isInMemory;
   const double newRate = next.facts.fileFormat.sampleRate;
   if (next.facts.fileFormat.channelsPerFrame != client.channelsPerFrame) return std::nullopt;
   if (!fitsIntegers(session, *next.decoder, name)) return std::nullopt;
@@ -90,9 +91,9 @@ std::optional<NextSource> openNextSource(const PlaybackSession& session, const T
 }
 
 std::unique_ptr<SourceReader> reopenSource(const PlaybackSession& session, SharedFacts facts) {
-  auto opened = DecoderFactory::open(facts->track.filePath);
+  auto opened = session.joins->files.open(facts->track.filePath);
   if (!opened) return nullptr;
-  auto decoder = std::move(opened).value();
+  auto decoder = std::move(opened.value().decoder);
   if (describeSource(facts->track, *decoder).fileFormat != facts->fileFormat) return nullptr;
   std::unique_ptr<ResampleStage> resampler;
   if (facts->targetSampleRate > 0) {

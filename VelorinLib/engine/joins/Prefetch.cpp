@@ -1,6 +1,5 @@
 #include "engine/joins/Prefetch.h"
 
-#include "engine/decoders/DecoderFactory.h"
 #include "foundation/Log.h"
 #include "foundation/SerialQueue.h"
 #include "foundation/Text.h"
@@ -24,21 +23,21 @@ bool canBePreOpened(const JoinDesk& desk, const Track& next, const std::string& 
 void preOpen(JoinDesk& desk, const std::string& playingPath) {
   const auto wish = desk.nextTrack.get();
   if (!wish || !canBePreOpened(desk, wish->track, playingPath)) {
-    desk.preOpened.put({}, nullptr);
+    desk.preOpened.put({}, {});
     return;
   }
   const std::string& path = wish->track.filePath;
   if (desk.preOpened.holds(path)) return;
-  auto opened = DecoderFactory::open(path);
+  auto opened = desk.files.open(path);
   if (!opened) {
-    desk.preOpened.put({}, nullptr);
+    desk.preOpened.put({}, {});
     return;
   }
   const auto now = desk.nextTrack.get();
   if (!now || now->track.filePath != path) return;
-  auto decoder = std::move(opened).value();
-  const std::string format = decoder->info().formatTag.value_or("track");
-  desk.preOpened.put(path, std::move(decoder));
+  OpenedTrack track = std::move(opened).value();
+  const std::string format = track.decoder->info().formatTag.value_or("track");
+  desk.preOpened.put(path, std::move(track));
   log::line("📦 Pre-opened next {} for gapless: {}", format, titleOf(wish->track));
 }
 
@@ -53,7 +52,7 @@ void prefetchNextTrack(const std::shared_ptr<JoinDesk>& desk, const std::optiona
 
 void dropPrefetched(const std::shared_ptr<JoinDesk>& desk) {
   utilityQueue().async([weak = std::weak_ptr(desk)] {
-    if (const auto alive = weak.lock()) alive->preOpened.put({}, nullptr);
+    if (const auto alive = weak.lock()) alive->preOpened.put({}, {});
   });
 }
 

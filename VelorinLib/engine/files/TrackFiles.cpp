@@ -1,0 +1,13 @@
+#include "engine/files/TrackFiles.h"
+
+#include "engine/decoders/DecoderFactory.h"
+
+namespace velorin {
+
+Result<OpenedTrack, DecoderError> TrackFiles::open(const std::string& path) {
+  auto opened = DecoderFactory::open(path);
+  if (!opened) return opened.error();
+  return OpenedTrack{.decoder = std::move(opened).value(), .isInMemory = false};
+}
+
+}  // namespace velorin
