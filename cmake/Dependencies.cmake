@@ -21,6 +21,8 @@ function(velorin_require name module package)
 endfunction()
 
 velorin_require(flac flac libflac-dev)
+velorin_require(opusfile opusfile libopusfile-dev)
+velorin_require(wavpack wavpack libwavpack-dev)
 velorin_require(soxr soxr libsoxr-dev)
 velorin_require(alsa alsa libasound2-dev)
 velorin_require(pipewire libpipewire-0.3 libpipewire-0.3-dev)

@@ -5,14 +5,14 @@
 set -eu
 
 apt_build="make cmake ninja-build g++ ccache pkg-config git ca-certificates
-  libflac-dev libsoxr-dev libasound2-dev libpipewire-0.3-dev libsdbus-c++-dev libsystemd-dev
+  libflac-dev libopusfile-dev libwavpack-dev libsoxr-dev libasound2-dev libpipewire-0.3-dev libsdbus-c++-dev libsystemd-dev
   libboost1.81-dev libplist-dev nlohmann-json3-dev libfmt-dev libcli11-dev libsqlite3-dev libcairo2-dev
   libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev
   libjpeg62-turbo-dev libpng-dev libutf8proc-dev"
 # Nothing beyond what the build brings: the desktop has its own sound server, and without one the
 # program plays into its paced null output.
 apt_run=""
-apt_test="libgtest-dev flac ffmpeg wavpack libjmac-java default-jre-headless
+apt_test="libgtest-dev flac ffmpeg wavpack opus-tools libjmac-java default-jre-headless
   libfuse3-dev fuse3 e2fsprogs mount pipewire pipewire-bin wireplumber pipewire-alsa alsa-utils
   dbus dbus-bin python3 python3-dbusmock playerctl dunst xvfb
   desktop-file-utils appstream systemd"
