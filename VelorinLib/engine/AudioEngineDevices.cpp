@@ -175,6 +175,7 @@ PlaybackFacts AudioEngine::Impl::facts() {
                                controls->volumeMode.load() == VolumeMode::software &&
                                std::abs(controls->volume.load() - 1.0f) > 0.0001f;
   facts.deviceName = hardware.deviceName(devices.current());
+  facts.transport = transportName(hardware.transportType(devices.current()));
   return facts;
 }
 

@@ -7,8 +7,10 @@
 namespace velorin {
 namespace {
 
-/// Bits of an integer sample that 32-bit float carries exactly.
-constexpr int kExactFloatBits = 24;
+/// Bits of a sample that 32-bit float carries exactly.
+int exactBits(const StreamFormat& source) {
+  return source.isFloat() ? 32 : 24;
+}
 
 }  // namespace
 
@@ -18,8 +20,9 @@ PathVerdict judge(const PlaybackFacts& facts) {
 
   if (facts.output.backend.empty()) return no("nothing is playing");
   if (facts.decoder && !facts.decoder->isLossless) return no("lossy source");
+  if (facts.dsdRate > 0) return no("DSD is converted to PCM");
   if (facts.resampledTo > 0) return no(fmt::format("resampled to {:.0f} Hz", facts.resampledTo));
-  if (!facts.isIntegerOutput && facts.sourceBitDepth > kExactFloatBits) {
+  if (!facts.isIntegerOutput && facts.sourceBitDepth > exactBits(facts.fileFormat)) {
     return no(fmt::format("{} bits do not fit 32-bit float", facts.sourceBitDepth));
   }
   if (facts.effectsActive) return no("effects are on");

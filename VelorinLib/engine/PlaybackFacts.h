@@ -25,6 +25,7 @@ struct PlaybackFacts {
   bool softwareVolumeActive = false;
   bool effectsActive = false;
   std::string deviceName;
+  std::string transport;  ///< how the device is attached, as transportName()
   OutputReport output;
 };
 

@@ -185,6 +185,7 @@ TEST(PlaybackFacts, NothingIsBitPerfectThatIsNotProven) {
   const Case cases[] = {
       {"nothing is playing", [](PlaybackFacts& f) { f = {}; }},
       {"lossy source", [](PlaybackFacts& f) { f.decoder->isLossless = false; }},
+      {"DSD is converted to PCM", [](PlaybackFacts& f) { f.dsdRate = 2822400; }},
       {"resampled to 88200 Hz", [](PlaybackFacts& f) { f.resampledTo = 88200; }},
       {"25 bits do not fit 32-bit float", [](PlaybackFacts& f) { f.sourceBitDepth = 25; }},
       {"effects are on", [](PlaybackFacts& f) { f.effectsActive = true; }},
@@ -204,11 +205,19 @@ TEST(PlaybackFacts, NothingIsBitPerfectThatIsNotProven) {
     EXPECT_EQ(judge(facts).reason, c.reason);
   }
 
-  PlaybackFacts integer = perfect;
-  integer.isIntegerOutput = true;
-  integer.sourceBitDepth = 32;
-  integer.output.deviceBits = 32;
-  EXPECT_TRUE(judge(integer).bitPerfect) << "32 bits fit an integer path";
+  for (const bool isFloatFile : {false, true}) {
+    PlaybackFacts wide = perfect;
+    wide.sourceBitDepth = 32;
+    wide.output.deviceBits = 32;
+    if (isFloatFile) {
+      wide.fileFormat = fileFormatOf(96000, 2, 32, true);
+    } else {
+      wide.isIntegerOutput = true;
+    }
+    EXPECT_TRUE(judge(wide).bitPerfect) << "32 bits fit a path of their kind";
+    wide.output.deviceBits = 24;
+    EXPECT_EQ(judge(wide).reason, "only 24 bits reach the device");
+  }
 }
 
 }  // namespace
