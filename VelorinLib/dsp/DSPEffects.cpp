@@ -55,6 +55,7 @@ HeadphoneProfileRef DSPEffects::findProfile(std::string_view id) const {
 }
 
 void DSPEffects::applyChain(const std::vector<DSPChainEntry>& entries) {
+  const MutexLock hold(_editing);
   std::vector<DSPProcessor*> processors;
   for (const DSPChainEntry& entry : entries) {
     DSPEffect& chosen = effect(entry.effectType);
@@ -77,6 +78,7 @@ void DSPEffects::applyChain(const std::vector<DSPChainEntry>& entries) {
 }
 
 void DSPEffects::formatChanged(double sampleRate, std::size_t channels) {
+  const MutexLock hold(_editing);
   if (sampleRate > 0) _sampleRate = sampleRate;
   if (channels > 0) _channels = channels;
   if (!(sampleRate > 0) || channels == 0) return;

@@ -23,6 +23,7 @@
 #include "dsp/effects/TubeWarmthDSP.h"
 #include "dsp/effects/VinylSimulatorDSP.h"
 #include "dsp/presets/HeadphoneProfileDatabase.h"
+#include "foundation/Mutex.h"
 
 namespace velorin {
 
@@ -33,8 +34,7 @@ struct DSPStages {
   ClippingDetector& clipping;
 };
 
-/// The effects live as long as this; the chain only lists them. Any thread but the render thread,
-/// one caller at a time (the engine's queue).
+/// The effects live as long as this; the chain only lists them. Any thread but the render thread.
 class DSPEffects {
  public:
   /// The database, in which profiles are looked up by id, outlives this.
@@ -48,15 +48,18 @@ class DSPEffects {
 
   /// Makes the chain that of the entries: order, switches, and the headphone profile where one is
   /// named; a profile that is not known leaves the effect with what it holds.
-  void applyChain(const std::vector<DSPChainEntry>& entries);
+  void applyChain(const std::vector<DSPChainEntry>& entries) EXCLUDES(_editing);
   bool knowsProfile(std::string_view id) const { return findProfile(id) != nullptr; }
 
   /// What was applied last.
-  const std::vector<DSPChainEntry>& entries() const noexcept { return _entries; }
+  std::vector<DSPChainEntry> entries() const EXCLUDES(_editing) {
+    const MutexLock hold(_editing);
+    return _entries;
+  }
 
   /// Tells everyone the format of the stream, before its output starts. A rate in Hz or a count of
   /// channels of 0 is no format: the effects keep what they know.
-  void formatChanged(double sampleRate, std::size_t channels);
+  void formatChanged(double sampleRate, std::size_t channels) EXCLUDES(_editing);
 
   /// The largest sum of what the enabled effects can add to a track, in dB, 0 or more. Of a track
   /// that is not known, without its ReplayGain.
@@ -91,10 +94,11 @@ class DSPEffects {
   HeadphoneProfileRef findProfile(std::string_view id) const;
 
   HeadphoneProfileDatabase& _profiles;
-  std::vector<DSPChainEntry> _entries;
-  double _sampleRate = 44100;
-  std::size_t _channels = 2;
-  bool _formatIsKnown = false;
+  mutable Mutex _editing;  ///< taken before those of the effects and of the chain
+  std::vector<DSPChainEntry> _entries GUARDED_BY(_editing);
+  double _sampleRate GUARDED_BY(_editing) = 44100;
+  std::size_t _channels GUARDED_BY(_editing) = 2;
+  bool _formatIsKnown GUARDED_BY(_editing) = false;
 };
 
 /// The chain of a start without a stored one: the default entries, switched as the effects are,

@@ -1,5 +1,6 @@
 #include "engine/AudioEngine.h"
 
+#include "dsp/settings/EffectSettings.h"
 #include "engine/AudioEngineImpl.h"
 #include "foundation/Preferences.h"
 
@@ -7,10 +8,7 @@ namespace velorin {
 namespace {
 
 DSPChainConfig startUpChain(const Preferences& preferences, DSPEffects& effects) {
-  if (const auto bytes = preferences.getBytes("dspChainConfig")) {
-    const std::string_view json(reinterpret_cast<const char*>(bytes->data()), bytes->size());
-    if (auto stored = chainConfigFromJSON(json)) return std::move(*stored);
-  }
+  if (auto stored = storedChain(preferences)) return std::move(*stored);
   return chainOfSwitches([&](DSPEffectType type) { return effects.effect(type).isEnabled(); });
 }
 
@@ -38,6 +36,7 @@ AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences, Even
     postTrackChange(owner_, joined, generation, std::chrono::milliseconds(0));
   };
   devices.restore();
+  loadEffects(*effects, preferences);
   effects->applyChain(startUpChain(preferences, *effects).entries);
 }
 

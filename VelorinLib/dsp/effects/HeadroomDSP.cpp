@@ -5,10 +5,15 @@
 namespace velorin {
 
 void HeadroomDSP::setHeadroom(double dB) noexcept {
-  _headroomDB.set(dB);
+  _headroomDB.set(isManaged() ? dB : 0);
   const float held = headroomDB();
   _gainLinear.store(held > 0 ? linearGain(-held) : 1.0f, std::memory_order_relaxed);
   _detector.reset();
+}
+
+void HeadroomDSP::setManaged(bool managed) noexcept {
+  _isManaged.store(managed, std::memory_order_relaxed);
+  if (!managed) reset();
 }
 
 void HeadroomDSP::process(AudioBufferList& buffers, std::int64_t frameCount) noexcept {

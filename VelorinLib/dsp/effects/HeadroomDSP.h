@@ -16,6 +16,10 @@ class HeadroomDSP {
   /// dB to take away, at most 100; 0 or less, or a NaN, for none. Any thread but the render thread.
   void setHeadroom(double dB) noexcept;
   float headroomDB() const noexcept { return _headroomDB.get(); }
+  /// The listener's switch: while it is off there is no headroom, whatever is set. After it was
+  /// turned on, the headroom is to be set anew.
+  void setManaged(bool managed) noexcept;
+  bool isManaged() const noexcept { return _isManaged.load(std::memory_order_relaxed); }
   void reset() noexcept { setHeadroom(0); }
 
   /// Render thread.
@@ -24,6 +28,7 @@ class HeadroomDSP {
  private:
   ClippingDetector& _detector;
   std::atomic<float> _gainLinear{1};
+  std::atomic<bool> _isManaged{true};
   HeldValue<float> _headroomDB{-100, 100, 0};
 };
 
