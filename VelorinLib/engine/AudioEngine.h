@@ -161,6 +161,11 @@ class AudioEngine {
   void enableMultiOutput(const std::vector<std::string>& uids);
   void disableMultiOutput();
 
+  /// Writes what is set now into the profile of the device in use: between two switches a setting
+  /// that belongs to a device was changed. Nothing without a device, and after shutDown(). Engine
+  /// queue; not defined yet: where a switch captures the device that is left, this does the same.
+  void saveDeviceProfile();
+
   // The device's own volume, 0 to 1. Any thread.
   std::optional<float> hardwareVolume(AudioDeviceID device) const;
   bool setHardwareVolume(AudioDeviceID device, float volume);
