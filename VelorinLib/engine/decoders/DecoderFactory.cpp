@@ -8,6 +8,7 @@
 
 #include "engine/decoders/FLACDecoder.h"
 #include "engine/decoders/FileHandle.h"
+#include "engine/dsd/DSDDecoder.h"
 
 namespace velorin {
 namespace {
@@ -21,12 +22,21 @@ DecoderFactory::Opened make(std::unique_ptr<ReadableFile> file) {
   return std::unique_ptr<FileDecoder>(std::move(made).value());
 }
 
+template <DSDFormat format>
+DecoderFactory::Opened makeDSD(std::unique_ptr<ReadableFile> file) {
+  auto made = DSDDecoder::create(std::move(file), format);
+  if (!made) return made.error();
+  return std::unique_ptr<FileDecoder>(std::move(made).value());
+}
+
 struct Format {
   std::string_view extension;
   Make make;
 };
 
 constexpr std::array kFormats = {
+    Format{.extension = "dff", .make = makeDSD<DSDFormat::dsdiff>},
+    Format{.extension = "dsf", .make = makeDSD<DSDFormat::dsf>},
     Format{.extension = "flac", .make = make<FLACDecoder>},
 };
 

@@ -36,6 +36,11 @@ class DSDSource {
   /// length and positions are those of the PCM after it, and it stands at the first frame. Engine
   /// queue or fill thread, before the first read. Throws std::bad_alloc.
   virtual void prepareDSDtoPCM(int decimation) = 0;
+  /// Joins this file to the one before, which has been read to its end: what the filters of that
+  /// one hold is heard first, so that a recording that was cut into files plays on without a seam.
+  /// To be called once prepared and before the first read. Does nothing where the PCM rates differ.
+  /// Fill thread.
+  virtual void continueFrom(const DSDSource& before) noexcept = 0;
 };
 
 }  // namespace velorin
