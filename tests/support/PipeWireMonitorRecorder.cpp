@@ -75,7 +75,7 @@ bool PipeWireMonitorRecorder::start(const std::string& sink, unsigned rate, unsi
   pw_properties* properties = pw_properties_new(
       PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, "Capture", PW_KEY_NODE_NAME, "recorder",
       PW_KEY_STREAM_CAPTURE_SINK, "true", PW_KEY_STREAM_DONT_REMIX, "true", nullptr);
-  pw_properties_set(properties, PW_KEY_TARGET_OBJECT, sink.c_str());
+  if (!sink.empty()) pw_properties_set(properties, PW_KEY_TARGET_OBJECT, sink.c_str());
   pw_properties_setf(properties, PW_KEY_NODE_RATE, "1/%u", rate);
   pw_properties_setf(properties, PW_KEY_NODE_FORCE_RATE, "%u", rate);
   static const pw_stream_events kEvents = [] {
@@ -112,12 +112,14 @@ bool PipeWireMonitorRecorder::start(const std::string& sink, unsigned rate, unsi
   spa_pod_builder builder{};
   spa_pod_builder_init(&builder, pod, sizeof(pod));
   const spa_pod* params[] = {spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &info)};
-  const auto flags = static_cast<pw_stream_flags>(
-      PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_RT_PROCESS);
+  const auto flags =
+      static_cast<pw_stream_flags>((sink.empty() ? 0 : PW_STREAM_FLAG_AUTOCONNECT) |
+                                   PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_RT_PROCESS);
   const int result =
       impl.stream ? pw_stream_connect(impl.stream, PW_DIRECTION_INPUT, PW_ID_ANY, flags, params, 1)
                   : -1;
   pw_thread_loop_unlock(impl.loop);
+  if (sink.empty()) return result >= 0;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
   while (result >= 0 && size() == 0 && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -20,7 +20,8 @@ class PipeWireMonitorRecorder {
   PipeWireMonitorRecorder& operator=(const PipeWireMonitorRecorder&) = delete;
 
   /// Records the sink's monitor and waits until the first samples have come; false after 5 s
-  /// without. The graph is forced to `rate` meanwhile. Keeps up to `seconds` of sound.
+  /// without. The graph is forced to `rate` meanwhile. Keeps up to `seconds` of sound. Without a
+  /// sink it waits for nothing: whoever wants something recorded links it to the node "recorder".
   bool start(const std::string& sink, unsigned rate, unsigned channels, MonitorFormat format,
              unsigned seconds = 20);
   /// Bytes recorded so far. Any thread.

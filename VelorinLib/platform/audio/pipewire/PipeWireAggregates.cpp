@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 #include <pipewire/impl.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <functional>
 
 namespace velorin {
 namespace {
@@ -21,18 +23,21 @@ std::string quoted(std::string_view text) {
   return result + '"';
 }
 
-std::string moduleArguments(const AudioHardware::AggregateDescription& description) {
+// isMono: for the sinks that get both channels mixed; all others get them as they are.
+std::string moduleArguments(const AudioHardware::AggregateDescription& description,
+                            const std::function<bool(const std::string&)>& isMono) {
   std::string rules;
   for (const std::string& uid : description.subDeviceUIDs) {
     rules += fmt::format(
         "{{ matches = [ {{ node.name = {} media.class = \"Audio/Sink\" }} ] "
-        "actions = {{ create-stream = {{ }} }} }} ",
-        quoted(uid));
+        "actions = {{ create-stream = {{ {} }} }} }} ",
+        quoted(uid), isMono(uid) ? "" : "stream.dont-remix = true");
   }
   return fmt::format(
       "{{ combine.mode = sink node.name = {} node.description = {} "
-      "combine.props = {{ audio.position = [ FL FR ] }} "
-      "stream.props = {{ stream.dont-remix = true node.dont-reconnect = true }} "
+      // Not a sink for others: neither listed, nor ever the default.
+      "combine.props = {{ audio.position = [ FL FR ] media.class = Audio/Sink/Internal }} "
+      "stream.props = {{ node.dont-reconnect = true state.restore-props = false }} "
       "stream.rules = [ {} ] }}",
       quoted(description.uid), quoted(description.name), rules);
 }
@@ -71,10 +76,14 @@ class PipeWireAggregates::Module {
 };
 
 PipeWireAggregates::PipeWireAggregates(std::shared_ptr<PipeWireSystem> system)
-    : _system(std::move(system)) {}
+    : _system(std::move(system)) {
+  PipeWireLock lock(_system->loop());
+  _system->setSinkRemoved([this] { endSilentOnes(); });
+}
 
 PipeWireAggregates::~PipeWireAggregates() {
   PipeWireLock lock(_system->loop());
+  _system->setSinkRemoved({});
   _modules.clear();
 }
 
@@ -89,23 +98,52 @@ AudioStatus PipeWireAggregates::create(const AudioHardware::AggregateDescription
     if (!_system->deviceNamed(uid)) return AudioStatus::failure(-ENODEV, "no device " + uid);
   }
   if (_system->deviceNamed(description.uid)) return AudioStatus::failure(-EEXIST);
+  const auto isMono = [this](const std::string& uid) {
+    const PipeWireDevice* sink = _system->deviceNamed(uid);
+    return sink && sink->channels() == 1;
+  };
   pw_impl_module* module =
       pw_context_load_module(_system->loop().context(), "libpipewire-module-combine-stream",
-                             moduleArguments(description).c_str(), nullptr);
+                             moduleArguments(description, isMono).c_str(), nullptr);
   if (!module) {
     return AudioStatus::failure(-ENOTSUP, "PipeWire's combine-stream module is not available");
   }
   _modules[description.uid] = std::make_unique<Module>(module);
-  _system->setAggregate(description.uid, true);
-  const bool appeared = _system->loop().waitUntil(
-      PipeWireLoop::Clock::now() + kTimeout,
-      [&] { return _system->deviceNamed(description.uid) != nullptr; }, kPoll);
-  if (!appeared) {
-    forget(description.uid);
-    return AudioStatus::failure(-ETIMEDOUT, "the combined device did not appear");
+  _system->setAggregate(description.uid, description.subDeviceUIDs);
+  AudioStatus status = waitForLinks(description);
+  const PipeWireDevice* device = _system->deviceNamed(description.uid);
+  if (status.ok() && device) {
+    created = device->id();
+    return status;
   }
-  created = _system->deviceNamed(description.uid)->id();
+  forget(description.uid);
+  return status.ok() ? AudioStatus::failure(-ENODEV, "the combined device has gone") : status;
+}
+
+AudioStatus PipeWireAggregates::waitForLinks(
+    const AudioHardware::AggregateDescription& description) {
+  const auto deadline = PipeWireLoop::Clock::now() + kTimeout;
+  for (const std::string& uid : description.subDeviceUIDs) {
+    const auto isReady = [&] { return isLinked(description.uid, uid); };
+    if (_system->loop().waitUntil(deadline, isReady, kPoll)) continue;
+    const PipeWireDevice* sink = _system->deviceNamed(uid);
+    if (!sink) return AudioStatus::failure(-ENODEV, fmt::format("{} has gone", uid));
+    for (const PipeWirePlayer& player : _system->graph().playersOn(sink->nodeId())) {
+      if (!player.exclusive) continue;
+      return AudioStatus::failure(-EBUSY, fmt::format("{} is held by {} (process {})", sink->name(),
+                                                      player.program, player.pid));
+    }
+    return AudioStatus::failure(-ETIMEDOUT, fmt::format("{} was not connected", sink->name()));
+  }
   return AudioStatus::success();
+}
+
+bool PipeWireAggregates::isLinked(const std::string& uid, const std::string& subDeviceUID) const {
+  const PipeWireDevice* sink = _system->deviceNamed(subDeviceUID);
+  if (!_system->deviceNamed(uid) || !sink) return false;
+  const std::string stream = fmt::format("output.{}_{}", uid, subDeviceUID);
+  return std::ranges::any_of(_system->graph().playersOn(sink->nodeId()),
+                             [&](const PipeWirePlayer& player) { return player.node == stream; });
 }
 
 AudioStatus PipeWireAggregates::destroy(AudioDeviceID device) {
@@ -123,7 +161,15 @@ AudioStatus PipeWireAggregates::destroy(AudioDeviceID device) {
 
 void PipeWireAggregates::forget(const std::string& uid) {
   _modules.erase(uid);
-  _system->setAggregate(uid, false);
+  _system->setAggregate(uid, {});
+}
+
+void PipeWireAggregates::endSilentOnes() {
+  for (auto module = _modules.begin(); module != _modules.end();) {
+    const PipeWireDevice* device = _system->deviceNamed(module->first);
+    // It stays a device of ours until the server has taken it back.
+    module = device && _system->sinksOf(*device).empty() ? _modules.erase(module) : ++module;
+  }
 }
 
 }  // namespace velorin

@@ -1,4 +1,9 @@
-// Combining sinks: made by the server's own combining module, loaded into this process.
+// Several sinks as one: made by the server's own combining module, loaded into this process.
+//
+// The combining node and its streams belong to this process, so that they end with it however it
+// ends. All of them run in one cycle of the graph: what is played is given to every sink in the
+// same cycle, and a sink with a clock of its own is fitted to the one that drives the graph. A sink
+// that goes while others stay is left out and taken up again when it comes back.
 #pragma once
 
 #include <map>
@@ -18,7 +23,8 @@ class PipeWireAggregates {
   PipeWireAggregates(const PipeWireAggregates&) = delete;
   PipeWireAggregates& operator=(const PipeWireAggregates&) = delete;
 
-  /// Makes the sink and waits up to 2 s until it is announced.
+  /// Makes the device and waits up to 2 s until it plays on every one of its sinks. -EBUSY when one
+  /// of them is held exclusively by somebody.
   AudioStatus create(const AudioHardware::AggregateDescription& description,
                      AudioDeviceID& created);
   /// -ENODEV for a device that is not one of these, or whose server has ended meanwhile.
@@ -26,7 +32,11 @@ class PipeWireAggregates {
 
  private:
   class Module;
+  bool isLinked(const std::string& uid, const std::string& subDeviceUID) const;
+  AudioStatus waitForLinks(const AudioHardware::AggregateDescription& description);
   void forget(const std::string& uid);
+  /// An aggregate without a sink would play to nobody.
+  void endSilentOnes();
 
   const std::shared_ptr<PipeWireSystem> _system;
   std::map<std::string, std::unique_ptr<Module>> _modules;  ///< by UID; with the loop's lock held

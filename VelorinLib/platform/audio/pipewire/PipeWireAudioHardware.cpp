@@ -26,9 +26,10 @@ double rateOf(PipeWireSystem& system, const PipeWireDevice& device) {
   if (const double wish = system.wishes(device.id()).rate; wish > 0) return wish;
   const PipeWireClock& clock = system.metadata().clock();
   const double graph = clock.forcedRate > 0 ? clock.forcedRate : clock.rate;
-  const auto& rates = device.offer().rates;
-  if (rates.empty() || device.offer().offers(graph)) return graph;
-  return *std::ranges::min_element(rates, {}, [&](double rate) { return std::abs(rate - graph); });
+  const PipeWireOffer offer = system.offerOf(device);
+  if (offer.rates.empty() || offer.offers(graph)) return graph;
+  return *std::ranges::min_element(offer.rates, {},
+                                   [&](double rate) { return std::abs(rate - graph); });
 }
 
 }  // namespace
@@ -120,7 +121,7 @@ std::vector<RateRange> PipeWireAudioHardware::availableSampleRates(AudioDeviceID
   PipeWireLock lock(_system->loop());
   std::vector<RateRange> ranges;
   if (const PipeWireDevice* found = _system->device(device)) {
-    for (const double rate : found->offer().rates) ranges.push_back({rate, rate});
+    for (const double rate : _system->offerOf(*found).rates) ranges.push_back({rate, rate});
   }
   return ranges;
 }
@@ -135,7 +136,7 @@ AudioStatus PipeWireAudioHardware::setNominalSampleRate(AudioDeviceID device, do
   PipeWireLock lock(_system->loop());
   const PipeWireDevice* found = _system->device(device);
   if (!found) return AudioStatus::failure(-ENODEV);
-  if (!found->offer().offers(rate)) {
+  if (!_system->offerOf(*found).offers(rate)) {
     return AudioStatus::failure(-EINVAL,
                                 fmt::format("{} does not run at {:.0f} Hz", found->name(), rate));
   }
@@ -150,7 +151,7 @@ AudioStatus PipeWireAudioHardware::setNominalSampleRate(AudioDeviceID device, do
 std::vector<PhysicalFormat> PipeWireAudioHardware::physicalFormats(AudioDeviceID device) const {
   PipeWireLock lock(_system->loop());
   const PipeWireDevice* found = _system->device(device);
-  return found ? found->offer().formats : std::vector<PhysicalFormat>();
+  return found ? _system->offerOf(*found).formats : std::vector<PhysicalFormat>();
 }
 
 std::optional<PhysicalFormat> PipeWireAudioHardware::currentPhysicalFormat(
@@ -159,8 +160,9 @@ std::optional<PhysicalFormat> PipeWireAudioHardware::currentPhysicalFormat(
   const PipeWireDevice* found = _system->device(device);
   if (!found) return std::nullopt;
   if (const auto format = found->format()) return format->physical;
-  if (found->offer().formats.empty()) return std::nullopt;
-  return found->offer().formats.front();
+  const PipeWireOffer offer = _system->offerOf(*found);
+  if (offer.formats.empty()) return std::nullopt;
+  return offer.formats.front();
 }
 
 std::uint32_t PipeWireAudioHardware::outputChannels(AudioDeviceID device) const {
@@ -205,7 +207,13 @@ AudioStatus PipeWireAudioHardware::setBufferFrameSize(AudioDeviceID device, std:
 std::uint32_t PipeWireAudioHardware::latency(AudioDeviceID device) const {
   PipeWireLock lock(_system->loop());
   const PipeWireDevice* found = _system->device(device);
-  return found ? found->latency(rateOf(*_system, *found)) : 0;
+  if (!found) return 0;
+  const double rate = rateOf(*_system, *found);
+  std::uint32_t longest = 0;
+  for (const PipeWireDevice* sink : _system->sinksOf(*found)) {
+    longest = std::max(longest, sink->latency(rate));
+  }
+  return longest;
 }
 
 std::uint32_t PipeWireAudioHardware::safetyOffset(AudioDeviceID) const {

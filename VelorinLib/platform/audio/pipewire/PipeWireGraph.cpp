@@ -84,8 +84,9 @@ std::vector<PipeWirePlayer> PipeWireGraph::playersOn(std::uint32_t sinkNodeId) c
     if (const auto stream = _streams.find(link.from); stream != _streams.end()) {
       const PipeWireProperties& properties = stream->second->properties();
       player.exclusive = properties.isTrue(PW_KEY_NODE_EXCLUSIVE);
+      player.node = properties.text(PW_KEY_NODE_NAME);
       player.program = properties.text(PW_KEY_APP_NAME);
-      if (player.program.empty()) player.program = properties.text(PW_KEY_NODE_NAME);
+      if (player.program.empty()) player.program = player.node;
       const auto clientId = properties.number(PW_KEY_CLIENT_ID).value_or(-1);
       const auto client = _clients.find(static_cast<std::uint32_t>(clientId));
       if (client != _clients.end()) player.pid = client->second.pid;

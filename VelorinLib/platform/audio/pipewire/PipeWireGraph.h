@@ -16,6 +16,7 @@ namespace velorin {
 /// A stream of some program that is linked to a sink.
 struct PipeWirePlayer {
   std::uint32_t nodeId = 0;
+  std::string node;     ///< node.name; empty for what is no playback stream
   std::string program;  ///< its name, or the node's
   pid_t pid = -1;
   bool exclusive = false;

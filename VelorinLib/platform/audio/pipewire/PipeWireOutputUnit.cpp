@@ -139,7 +139,8 @@ PipeWireStreamSetup PipeWireOutputUnit::setupFor(const PipeWireDevice& device) c
   if (setup.positions.empty()) setup.positions = usualPositions(_format.channelsPerFrame);
   setup.remix = _format.channelsPerFrame > device.channels();
   const double rate = wishes.rate > 0 ? wishes.rate : _format.sampleRate;
-  if (device.offer().offers(rate)) setup.graphRate = static_cast<std::uint32_t>(std::lround(rate));
+  if (_system->offerOf(device).offers(rate))
+    setup.graphRate = static_cast<std::uint32_t>(std::lround(rate));
   setup.latencyFrames = wishes.bufferFrames;
   setup.exclusive = wishes.exclusive;
   return setup;
@@ -281,13 +282,28 @@ OutputReport PipeWireOutputUnit::report() const {
   // Behind a combining sink every device has a clock of its own, to which samples are fitted.
   const bool isCombined = _system->isAggregate(device->uid());
   report.converted = otherRate || fewerBits || _setup.remix || isCombined;
-  const bool byHardware = device->hasHardwareVolume(_system->cardOf(*device));
-  report.volumeUnity = device->gains().isUnity(byHardware) && _stream->gains().isUnity();
-  const auto players = _system->graph().playersOn(device->nodeId());
-  const bool hasOthers = std::ranges::any_of(
-      players, [this](const auto& player) { return player.nodeId != _stream->nodeId(); });
-  report.mixed = hasOthers;
+  report.volumeUnity = device->gains().isUnity(byHardware(*device)) && _stream->gains().isUnity();
+  const auto isForeign = [this](const PipeWirePlayer& player) {
+    return player.nodeId != _stream->nodeId();
+  };
+  report.mixed = std::ranges::any_of(_system->graph().playersOn(device->nodeId()), isForeign);
+  if (isCombined) addSinks(*device, report);
   return report;
+}
+
+void PipeWireOutputUnit::addSinks(const PipeWireDevice& aggregate, OutputReport& report) const {
+  const auto isForeign = [&](const PipeWirePlayer& player) {
+    return !player.node.starts_with("output." + aggregate.uid());
+  };
+  for (const PipeWireDevice* sink : _system->sinksOf(aggregate)) {
+    const auto players = _system->graph().playersOn(sink->nodeId());
+    report.mixed = report.mixed || std::ranges::any_of(players, isForeign);
+    report.volumeUnity = report.volumeUnity && sink->gains().isUnity(byHardware(*sink));
+  }
+}
+
+bool PipeWireOutputUnit::byHardware(const PipeWireDevice& sink) const {
+  return sink.hasHardwareVolume(_system->cardOf(sink));
 }
 
 }  // namespace velorin

@@ -40,6 +40,9 @@ class PipeWireOutputUnit : public OutputUnit, private PipeWireSinkUser {
   bool hasFailed() const;
   /// Why the stream does not go: the device went, the server's reason, or none within the time.
   AudioStatus failure(const char* ifNone) const;
+  /// What the sinks behind an aggregate add to the report.
+  void addSinks(const PipeWireDevice& aggregate, OutputReport& report) const;
+  bool byHardware(const PipeWireDevice& sink) const;
   void streamChanged();
   void post(OutputEvent event);
 

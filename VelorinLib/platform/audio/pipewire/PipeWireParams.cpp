@@ -145,6 +145,14 @@ bool PipeWireGains::isUnity(bool byHardware) const noexcept {
   return byHardware || allUnity(channels);
 }
 
+void restrictOffer(PipeWireOffer& offer, const PipeWireOffer& sink) {
+  for (const PhysicalFormat& format : sink.formats) addFormat(offer, format);
+  std::vector<std::uint32_t> common;
+  std::ranges::set_intersection(offer.rates, sink.rates, std::back_inserter(common));
+  if (offer.rates.empty()) common = sink.rates;
+  if (!common.empty()) offer.rates = std::move(common);
+}
+
 void addFormatOffer(const spa_pod* param, PipeWireOffer& offer) {
   std::uint32_t mediaType = 0;
   std::uint32_t subtype = 0;

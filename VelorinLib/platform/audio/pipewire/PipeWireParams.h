@@ -57,6 +57,11 @@ struct PipeWireRoute {
   bool hasHardwareVolume = false;
 };
 
+/// Adds to `offer`, which is that of several sinks played as one, what one more of them can: its
+/// formats, and of the rates those that they share. Without a common rate the first sink's stay,
+/// for the server converts.
+void restrictOffer(PipeWireOffer& offer, const PipeWireOffer& sink);
+
 /// Adds one EnumFormat parameter.
 void addFormatOffer(const spa_pod* param, PipeWireOffer& offer);
 std::optional<PipeWireFormat> parseFormat(const spa_pod* param);

@@ -55,11 +55,12 @@ std::vector<AudioDeviceID> PipeWireSystem::devices() const {
 
 PipeWireDevice* PipeWireSystem::device(AudioDeviceID id) const {
   // A sink may be made anew before the server has withdrawn the old one: take the youngest.
-  PipeWireDevice* found = nullptr;
+  const Sink* found = nullptr;
   for (const auto& [node, sink] : _sinks) {
-    if (sink.announced && sink.device->id() == id) found = sink.device.get();
+    if (!sink.announced || sink.device->id() != id) continue;
+    if (!found || sink.arrival > found->arrival) found = &sink;
   }
-  return found;
+  return found ? found->device.get() : nullptr;
 }
 
 PipeWireDevice* PipeWireSystem::deviceNamed(std::string_view uid) const {
@@ -74,12 +75,29 @@ PipeWireCard* PipeWireSystem::cardOf(const PipeWireDevice& device) const {
   return card == _cards.end() ? nullptr : card->second.get();
 }
 
-void PipeWireSystem::setAggregate(const std::string& uid, bool isOne) {
-  if (isOne) {
-    _aggregates.insert(uid);
-  } else {
+void PipeWireSystem::setAggregate(const std::string& uid, std::vector<std::string> subDeviceUIDs) {
+  if (subDeviceUIDs.empty()) {
     _aggregates.erase(uid);
+  } else {
+    _aggregates[uid] = std::move(subDeviceUIDs);
   }
+}
+
+std::vector<const PipeWireDevice*> PipeWireSystem::sinksOf(const PipeWireDevice& device) const {
+  const auto aggregate = _aggregates.find(device.uid());
+  if (aggregate == _aggregates.end()) return {&device};
+  std::vector<const PipeWireDevice*> sinks;
+  for (const std::string& uid : aggregate->second) {
+    if (const PipeWireDevice* sink = deviceNamed(uid)) sinks.push_back(sink);
+  }
+  return sinks;
+}
+
+PipeWireOffer PipeWireSystem::offerOf(const PipeWireDevice& device) const {
+  PipeWireOffer offer = device.offer();
+  if (!isAggregate(device.uid())) return offer;
+  for (const PipeWireDevice* sink : sinksOf(device)) restrictOffer(offer, sink->offer());
+  return offer;
 }
 
 void PipeWireSystem::addUser(PipeWireSinkUser* user) {
@@ -103,7 +121,8 @@ void PipeWireSystem::globalAdded(const PipeWireGlobal& global) {
     _cards[global.id] = std::make_unique<PipeWireCard>(_connection.registry(), global);
   } else if (global.type == PW_TYPE_INTERFACE_Node) {
     const std::string_view mediaClass = global.prop(PW_KEY_MEDIA_CLASS);
-    if (mediaClass == "Audio/Sink" || mediaClass == "Audio/Duplex") addSink(global);
+    const bool isSink = mediaClass == "Audio/Sink" || mediaClass == "Audio/Duplex";
+    if (isSink || isAggregate(global.prop(PW_KEY_NODE_NAME))) addSink(global);
   }
 }
 
@@ -117,8 +136,10 @@ void PipeWireSystem::addSink(const PipeWireGlobal& global) {
       _listeners.notify(AudioProperty::volume, id, element);
     }
   };
-  _sinks[global.id].device =
+  Sink& added = _sinks[global.id];
+  added.device =
       std::make_unique<PipeWireDevice>(id, _connection.registry(), global, volumeChanged);
+  added.arrival = ++_arrivals;
   if (!_connection.isReady()) return;  // connected() announces it
   _connection.whenAnswered([this, node = global.id] {
     const auto sink = _sinks.find(node);
@@ -140,6 +161,10 @@ void PipeWireSystem::globalRemoved(std::uint32_t id) {
   _sinks.erase(sink);
   loseUsersOf(id);
   _listeners.notify(AudioProperty::devices);
+  // Not from within the server's call, and only if somebody still wants to know.
+  _loop->defer([this] {
+    if (_sinkRemoved) _sinkRemoved();
+  });
 }
 
 void PipeWireSystem::loseUsersOf(std::uint32_t sinkNodeId) {

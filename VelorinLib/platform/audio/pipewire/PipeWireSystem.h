@@ -2,9 +2,9 @@
 // has announced on it.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <vector>
 
 #include "foundation/SerialQueue.h"
@@ -63,9 +63,17 @@ class PipeWireSystem : private PipeWireGlobals {
   PipeWireCard* cardOf(const PipeWireDevice& device) const;
   PipeWireWishes& wishes(AudioDeviceID id) { return _wishes[id]; }
 
-  /// Marks the UIDs of combining sinks that this process made.
-  void setAggregate(const std::string& uid, bool isOne);
+  /// Makes a node of that name, which the server shows to nobody as a sink, a device of ours that
+  /// plays on all of these. An empty list ends that.
+  void setAggregate(const std::string& uid, std::vector<std::string> subDeviceUIDs);
   bool isAggregate(std::string_view uid) const { return _aggregates.contains(uid); }
+  /// The sinks that a device's sound ends up on and that are present, in order: for an aggregate
+  /// its sub-devices, else the device itself.
+  std::vector<const PipeWireDevice*> sinksOf(const PipeWireDevice& device) const;
+  /// What the device can run at: an aggregate at the rates that all its sinks have.
+  PipeWireOffer offerOf(const PipeWireDevice& device) const;
+  /// Called with the lock held, on the loop's thread, soon after a sink went.
+  void setSinkRemoved(std::function<void()> removed) { _sinkRemoved = std::move(removed); }
 
   void addUser(PipeWireSinkUser* user);
   void removeUser(PipeWireSinkUser* user);
@@ -83,7 +91,8 @@ class PipeWireSystem : private PipeWireGlobals {
 
   struct Sink {
     std::unique_ptr<PipeWireDevice> device;
-    bool announced = false;  // its details have arrived
+    std::uint64_t arrival = 0;  // rising; ids of the server are given again
+    bool announced = false;     // its details have arrived
   };
 
   const std::unique_ptr<PipeWireLoop> _loop;
@@ -95,7 +104,9 @@ class PipeWireSystem : private PipeWireGlobals {
   std::map<std::uint32_t, std::unique_ptr<PipeWireCard>> _cards;
   std::map<std::string, AudioDeviceID, std::less<>> _idsByUID;
   std::map<AudioDeviceID, PipeWireWishes> _wishes;
-  std::set<std::string, std::less<>> _aggregates;
+  std::map<std::string, std::vector<std::string>, std::less<>> _aggregates;
+  std::function<void()> _sinkRemoved;
+  std::uint64_t _arrivals = 0;
   std::vector<PipeWireSinkUser*> _users;
   SerialQueue _events{"com.velorin.pipewire.events"};
 };
