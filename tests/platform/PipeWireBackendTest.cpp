@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
@@ -15,6 +16,7 @@
 #include "foundation/Log.h"
 #include "foundation/Realtime.h"
 #include "foundation/SerialQueue.h"
+#include "platform/audio/pipewire/PipeWireVolume.h"
 #include "support/Eventually.h"
 #include "support/PipeWireMonitorRecorder.h"
 #include "support/PipeWireSession.h"
@@ -477,7 +479,7 @@ TEST_F(PipeWireBackendTest, ExclusiveMeansNobodyElse) {
   EXPECT_TRUE(refused->start().ok());
 }
 
-TEST_F(PipeWireBackendTest, VolumeGoesRoundAndShowsInTheReport) {
+TEST_F(PipeWireBackendTest, VolumeGoesRoundAndOnlyForeignChangesAreNews) {
   SerialQueue queue("com.velorin.test");
   const AudioDeviceID any = device("any");
   std::atomic<int> changes = 0;
@@ -488,9 +490,6 @@ TEST_F(PipeWireBackendTest, VolumeGoesRoundAndShowsInTheReport) {
   Player player;
   auto unit = player.playingOn(*hardware, any, 48000);
   EXPECT_TRUE(unit->report().volumeUnity);
-
-  // Each change is made by the side that has seen the one before it: what a server tells of itself
-  // is a moment old.
   AudioStatus status;
   const auto other = PipeWireAudioHardware::create(status);
   const AudioDeviceID same = other->deviceForUID("any");
@@ -498,21 +497,61 @@ TEST_F(PipeWireBackendTest, VolumeGoesRoundAndShowsInTheReport) {
                        float value) {
     return eventually([&] { return std::abs(*side.volume(id, element) - value) < 1e-4f; });
   };
-  ASSERT_TRUE(hardware->setVolume(any, 1, 0.25f).ok());
-  ASSERT_TRUE(sees(*other, same, 1, 0.25f));
-  ASSERT_TRUE(other->setVolume(same, 0, 0.5f).ok());
-  EXPECT_TRUE(sees(*hardware, any, 0, 0.5f));
-  EXPECT_TRUE(sees(*hardware, any, 1, 0.125f)) << "the balance is kept";
-  EXPECT_TRUE(eventually([&] { return !unit->report().volumeUnity; }));
 
+  // A slider that is drawn: what it set last stands, whatever echo is on its way.
+  ASSERT_TRUE(hardware->setVolume(any, 1, 0.5f).ok());
+  for (int step = 100; step >= 0; --step) {
+    const float value = static_cast<float>(step) / 100;
+    ASSERT_TRUE(hardware->setVolume(any, 0, value).ok());
+    ASSERT_NEAR(*hardware->volume(any, 0), value, 1e-4f);
+    if (step % 20 == 0) {
+      ASSERT_TRUE(sees(*other, same, 0, value));
+    }
+  }
+  ASSERT_TRUE(hardware->setVolume(any, 0, 1).ok());
+  ASSERT_TRUE(sees(*other, same, 1, 0.5f)) << "the balance outlives silence";
+  EXPECT_TRUE(eventually([&] { return !unit->report().volumeUnity; }));
+  EXPECT_EQ(changes, 0);
+
+  ASSERT_TRUE(other->setVolume(same, 0, 0.25f).ok());
+  EXPECT_TRUE(eventually([&] { return changes == 1; }));
+  EXPECT_TRUE(sees(*hardware, any, 1, 0.125f));
   ASSERT_TRUE(other->setVolume(same, 1, 1).ok());
-  ASSERT_TRUE(sees(*hardware, any, 1, 1));
-  ASSERT_TRUE(hardware->setVolume(any, 2, 7).ok());
-  EXPECT_TRUE(sees(*other, same, 2, 1));
-  EXPECT_TRUE(eventually([&] { return changes >= 1 && hardware->volume(any, 0) == 1.0f; }));
+  ASSERT_TRUE(other->setVolume(same, 2, 7).ok());
+  EXPECT_TRUE(sees(*hardware, any, 1, 1) && sees(*hardware, any, 2, 1));
   EXPECT_TRUE(eventually([&] { return unit->report().volumeUnity; }));
+
+  const std::string node = std::to_string(session->nodeId("any").value());
+  const int before = changes;
+  test::runProgram({"pw-cli", "set-param", node, "Props", "{ mute = true }"});
+  EXPECT_TRUE(eventually([&] { return !unit->report().volumeUnity; })) << "muted";
+  EXPECT_EQ(hardware->volume(any, 0), 1.0f);
+  EXPECT_EQ(changes, before);
   EXPECT_EQ(hardware->setVolume(any, 3, 1).code, -ENOTSUP);
+  EXPECT_EQ(hardware->setVolume(any, 0, std::nanf("")).code, -EINVAL);
   EXPECT_FALSE(hardware->hasVolume(any, 3));
+}
+
+TEST(PipeWireVolumeTest, TellsEchoesFromNewsAndBelievesTheServerInTheEnd) {
+  const PipeWireVolume::Clock::time_point begin{};
+  const auto at = [&](int ms) { return begin + 1h + std::chrono::milliseconds(ms); };
+  PipeWireVolume volume;
+  EXPECT_TRUE(volume.told({1, 1}, at(0)));
+  volume.sent({0.5f, 0.5f}, at(1));
+  volume.sent({0.2f, 0.2f}, at(2));
+  EXPECT_FALSE(volume.told({0.5f, 0.5f}, at(10))) << "late echo of the first";
+  EXPECT_EQ(volume.gains()[0], 0.2f);
+  EXPECT_FALSE(volume.told({0.201f, 0.199f}, at(11))) << "rounded by a mixer";
+  EXPECT_FALSE(volume.settle(at(400)));
+  EXPECT_FALSE(volume.settle(at(600)));
+  EXPECT_EQ(volume.gains()[0], 0.201f);
+  EXPECT_TRUE(volume.told({0.5f, 0.5f}, at(700))) << "this time it is somebody else";
+
+  volume.sent({0.1f, 0.1f}, at(800));
+  EXPECT_TRUE(volume.told({0.9f, 0.9f}, at(801))) << "somebody else, at the same time";
+  volume.sent({0.1f, 0.1f}, at(900));
+  EXPECT_TRUE(volume.settle(at(1500))) << "refused";
+  EXPECT_EQ(volume.gains()[0], 0.9f);
 }
 
 /// Pulses of the player in one channel of an interleaved recording, by frame.
@@ -589,7 +628,7 @@ TEST_F(PipeWireBackendTest, AnAggregateLivesAsLongAsOneOfItsSinks) {
   EXPECT_TRUE(hears("wide"));
   EXPECT_TRUE(unit->report().volumeUnity);
   ASSERT_TRUE(hardware->setVolume(device("wide"), 0, 0.5f).ok());
-  EXPECT_FALSE(unit->report().volumeUnity) << "what happens behind it is told";
+  EXPECT_TRUE(eventually([&] { return !unit->report().volumeUnity; })) << "also of what is behind";
 
   ASSERT_TRUE(session->removeSink("plugged"));
   ASSERT_TRUE(eventually([&] { return device("plugged") == kNoDevice; }));

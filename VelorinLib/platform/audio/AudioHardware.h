@@ -112,7 +112,8 @@ class AudioHardware {
     std::shared_ptr<void> _token;
   };
 
-  /// Calls `changed` on the queue after each change. `device` and `element` are ignored for
+  /// Calls `changed` on the queue after each change; of a volume after those that somebody else has
+  /// made, where setVolume() can be told from them. `device` and `element` are ignored for
   /// system properties. An empty Listener when the property cannot be listened to. The queue must
   /// outlive the Listener.
   virtual Listener addListener(AudioProperty property, AudioDeviceID device, std::uint32_t element,

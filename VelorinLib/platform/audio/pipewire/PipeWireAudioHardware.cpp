@@ -254,7 +254,7 @@ std::optional<float> PipeWireAudioHardware::volume(AudioDeviceID device,
   PipeWireLock lock(_system->loop());
   const PipeWireDevice* found = _system->device(device);
   if (!found) return std::nullopt;
-  const std::vector<float>& gains = found->gains().channels;
+  const std::vector<float>& gains = found->volume().gains();
   if (gains.empty() || element > gains.size()) return std::nullopt;
   const float gain = element == 0 ? *std::ranges::max_element(gains) : gains[element - 1];
   return std::cbrt(gain);
@@ -265,19 +265,26 @@ AudioStatus PipeWireAudioHardware::setVolume(AudioDeviceID device, std::uint32_t
   PipeWireLock lock(_system->loop());
   PipeWireDevice* found = _system->device(device);
   if (!found) return AudioStatus::failure(-ENODEV);
-  std::vector<float> gains = found->gains().channels;
+  std::vector<float> gains = found->volume().gains();
   if (gains.empty() || element > gains.size()) {
     return AudioStatus::failure(-ENOTSUP, "no volume control");
   }
+  if (std::isnan(value)) return AudioStatus::failure(-EINVAL, "a volume that is no number");
   const float scalar = std::clamp(value, 0.0f, 1.0f);
   const float gain = scalar * scalar * scalar;
   if (element > 0) {
     gains[element - 1] = gain;
   } else {
-    const float loudest = *std::ranges::max_element(gains);
-    for (float& each : gains) each = loudest > 0 ? each / loudest * gain : gain;
+    gains = found->volume().scaledTo(gain);
   }
-  return found->setChannelGains(std::move(gains), _system->cardOf(*found));
+  AudioStatus status = found->setChannelGains(std::move(gains), _system->cardOf(*found));
+  // The device may have gone by then, and may be another object.
+  _system->loop().defer(
+      [system = _system.get(), device] {
+        if (PipeWireDevice* still = system->device(device)) still->settleVolume();
+      },
+      PipeWireVolume::kEchoTime);
+  return status;
 }
 
 AudioStatus PipeWireAudioHardware::createAggregate(const AggregateDescription& description,

@@ -67,7 +67,8 @@ class PipeWireAudioHardware : public AudioHardware {
   AudioStatus setHogOwner(AudioDeviceID device, pid_t owner) override;
 
   /// The scalar is the cube root of the server's linear factor, as desktops show it. Element 0 is
-  /// the loudest channel; setting it keeps the balance.
+  /// the loudest channel; setting it keeps the balance, also by way of 0. A sink that is muted
+  /// keeps its volume and stays muted.
   bool hasVolume(AudioDeviceID device, std::uint32_t element) const override;
   std::optional<float> volume(AudioDeviceID device, std::uint32_t element) const override;
   AudioStatus setVolume(AudioDeviceID device, std::uint32_t element, float value) override;

@@ -20,11 +20,11 @@ const pw_node_events PipeWireDevice::kEvents = [] {
 }();
 
 PipeWireDevice::PipeWireDevice(AudioDeviceID id, pw_registry* registry, const PipeWireGlobal& node,
-                               std::function<void()> volumeChanged)
+                               Changes changes)
     : _id(id),
       _nodeId(node.id),
       _uid(node.prop(PW_KEY_NODE_NAME)),
-      _volumeChanged(std::move(volumeChanged)),
+      _changes(std::move(changes)),
       _properties(node.props) {
   _proxy = static_cast<pw_proxy*>(
       pw_registry_bind(registry, _nodeId, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
@@ -83,8 +83,12 @@ AudioStatus PipeWireDevice::setChannelGains(std::vector<float> gains, PipeWireCa
                                buildGains(buffer, gains));
   }
   if (result < 0) return AudioStatus::failure(result, "the server did not take the volume");
-  _gains.channels = std::move(gains);
+  _volume.sent(std::move(gains), PipeWireVolume::Clock::now());
   return AudioStatus::success();
+}
+
+void PipeWireDevice::settleVolume() {
+  if (_volume.settle(PipeWireVolume::Clock::now())) _changes.volume();
 }
 
 std::uint32_t PipeWireDevice::latency(double rate) const {
@@ -93,7 +97,11 @@ std::uint32_t PipeWireDevice::latency(double rate) const {
 }
 
 void PipeWireDevice::handleInfo(const pw_node_info& info) {
-  if (info.change_mask & PW_NODE_CHANGE_MASK_PROPS) _properties.assign(info.props);
+  if (info.change_mask & PW_NODE_CHANGE_MASK_PROPS) {
+    const std::string before = name();
+    _properties.assign(info.props);
+    if (name() != before) _changes.name();
+  }
   if (info.change_mask & PW_NODE_CHANGE_MASK_STATE) _state = info.state;
 }
 
@@ -107,9 +115,9 @@ void PipeWireDevice::handleParam(std::uint32_t id, std::uint32_t index, const sp
       _format = parseFormat(param);
       break;
     case SPA_PARAM_Props: {
-      const PipeWireGains before = _gains;
       updateGains(param, _gains);
-      if (_gains != before) _volumeChanged();
+      // A mute is none: the volume stays what it was, and the report tells of the silence.
+      if (_volume.told(_gains.channels, PipeWireVolume::Clock::now())) _changes.volume();
       break;
     }
     case SPA_PARAM_Latency:

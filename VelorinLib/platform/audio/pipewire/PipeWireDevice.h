@@ -9,15 +9,20 @@
 #include "platform/audio/pipewire/PipeWireConnection.h"
 #include "platform/audio/pipewire/PipeWireParams.h"
 #include "platform/audio/pipewire/PipeWireProperties.h"
+#include "platform/audio/pipewire/PipeWireVolume.h"
 
 namespace velorin {
 
 /// All operations with the loop's lock held.
 class PipeWireDevice {
  public:
-  /// volumeChanged is called with the lock held after the gains changed from outside.
+  /// Hears of changes; called with the lock held.
+  struct Changes {
+    std::function<void()> volume;  ///< the volume, by somebody else
+    std::function<void()> name;
+  };
   PipeWireDevice(AudioDeviceID id, pw_registry* registry, const PipeWireGlobal& node,
-                 std::function<void()> volumeChanged);
+                 Changes changes);
   ~PipeWireDevice();
   PipeWireDevice(const PipeWireDevice&) = delete;
   PipeWireDevice& operator=(const PipeWireDevice&) = delete;
@@ -32,10 +37,14 @@ class PipeWireDevice {
   std::uint32_t channels() const;
   /// What the sink runs at now; nullopt while it is suspended.
   std::optional<PipeWireFormat> format() const;
+  /// As the server told them last.
   const PipeWireGains& gains() const noexcept { return _gains; }
-  /// Sets channelVolumes of the sink, or of the way out of its card when it has one; gains() has
-  /// the new values at once.
+  /// The channel volumes as they are being set: what was sent is there at once.
+  const PipeWireVolume& volume() const noexcept { return _volume; }
+  /// Sets channelVolumes of the sink, or of the way out of its card when it has one. settleVolume()
+  /// is due after PipeWireVolume::kEchoTime.
   AudioStatus setChannelGains(std::vector<float> gains, PipeWireCard* card);
+  void settleVolume();
   /// The card's own mixer does channelVolumes.
   bool hasHardwareVolume(const PipeWireCard* card) const;
   /// Frames at that rate that the sink delays, beyond the quantum.
@@ -50,7 +59,7 @@ class PipeWireDevice {
   const AudioDeviceID _id;
   const std::uint32_t _nodeId;
   const std::string _uid;
-  const std::function<void()> _volumeChanged;
+  const Changes _changes;
   pw_proxy* _proxy = nullptr;
   spa_hook _listener{};
   PipeWireProperties _properties;
@@ -58,6 +67,7 @@ class PipeWireDevice {
   PipeWireOffer _offer;
   std::optional<PipeWireFormat> _format;
   PipeWireGains _gains;
+  PipeWireVolume _volume;
   std::vector<std::byte> _latency;  ///< the parameter, for its parts count at a rate
 };
 

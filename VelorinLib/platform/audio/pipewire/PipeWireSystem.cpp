@@ -131,14 +131,17 @@ void PipeWireSystem::addSink(const PipeWireGlobal& global) {
   if (uid.empty()) return;
   const auto next = static_cast<AudioDeviceID>(_idsByUID.size() + 1);
   const AudioDeviceID id = _idsByUID.try_emplace(uid, next).first->second;
-  const auto volumeChanged = [this, id] {
+  PipeWireDevice::Changes changes;
+  changes.volume = [this, id] {
     for (const std::uint32_t element : {0u, 1u, 2u}) {
       _listeners.notify(AudioProperty::volume, id, element);
     }
   };
+  changes.name = [this, node = global.id] {
+    if (_sinks[node].announced) _listeners.notify(AudioProperty::devices);
+  };
   Sink& added = _sinks[global.id];
-  added.device =
-      std::make_unique<PipeWireDevice>(id, _connection.registry(), global, volumeChanged);
+  added.device = std::make_unique<PipeWireDevice>(id, _connection.registry(), global, changes);
   added.arrival = ++_arrivals;
   if (!_connection.isReady()) return;  // connected() announces it
   _connection.whenAnswered([this, node = global.id] {
