@@ -1,17 +1,14 @@
 #include "library/volumes/VolumeManager.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "foundation/Log.h"
 #include "foundation/Text.h"
 #include "library/queries/PathPrefix.h"
 #include "platform/files/RunProgram.h"
+#include "platform/files/VolumeMounting.h"
 
 namespace velorin {
 namespace {
@@ -158,12 +155,7 @@ void VolumeManager::remember(const std::string& folder, const std::string& realP
   // Mount points are told without symbolic links.
   if (folder == realPath) rememberInside(folder, MountTable::current());
   if (url.empty()) return;
-  PreferenceMap urls = mapOf(_preferences, kFolderRemountURLsKey);
-  const PreferenceValue value{url};
-  if (urls[folder] == value) return;
-  urls[folder] = value;
-  if (const std::string name = volumeName(realPath, mount); !name.empty()) urls[name] = value;
-  _preferences.setMap(kFolderRemountURLsKey, std::move(urls));
+  if (!remountURLs::remember(_preferences, {folder, volumeName(realPath, mount)}, url)) return;
   log::line("📌 Cached remount URL for {}: {}", shown(folder), shown(url));
 }
 
@@ -214,8 +206,9 @@ void VolumeManager::folderAdded(const std::string& folder) {
 }
 
 void VolumeManager::folderRemoved(const std::string& folder) {
+  remountURLs::forget(_preferences, folder);
   const MutexLock lock(_storeMutex);
-  for (const char* const key : {kFolderBookmarksKey, kFolderRemountURLsKey, kInnerVolumesKey}) {
+  for (const char* const key : {kFolderBookmarksKey, kInnerVolumesKey}) {
     PreferenceMap map = mapOf(_preferences, key);
     if (map.erase(folder) > 0) _preferences.setMap(key, std::move(map));
   }
@@ -280,14 +273,12 @@ std::vector<VolumeManager::ResolvedBookmark> VolumeManager::migrateFolderPaths(
 }
 
 void VolumeManager::moveEntries(const std::string& oldPath, const std::string& newPath) {
+  remountURLs::move(_preferences, oldPath, newPath);
   const MutexLock lock(_storeMutex);
-  for (const char* const key : {kFolderBookmarksKey, kFolderRemountURLsKey, kInnerVolumesKey}) {
+  // What is remembered of the old place would make the new one seem away.
+  for (const char* const key : {kFolderBookmarksKey, kInnerVolumesKey}) {
     PreferenceMap map = mapOf(_preferences, key);
-    auto entry = map.extract(oldPath);
-    if (entry.empty()) continue;
-    // What is remembered of the old place would make the new one seem away.
-    if (key == kFolderRemountURLsKey) map.insert_or_assign(newPath, std::move(entry.mapped()));
-    _preferences.setMap(key, std::move(map));
+    if (map.erase(oldPath) > 0) _preferences.setMap(key, std::move(map));
   }
 }
 
@@ -300,43 +291,13 @@ bool VolumeManager::mayAttemptRemount(const std::string& folder) {
   return true;
 }
 
-bool VolumeManager::isMountableByFstab(const std::string& mountPoint) const {
-  std::ifstream table(_settings.fstab);
-  for (std::string line; std::getline(table, line);) {
-    std::istringstream fields(line);
-    std::string source, point, type, options;
-    fields >> source >> point >> type >> options;
-    if (source.starts_with('#') || unescapeMountField(point) != mountPoint) continue;
-    if (::geteuid() == 0) return true;
-    std::istringstream list(options);
-    for (std::string option; std::getline(list, option, ',');) {
-      if (option == "user" || option == "users" || option == "owner" || option == "group") {
-        return true;
-      }
-    }
-  }
-  return false;
-}
-
 bool VolumeManager::remount(const std::string& folder) {
   if (!mayAttemptRemount(folder)) return false;
-  const auto volume = volumeOf(folder);
-  const PreferenceMap urls = mapOf(_preferences, kFolderRemountURLsKey);
-  std::vector<std::vector<std::string>> attempts;
-  if (volume && isMountableByFstab(volume->mountPoint)) {
-    attempts.push_back({"mount", volume->mountPoint});
-  }
-  auto url = urls.find(folder);
-  if (url == urls.end() && volume) {
-    url = urls.find(volume->mountPoint.substr(volume->mountPoint.rfind('/') + 1));
-  }
-  if (url != urls.end()) {
-    if (const auto* const text = std::get_if<std::string>(&url->second.value)) {
-      attempts.push_back({"gio", "mount", "--", *text});
-    }
-  } else if (volume && !volume->uuid.empty()) {
-    attempts.push_back({"gio", "mount", "-d", volume->uuid});
-  }
+  const auto volume = volumeOf(folder).value_or(RememberedVolume{});
+  const std::string& point = volume.mountPoint;
+  std::string url = remountURLs::of(_preferences, folder);
+  if (url.empty()) url = remountURLs::of(_preferences, point.substr(point.rfind('/') + 1));
+  const auto attempts = mountCommands({point, std::move(url), volume.uuid}, _settings.fstab);
   if (!std::ranges::any_of(attempts, _settings.run)) return false;
   std::this_thread::sleep_for(kSettling);
   return true;

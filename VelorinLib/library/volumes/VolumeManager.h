@@ -12,9 +12,10 @@
 #include "foundation/Mutex.h"
 #include "foundation/Preferences.h"
 #include "library/queries/FolderMove.h"
-#include "library/volumes/RememberedVolume.h"
 #include "library/volumes/VolumeResolving.h"
 #include "platform/files/PathProbe.h"
+#include "platform/files/RememberedVolume.h"
+#include "platform/files/RemountURLs.h"
 
 namespace velorin {
 
@@ -33,8 +34,8 @@ namespace velorin {
 /// `Settings::patience`, mounting by ten seconds.
 class VolumeManager final : public VolumeResolving {
  public:
-  static constexpr const char* kFolderBookmarksKey = "musicFolderBookmarks";
-  static constexpr const char* kFolderRemountURLsKey = "musicFolderRemountURLs";
+  static constexpr const char* kFolderBookmarksKey = RememberedVolume::kBookmarksKey;
+  static constexpr const char* kFolderRemountURLsKey = remountURLs::kKey;
   static constexpr const char* kInnerVolumesKey = "musicFolderInnerVolumes";
   static constexpr std::chrono::seconds kRemountInterval{8};
 
@@ -83,7 +84,6 @@ class VolumeManager final : public VolumeResolving {
   std::string newPathOf(const RememberedVolume& volume, const MountTable& table);
   bool remount(const std::string& folder);
   bool mayAttemptRemount(const std::string& folder);
-  bool isMountableByFstab(const std::string& mountPoint) const;
   void remember(const std::string& folder, const PathProbe::Answer& answer);
   void remember(const std::string& folder, const std::string& realPath, const Mount& mount);
   void rememberInside(const std::string& folder, const MountTable& table) REQUIRES(_storeMutex);

@@ -13,6 +13,9 @@ namespace velorin {
 /// Functions of values; any thread but the render thread. Only `rememberedVolume` looks at the
 /// disk, and only at file systems of this machine.
 struct RememberedVolume {
+  /// Under which the preference store keeps a map from music folder to its volume.
+  static constexpr const char* kBookmarksKey = "musicFolderBookmarks";
+
   std::string mountPoint;
   /// The folder's place below the mount point, "" for the mount point itself. Empty when the folder
   /// leads to the volume through a symbolic link, which is the listener's to change.

@@ -1,4 +1,4 @@
-#include "library/volumes/RememberedVolume.h"
+#include "platform/files/RememberedVolume.h"
 
 #include <fmt/format.h>
 #include <sys/stat.h>
