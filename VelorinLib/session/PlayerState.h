@@ -31,6 +31,7 @@ class AudioEngine;
 class EventBus;
 class Preferences;
 class SerialQueue;
+struct SignalPath;
 
 class PlayerState {
  public:
@@ -139,6 +140,9 @@ class PlayerState {
   double duration() const noexcept;
   int sourceBitDepth() const noexcept;
   double outputSampleRate() const noexcept;
+  /// What happens to the sound now, from the file to the device. Built anew at each call, which
+  /// asks the device.
+  SignalPath buildSignalPath();
   bool shuffleEnabled() const noexcept;
   RepeatMode repeatMode() const noexcept;
   bool stopAfterCurrent() const noexcept;

@@ -25,6 +25,8 @@ class ReplayGainDSP : public DSPEffect {
   /// is no positive number is unknown.
   void setTrackGain(double gainDB, double peak) noexcept;
   void clearTrackGain() noexcept { setTrackGain(0, 0); }
+  /// dB, before the cap.
+  float gain() const noexcept { return _gainDB.get(); }
 
   void process(AudioBufferList& buffers, std::int64_t frameCount,
                double sampleRate) noexcept override;
