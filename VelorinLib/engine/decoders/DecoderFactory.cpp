@@ -6,6 +6,7 @@
 #include <array>
 #include <string>
 
+#include "engine/decoders/ExtAudioFileDecoder.h"
 #include "engine/decoders/FLACDecoder.h"
 #include "engine/decoders/FileHandle.h"
 #include "engine/dsd/DSDDecoder.h"
@@ -13,20 +14,27 @@
 namespace velorin {
 namespace {
 
-using Make = DecoderFactory::Opened (*)(std::unique_ptr<ReadableFile>);
+using Make = DecoderFactory::Opened (*)(std::unique_ptr<ReadableFile>, std::string_view extension);
 
-template <class Decoder>
-DecoderFactory::Opened make(std::unique_ptr<ReadableFile> file) {
-  auto made = Decoder::create(std::move(file));
+template <class Made>
+DecoderFactory::Opened opened(Made made) {
   if (!made) return made.error();
   return std::unique_ptr<FileDecoder>(std::move(made).value());
 }
 
+template <class Decoder>
+DecoderFactory::Opened make(std::unique_ptr<ReadableFile> file, std::string_view) {
+  return opened(Decoder::create(std::move(file)));
+}
+
+/// For whatever has no decoder of its own.
+DecoderFactory::Opened makeAny(std::unique_ptr<ReadableFile> file, std::string_view extension) {
+  return opened(ExtAudioFileDecoder::create(std::move(file), extension));
+}
+
 template <DSDFormat format>
-DecoderFactory::Opened makeDSD(std::unique_ptr<ReadableFile> file) {
-  auto made = DSDDecoder::create(std::move(file), format);
-  if (!made) return made.error();
-  return std::unique_ptr<FileDecoder>(std::move(made).value());
+DecoderFactory::Opened makeDSD(std::unique_ptr<ReadableFile> file, std::string_view) {
+  return opened(DSDDecoder::create(std::move(file), format));
 }
 
 struct Format {
@@ -38,6 +46,31 @@ constexpr std::array kFormats = {
     Format{.extension = "dff", .make = makeDSD<DSDFormat::dsdiff>},
     Format{.extension = "dsf", .make = makeDSD<DSDFormat::dsf>},
     Format{.extension = "flac", .make = make<FLACDecoder>},
+    Format{.extension = "mp3", .make = makeAny},
+    Format{.extension = "m4a", .make = makeAny},
+    Format{.extension = "m4b", .make = makeAny},
+    Format{.extension = "mp4", .make = makeAny},
+    Format{.extension = "aac", .make = makeAny},
+    Format{.extension = "alac", .make = makeAny},
+    Format{.extension = "aiff", .make = makeAny},
+    Format{.extension = "aif", .make = makeAny},
+    Format{.extension = "aifc", .make = makeAny},
+    Format{.extension = "wav", .make = makeAny},
+    Format{.extension = "w64", .make = makeAny},
+    Format{.extension = "rf64", .make = makeAny},
+    Format{.extension = "caf", .make = makeAny},
+    Format{.extension = "au", .make = makeAny},
+    Format{.extension = "snd", .make = makeAny},
+    Format{.extension = "spx", .make = makeAny},
+    Format{.extension = "tta", .make = makeAny},
+    Format{.extension = "wma", .make = makeAny},
+    Format{.extension = "asf", .make = makeAny},
+    Format{.extension = "mka", .make = makeAny},
+    Format{.extension = "webm", .make = makeAny},
+    Format{.extension = "mp2", .make = makeAny},
+    Format{.extension = "ac3", .make = makeAny},
+    Format{.extension = "ogg", .make = makeAny},
+    Format{.extension = "oga", .make = makeAny},
 };
 
 // ASCII only: no extension of ours has other letters, and the locale must not matter.
@@ -81,14 +114,14 @@ DecoderFactory::Opened DecoderFactory::open(const std::filesystem::path& path) {
   const std::string dotted = path.extension().native();
   const Format* const format = formatFor(withoutDot(dotted));
   if (format == nullptr) return unsupported(withoutDot(dotted));
-  return format->make(std::move(file).value());
+  return format->make(std::move(file).value(), format->extension);
 }
 
 DecoderFactory::Opened DecoderFactory::open(std::unique_ptr<ReadableFile> file,
                                             std::string_view extension) {
   const Format* const format = formatFor(extension);
   if (format == nullptr) return unsupported(extension);
-  return format->make(std::move(file));
+  return format->make(std::move(file), format->extension);
 }
 
 }  // namespace velorin

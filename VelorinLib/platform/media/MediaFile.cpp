@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "foundation/Log.h"
+#include "platform/files/RegularFile.h"
 
 namespace velorin::media {
 namespace {
@@ -36,7 +37,7 @@ std::uint32_t littleEndian(const std::byte* bytes) {
 }
 
 /// The size without the ID3v1 and APEv2 tags at the end, which some demuxers take for sound.
-std::uint64_t sizeWithoutTags(const RegularFile& file) {
+std::uint64_t sizeWithoutTags(MediaBytes& file) {
   constexpr std::size_t kId3Bytes = 128;
   constexpr std::size_t kFooterBytes = 32;
   std::uint64_t size = file.size();
@@ -61,6 +62,24 @@ int refuse(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) {
   return AVERROR(EACCES);
 }
 
+/// As the library wants it: its own to free.
+char* copyOf(const char* text) {
+  return text ? av_strdup(text) : nullptr;
+}
+
+/// A file on disk, of the size that it had when it was opened.
+class DiskBytes final : public MediaBytes {
+ public:
+  explicit DiskBytes(RegularFile file) : _file(std::move(file)) {}
+  std::uint64_t size() const noexcept override { return _file.size(); }
+  std::size_t read(std::uint64_t offset, std::span<std::byte> destination) noexcept override {
+    return _file.read(offset, destination);
+  }
+
+ private:
+  const RegularFile _file;
+};
+
 }  // namespace
 
 MediaError mediaError(const char* what, int code) {
@@ -69,17 +88,25 @@ MediaError mediaError(const char* what, int code) {
   return {fmt::format("{}: {}", what, text.data())};
 }
 
-MediaFile::MediaFile(RegularFile file)
-    : _file(std::move(file)),
-      _size(sizeWithoutTags(_file)),
-      _bytesLeft(2 * _file.size() + (64U << 20)) {}
+MediaFile::MediaFile(std::shared_ptr<MediaBytes> bytes)
+    : _bytes(std::move(bytes)), _size(sizeWithoutTags(*_bytes)) {
+  renewBudget();
+}
+
+void MediaFile::renewBudget() noexcept {
+  _bytesLeft = 2 * _bytes->size() + (64U << 20);
+}
 
 Result<std::unique_ptr<MediaFile>, MediaError> MediaFile::open(const std::string& path) {
-  silence();
   auto file = RegularFile::open(path);
   if (!file) return MediaError{file.error()};
-  std::unique_ptr<MediaFile> media(new MediaFile(std::move(file).value()));
+  return open(std::make_shared<DiskBytes>(std::move(file).value()), {.name = path});
+}
 
+Result<std::unique_ptr<MediaFile>, MediaError> MediaFile::open(std::shared_ptr<MediaBytes> bytes,
+                                                               const MediaRules& rules) {
+  silence();
+  std::unique_ptr<MediaFile> media(new MediaFile(std::move(bytes)));
   auto* buffer = static_cast<unsigned char*>(av_malloc(kBufferBytes));
   if (buffer) {
     media->_io = avio_alloc_context(buffer, kBufferBytes, 0, media.get(), read, nullptr, seek);
@@ -93,9 +120,11 @@ Result<std::unique_ptr<MediaFile>, MediaError> MediaFile::open(const std::string
   media->_context->max_analyze_duration = AV_TIME_BASE;
   media->_context->flags |= AVFMT_FLAG_CUSTOM_IO;
 
-  // The name helps the library to tell formats apart; it opens nothing by it. A failed opening
-  // frees the context.
-  if (const int code = avformat_open_input(&media->_context, path.c_str(), nullptr, nullptr);
+  media->_context->format_whitelist = copyOf(rules.demuxers);
+  media->_context->codec_whitelist = copyOf(rules.decoders);
+
+  // A failed opening frees the context.
+  if (const int code = avformat_open_input(&media->_context, rules.name.c_str(), nullptr, nullptr);
       code < 0) {
     return mediaError("the file cannot be read as music", code);
   }
@@ -123,7 +152,7 @@ int MediaFile::read(void* self, std::uint8_t* buffer, int size) {
   auto& media = *static_cast<MediaFile*>(self);
   const std::uint64_t left = media._size - std::min(media._size, media._position);
   const auto wanted = std::min({static_cast<std::uint64_t>(size), left, media._bytesLeft});
-  const std::size_t got = media._file.read(
+  const std::size_t got = media._bytes->read(
       media._position, std::as_writable_bytes(std::span(buffer, static_cast<std::size_t>(wanted))));
   if (got == 0) return AVERROR_EOF;
   media._position += got;

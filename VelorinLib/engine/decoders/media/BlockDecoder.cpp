@@ -1,0 +1,92 @@
+#include "engine/decoders/media/BlockDecoder.h"
+
+extern "C" {
+#include <libavutil/intreadwrite.h>
+#include <libavutil/opt.h>
+}
+
+#include "platform/audio/StreamFormat.h"
+
+namespace velorin::media {
+namespace {
+
+DecoderError cannotDecode(const char* what) {
+  return {.text = fmt::format("the sound cannot be decoded: {}; convert the file to FLAC", what)};
+}
+
+/// Side data: frames to cut at the start and at the end, two little-endian words.
+constexpr std::size_t kCutBytes = 10;
+
+}  // namespace
+
+Result<std::unique_ptr<BlockDecoder>, DecoderError> BlockDecoder::open(PacketReader& packets) {
+  const AVCodecParameters& parameters = packets.codec();
+  const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
+  if (!codec) return cannotDecode("there is no decoder for this codec");
+  std::unique_ptr<BlockDecoder> decoder(new BlockDecoder(packets));
+  decoder->_codec.reset(avcodec_alloc_context3(codec));
+  decoder->_frame.reset(av_frame_alloc());
+  if (!decoder->_codec || !decoder->_frame ||
+      avcodec_parameters_to_context(decoder->_codec.get(), &parameters) < 0) {
+    return DecoderError{.kind = DecoderError::Kind::allocationFailed,
+                        .text = "not enough memory for a decoder; close other programs"};
+  }
+  AVCodecContext& context = *decoder->_codec;
+  context.thread_count = 1;
+  context.pkt_timebase = packets.stream().time_base;
+  context.flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
+  context.codec_whitelist = av_strdup(packets.rules().decoders);
+  // Of what a codec fills in by chance: the same each time.
+  av_opt_set_int(&context, "cons_noisegen", 1, AV_OPT_SEARCH_CHILDREN);
+  if (const int code = avcodec_open2(&context, codec, nullptr); code < 0) {
+    return cannotDecode(mediaError("the decoder does not start", code).reason.c_str());
+  }
+  return decoder;
+}
+
+bool BlockDecoder::next() noexcept {
+  _isAfterLoss = false;
+  for (;;) {
+    const int code = avcodec_receive_frame(_codec.get(), _frame.get());
+    if (code == 0) {
+      if (_frame->nb_samples > 0 && _frame->ch_layout.nb_channels > 0) return true;
+      continue;
+    }
+    if (code == AVERROR_EOF) break;
+    if (code != AVERROR(EAGAIN)) _isAfterLoss = true;
+    if (!feed()) break;
+  }
+  av_frame_unref(_frame.get());
+  return false;
+}
+
+bool BlockDecoder::feed() noexcept {
+  if (_isDraining) return false;
+  AVPacket* const packet = _packets.next();
+  if (!packet) {
+    _isDraining = true;
+    avcodec_send_packet(_codec.get(), nullptr);
+    return true;
+  }
+  if (!_sawPacket) {
+    _sawPacket = true;
+    std::size_t bytes = 0;
+    const std::uint8_t* cut = av_packet_get_side_data(packet, AV_PKT_DATA_SKIP_SAMPLES, &bytes);
+    if (cut && bytes >= kCutBytes) _startCut = AV_RL32(cut);
+  }
+  if (avcodec_send_packet(_codec.get(), packet) < 0) _isAfterLoss = true;
+  return true;
+}
+
+std::int64_t BlockDecoder::wantedEndCut() const noexcept {
+  const AVFrameSideData* cut = av_frame_get_side_data(_frame.get(), AV_FRAME_DATA_SKIP_SAMPLES);
+  return cut && cut->size >= kCutBytes ? AV_RL32(cut->data + 4) : 0;
+}
+
+void BlockDecoder::flush() noexcept {
+  avcodec_flush_buffers(_codec.get());
+  av_frame_unref(_frame.get());
+  _isDraining = false;
+}
+
+}  // namespace velorin::media
