@@ -21,7 +21,8 @@ AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences, Even
           HeadphoneProfileDatabase::shared(),
           preferences.getBool("dspDiagnosticsEnabled").value_or(false))),
       progressTimer(bus_, controls, effects),
-      devices(hardware_, preferences, bus_),
+      devices(hardware_, bus_),
+      follower(hardware_, devices, preferences),
       settings(EngineSettings::load(preferences)),
       output(hardware_, devices) {
   joins->settings.setGaplessEnabled(preferences.getBool("gaplessPlayback").value_or(true));
@@ -35,9 +36,12 @@ AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences, Even
   joins->announce = [owner_ = owner](const SharedFacts& joined, int generation) {
     postTrackChange(owner_, joined, generation, std::chrono::milliseconds(0));
   };
-  devices.restore();
+  devices.setCurrent(follower.deviceAtStart());
+  devices.ensureValidOutputDevice();
+  noteDeviceInUse();
   loadEffects(*effects, preferences);
   effects->applyChain(startUpChain(preferences, *effects).entries);
+  listenToDevices();
 }
 
 AudioEngine::AudioEngine(AudioHardware& hardware, Preferences& preferences, EventBus& bus)
@@ -48,9 +52,9 @@ AudioEngine::~AudioEngine() {
     MutexLock hold(_impl->owner->mutex);
     _impl->owner->impl = nullptr;
   }
-  RecursiveMutexLock hold(_impl->lifecycleLock);
-  _impl->settings.exclusiveMode = false;
-  _impl->stop();
+  _impl->devicesListener.reset();
+  _impl->defaultOutputListener.reset();
+  shutDown();
 }
 
 void AudioEngine::play(const Track& track, std::optional<double> startTime) {
@@ -65,6 +69,7 @@ void AudioEngine::stop() {
 
 void AudioEngine::shutDown() {
   RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->isClosing = true;
   // Cleared first, for it tells stop() that the device is to be given back.
   _impl->settings.exclusiveMode = false;
   _impl->stop();
@@ -268,23 +273,6 @@ void AudioEngine::setLowLatencyMode(bool on) {
   RecursiveMutexLock hold(_impl->lifecycleLock);
   _impl->settings.lowLatencyMode = on;
   if (on) _impl->fillThread.elevate();
-}
-
-std::vector<AudioDevice> AudioEngine::enumerateOutputDevices() const {
-  return _impl->devices.enumerateOutputDevices();
-}
-
-AudioDeviceID AudioEngine::currentDevice() const {
-  return _impl->devices.current();
-}
-bool AudioEngine::holdsDeviceExclusively() const {
-  return _impl->devices.isHogMode();
-}
-
-void AudioEngine::selectOutputDevice(AudioDeviceID device) {
-  RecursiveMutexLock hold(_impl->lifecycleLock);
-  if (_impl->hardware.hasOutputStreams(device)) _impl->devices.rememberChoice(device);
-  _impl->switchToDevice(device);
 }
 
 DSPEffects& AudioEngine::effects() {

@@ -6,17 +6,12 @@
 namespace velorin {
 namespace {
 
-using std::chrono::milliseconds;
-
-/// A sound server that was restarted is back within a second or two.
-constexpr milliseconds kReturnPoll{200};
-constexpr int kReturnAttempts = 25;
 /// A machine that cannot keep up must not be kept busy with saying so.
 constexpr std::chrono::seconds kUnderrunReportInterval{10};
 
 }  // namespace
 
-std::optional<AudioEngine::Impl::Resumption> AudioEngine::Impl::interrupt() {
+std::optional<Resumption> AudioEngine::Impl::interrupt() {
   // A joined track that is heard is what goes on, even if the main thread has not heard of it.
   if (const auto heard = heardSource(); heard && takeOver(*heard)) {
     bus.postOnMain(TrackDidChange{heard->track, heard->sourceBitDepth, heard->join});
@@ -29,11 +24,12 @@ std::optional<AudioEngine::Impl::Resumption> AudioEngine::Impl::interrupt() {
   return where;
 }
 
-void AudioEngine::Impl::goOn(const Resumption& where) {
+bool AudioEngine::Impl::goOn(const Resumption& where) {
   std::optional<double> start;
   if (where.position > 0) start = where.position;
   play(where.track, start);
   if (where.paused) pause();
+  return !outputFailed;
 }
 
 void AudioEngine::Impl::setExclusiveMode(bool on) {
@@ -51,17 +47,33 @@ void AudioEngine::Impl::setExclusiveMode(bool on) {
   if (where) goOn(*where);
 }
 
-void AudioEngine::Impl::switchToDevice(AudioDeviceID device) {
+void AudioEngine::Impl::switchToDevice(AudioDeviceID device, SwitchCause cause) {
   if (device == kNoDevice || !hardware.hasOutputStreams(device)) {
     log::line("⚠️ Ignoring non-output/invalid device id: {}", device);
     return;
   }
   if (device == devices.current()) return;
-  const auto where = interrupt();
+  auto where = interrupt();
+  if (where) {
+    interrupted.renewAttempts();
+  } else {
+    where = interrupted.take(playGeneration.load());
+  }
   devices.disableHogMode();
   devices.setCurrent(device);
+  noteDeviceInUse();
   if (settings.exclusiveMode) devices.enableHogMode();
-  if (where) goOn(*where);
+  if (!where) return;
+  if (cause == SwitchCause::asked) {
+    goOn(*where);
+  } else {
+    recover(*where);
+  }
+}
+
+void AudioEngine::Impl::noteDeviceInUse() {
+  const AudioDeviceID device = devices.current();
+  if (device != kNoDevice) inUse = {.id = device, .name = devices.deviceName(device)};
 }
 
 void AudioEngine::Impl::onOutputEvent(OutputEvent event, int generation) {
@@ -94,46 +106,6 @@ void AudioEngine::Impl::handleFormatChanged(int generation) {
   const auto playing = currentSession();
   if (playGeneration.load() != generation || !playing) return;
   output.verifyRate(playing->clientFormat.sampleRate);
-}
-
-void AudioEngine::Impl::handleDeviceLost(int generation) {
-  RecursiveMutexLock hold(lifecycleLock);
-  if (playGeneration.load() != generation) return;
-  const AudioDeviceID lost = devices.current();
-  const std::string lostName = outputDeviceName;
-  log::line("⚠️ Output device lost: {}", lostName);
-
-  const auto where = interrupt();
-  devices.disableHogMode();
-  if (!where) return;
-  if (!devices.ensureValidOutputDevice()) {
-    goOnWhenDeviceReturns(*where, playGeneration.load(), kReturnAttempts);
-    return;
-  }
-  const AudioDeviceID next = devices.current();
-  if (next != lost) {
-    bus.postOnMain(AudioDeviceDidAutoSwitch{
-        .fromID = lost, .fromName = lostName, .toID = next, .toName = hardware.deviceName(next)});
-  }
-  goOn(*where);
-}
-
-void AudioEngine::Impl::goOnWhenDeviceReturns(const Resumption& where, int generation,
-                                              int attemptsLeft) {
-  deviceListenerQueue.asyncAfter(kReturnPoll, [this, where, generation, attemptsLeft] {
-    RecursiveMutexLock hold(lifecycleLock);
-    // The listener did something in the meantime: that counts.
-    if (playGeneration.load() != generation) return;
-    if (hardware.devices().empty() || !devices.ensureValidOutputDevice()) {
-      if (attemptsLeft > 1) {
-        goOnWhenDeviceReturns(where, generation, attemptsLeft - 1);
-      } else {
-        log::line("❌ No valid output device available");
-      }
-      return;
-    }
-    goOn(where);
-  });
 }
 
 void AudioEngine::Impl::refreshReport() {
@@ -174,7 +146,7 @@ PlaybackFacts AudioEngine::Impl::facts() {
   facts.softwareVolumeActive = !playing->isIntegerOutput &&
                                controls->volumeMode.load() == VolumeMode::software &&
                                std::abs(controls->volume.load() - 1.0f) > 0.0001f;
-  facts.deviceName = hardware.deviceName(devices.current());
+  facts.deviceName = devices.deviceName(devices.current());
   facts.transport = transportName(hardware.transportType(devices.current()));
   return facts;
 }

@@ -8,6 +8,8 @@
 #include "engine/AudioEngine.h"
 #include "engine/EngineSettings.h"
 #include "engine/PlaybackSession.h"
+#include "engine/devices/DeviceFollower.h"
+#include "engine/devices/InterruptedPlayback.h"
 #include "engine/devices/OutputDevices.h"
 #include "engine/fill/FillThread.h"
 #include "engine/joins/JoinDesk.h"
@@ -73,22 +75,39 @@ struct AudioEngine::Impl {
 
   // --- Devices (AudioEngineDevices.cpp) ---
   void setExclusiveMode(bool on) REQUIRES(lifecycleLock);
-  void switchToDevice(AudioDeviceID device) REQUIRES(lifecycleLock);
+  /// A device that came by itself may not be ready yet, and is tried for some seconds.
+  enum class SwitchCause { asked, devicesChanged };
+  void switchToDevice(AudioDeviceID device, SwitchCause cause) REQUIRES(lifecycleLock);
+  void noteDeviceInUse() REQUIRES(lifecycleLock);
   void onOutputEvent(OutputEvent event, int generation);
   /// On the device listener queue: at most one line in ten seconds.
   void reportUnderrun();
-  void handleDeviceLost(int generation) EXCLUDES(lifecycleLock);
   void handleFormatChanged(int generation) EXCLUDES(lifecycleLock);
 
-  /// What is needed to go on where the music was.
-  struct Resumption {
-    Track track;
-    double position;
-    bool paused;
-  };
+  /// Stops what plays or is paused, and keeps its place.
   std::optional<Resumption> interrupt() REQUIRES(lifecycleLock);
-  void goOn(const Resumption& where) REQUIRES(lifecycleLock);
-  void goOnWhenDeviceReturns(const Resumption& where, int generation, int attemptsLeft);
+  /// False when there is no output for it: the engine is stopped.
+  bool goOn(const Resumption& where) REQUIRES(lifecycleLock);
+
+  // --- Devices come and go (AudioEngineDeviceChanges.cpp) ---
+  void listenToDevices();
+  void followSystemDefault() REQUIRES(lifecycleLock);
+  /// Asks for devicesChanged(), once for all that changes until it runs. Any thread.
+  void noteDevicesChanged();
+  /// On the device listener queue, like the two below.
+  void devicesChanged() EXCLUDES(lifecycleLock);
+  /// The system's rules for what is there now; what plays goes along.
+  void applyDeviceRules() REQUIRES(lifecycleLock);
+  /// The stream is dead, though its device may be there.
+  void handleDeviceLost(int generation) EXCLUDES(lifecycleLock);
+  void leaveLostDevice(const DeviceDecision& decision) REQUIRES(lifecycleLock);
+  void postAutoSwitch(AudioDeviceID from, std::optional<std::string> fromName)
+      REQUIRES(lifecycleLock);
+  /// Goes on, or keeps the place and tries again for some seconds.
+  void recover(const Resumption& where) REQUIRES(lifecycleLock);
+  void waitForDevice(Resumption where) REQUIRES(lifecycleLock);
+  void scheduleRetry(int ticket);
+  void retryInterrupted(int ticket) EXCLUDES(lifecycleLock);
 
   PlaybackFacts facts() EXCLUDES(lifecycleLock);
   /// Reads back what the output does, for facts().
@@ -113,6 +132,8 @@ struct AudioEngine::Impl {
   const std::shared_ptr<Owner> owner = std::make_shared<Owner>();
   ProgressTimer progressTimer;
   OutputDevices devices;
+  DeviceFollower follower;
+  std::atomic<bool> deviceChangeIsNoted{false};
   SleepInhibitor sleepInhibitor;
   std::atomic<int> playGeneration{0};
   /// The session that the running unit renders; null without one. For canRender().
@@ -122,8 +143,17 @@ struct AudioEngine::Impl {
   EngineSettings settings GUARDED_BY(lifecycleLock);
   OutputSession output GUARDED_BY(lifecycleLock);
   FillThread fillThread GUARDED_BY(lifecycleLock);
-  /// Of the device that plays: a lost one can no longer be asked.
-  std::string outputDeviceName GUARDED_BY(lifecycleLock);
+  InterruptedPlayback interrupted GUARDED_BY(lifecycleLock);
+  /// The device that is used, or was last: a lost one can no longer be asked.
+  struct DeviceInUse {
+    AudioDeviceID id = kNoDevice;
+    std::string name;
+  };
+  DeviceInUse inUse GUARDED_BY(lifecycleLock);
+  /// The last playPCM() found a file and no output.
+  bool outputFailed GUARDED_BY(lifecycleLock) = false;
+  /// The program or the engine ends: devices are left alone.
+  bool isClosing GUARDED_BY(lifecycleLock) = false;
 
   mutable Mutex sessionLock;
   std::shared_ptr<PlaybackSession> session GUARDED_BY(sessionLock);
@@ -139,6 +169,10 @@ struct AudioEngine::Impl {
   // Last: their tasks use everything above, so they are joined first.
   SerialQueue advanceQueue{"com.velorin.engine.advance"};
   SerialQueue deviceListenerQueue{"com.velorin.audio.devices"};
+
+  // Ended before the queue that they use.
+  AudioHardware::Listener devicesListener;
+  AudioHardware::Listener defaultOutputListener;
 };
 
 }  // namespace velorin

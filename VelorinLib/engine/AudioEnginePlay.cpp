@@ -71,6 +71,7 @@ void AudioEngine::Impl::play(const Track& track, std::optional<double> startTime
 
 void AudioEngine::Impl::playPCM(const Track& track, std::optional<double> startTime) {
   const double start = std::max(0.0, startTime.value_or(0));
+  outputFailed = false;
   try {
     Started started = startStream(track, start, settings.exclusiveMode);
     if (started == Started::noOutput && devices.isHogMode()) {
@@ -83,6 +84,7 @@ void AudioEngine::Impl::playPCM(const Track& track, std::optional<double> startT
     if (started == Started::noFile) return;
     if (started == Started::noOutput) {
       log::line("❌ Failed to start audio output");
+      outputFailed = true;
       stop();
       return;
     }
@@ -230,7 +232,7 @@ bool AudioEngine::Impl::startAudioOutput(double start) {
       std::make_unique<RenderPath>(stream, *controls, effects->stages(), spectrumCaptureRing);
   if (!output.begin(std::move(renderPath), playing->clientFormat.sampleRate)) return false;
 
-  outputDeviceName = hardware.deviceName(devices.current());
+  noteDeviceInUse();
   refreshReport();
   sleepInhibitor.acquire();
   changeState(PlaybackState::playing);

@@ -7,14 +7,11 @@
 
 #include "foundation/EventBus.h"
 #include "foundation/Log.h"
-#include "foundation/Preferences.h"
 #include "records/Events.h"
 
 namespace velorin {
 namespace {
 
-constexpr std::string_view kFollowSystemOutputKey = "followSystemOutputDevice";
-constexpr std::string_view kLastDeviceUIDKey = "lastSelectedOutputDeviceUID";
 constexpr std::string_view kOwnAggregatePrefix = "com.velorin.aggregate.";
 
 constexpr double kRateTolerance = 1.0;
@@ -32,28 +29,8 @@ bool sameRate(double a, double b) {
 
 }  // namespace
 
-OutputDevices::OutputDevices(AudioHardware& hardware, Preferences& preferences, EventBus& bus)
-    : _hardware(hardware), _preferences(preferences), _bus(bus) {}
-
-void OutputDevices::restore() {
-  const bool followsDefault = _preferences.getBool(kFollowSystemOutputKey).value_or(true);
-  AudioDeviceID device = kNoDevice;
-  if (!followsDefault) {
-    if (const auto uid = _preferences.getText(kLastDeviceUIDKey)) {
-      device = _hardware.deviceForUID(*uid);
-      if (device != kNoDevice) {
-        log::line("💾 Restoring last selected device: {} -> {}", *uid, device);
-      }
-    }
-  }
-  _currentDeviceID = device != kNoDevice ? device : _hardware.defaultOutputDevice();
-  ensureValidOutputDevice();
-}
-
-void OutputDevices::rememberChoice(AudioDeviceID device) {
-  _preferences.setBool(kFollowSystemOutputKey, false);
-  _preferences.setText(kLastDeviceUIDKey, _hardware.deviceUID(device));
-}
+OutputDevices::OutputDevices(AudioHardware& hardware, EventBus& bus)
+    : _hardware(hardware), _bus(bus) {}
 
 std::vector<AudioDevice> OutputDevices::enumerateOutputDevices() const {
   std::vector<AudioDevice> list;
@@ -70,6 +47,11 @@ std::vector<AudioDevice> OutputDevices::enumerateOutputDevices() const {
     list.push_back(std::move(device));
   }
   return list;
+}
+
+std::string OutputDevices::deviceName(AudioDeviceID device) const {
+  std::string name = device != kNoDevice ? _hardware.deviceName(device) : std::string();
+  return name.empty() ? "Unknown Device" : name;
 }
 
 bool OutputDevices::ensureValidOutputDevice() {
@@ -160,6 +142,10 @@ void OutputDevices::enableHogMode() {
     log::line("⚠️ Failed to enable hog mode: {}", status.description());
     return;
   }
+  if (_hardware.hogOwner(device) != getpid()) {
+    log::line("⚠️ Failed to enable hog mode: device {} is not ours after all", device);
+    return;
+  }
   _isHogMode = true;
   log::line("🔒 Hog mode enabled on device {}", device);
 }
@@ -169,6 +155,13 @@ void OutputDevices::disableHogMode() {
   (void)_hardware.setHogOwner(current(), -1);
   _isHogMode = false;
   log::line("🔓 Hog mode disabled");
+}
+
+bool OutputDevices::noticeLostHogMode() {
+  if (!_isHogMode || _hardware.hogOwner(current()) == getpid()) return false;
+  _isHogMode = false;
+  log::line("⚠️ Exclusive access to device {} was lost", current());
+  return true;
 }
 
 }  // namespace velorin

@@ -11,12 +11,11 @@
 namespace velorin {
 
 class EventBus;
-class Preferences;
 
 /// Changing operations: engine queue, under the lifecycle lock. The rest: any thread.
 class OutputDevices {
  public:
-  OutputDevices(AudioHardware& hardware, Preferences& preferences, EventBus& bus);
+  OutputDevices(AudioHardware& hardware, EventBus& bus);
 
   AudioDeviceID current() const noexcept { return _currentDeviceID; }
   void setCurrent(AudioDeviceID device) noexcept { _currentDeviceID = device; }
@@ -24,17 +23,15 @@ class OutputDevices {
   /// Present output devices without the program's own aggregates.
   std::vector<AudioDevice> enumerateOutputDevices() const;
 
+  /// "Unknown Device" for kNoDevice and for what is not there.
+  std::string deviceName(AudioDeviceID device) const;
+
   /// Makes current() name a device with output streams: itself, else the system default, else the
   /// first there is. False when there is none.
   bool ensureValidOutputDevice();
 
   /// The current device refused and this one took its place; observers are told.
   void useFallback(AudioDeviceID device);
-
-  /// The saved device when it is present and the default is not followed, else the default.
-  void restore();
-  /// Remembers the listener's choice.
-  void rememberChoice(AudioDeviceID device);
 
   // --- Rates ---
 
@@ -53,10 +50,12 @@ class OutputDevices {
   /// Takes exclusive access to the current device; on a refusal says why and stays shared.
   void enableHogMode();
   void disableHogMode();
+  /// Exclusive access ends without us when the device goes, or is taken. True when it did: it is
+  /// no longer held.
+  bool noticeLostHogMode();
 
  private:
   AudioHardware& _hardware;
-  Preferences& _preferences;
   EventBus& _bus;
   std::atomic<AudioDeviceID> _currentDeviceID{kNoDevice};
   std::atomic<bool> _isHogMode{false};
