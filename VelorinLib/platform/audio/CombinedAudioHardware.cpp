@@ -326,11 +326,15 @@ AudioHardware::Listener CombinedAudioHardware::addListener(AudioProperty propert
     if (!found) return {};
     entry = *found;
   }
-  // On both sides: which one counts changes with the hog.
+  // On both sides: which one counts changes with the hog. The other one's news are the same news
+  // again, or none: a volume that the server sets in the card's mixer is a foreign one to ALSA.
   auto both = std::make_shared<std::vector<Listener>>();
   const auto listen = [&](AudioHardware& side, AudioDeviceID id) {
     if (id == kNoDevice) return;
-    Listener one = side.addListener(property, id, element, queue, changed);
+    const auto ifItCounts = [this, device, &side, changed] {
+      if (route(device).hardware == &side) changed();
+    };
+    Listener one = side.addListener(property, id, element, queue, ifItCounts);
     if (one) both->push_back(std::move(one));
   };
   listen(*_server, entry.server);

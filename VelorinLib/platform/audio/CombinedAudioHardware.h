@@ -59,6 +59,7 @@ class CombinedAudioHardware : public AudioHardware {
   AudioStatus createAggregate(const AggregateDescription& description,
                               AudioDeviceID& created) override;
   AudioStatus destroyAggregate(AudioDeviceID device) override;
+  /// A device's Listener must not outlive this object.
   Listener addListener(AudioProperty property, AudioDeviceID device, std::uint32_t element,
                        SerialQueue& queue, std::function<void()> changed) override;
   /// Bound to a side by its setDevice().

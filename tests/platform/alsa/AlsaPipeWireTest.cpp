@@ -1,6 +1,9 @@
 // The ALSA backend on a plug-in with a real clock and a server behind it that can die.
 #include <gtest/gtest.h>
 
+#include <cmath>
+
+#include "foundation/SerialQueue.h"
 #include "platform/alsa/AlsaPlayback.h"
 #include "support/PipeWireSession.h"
 
@@ -96,6 +99,42 @@ TEST_F(AlsaPipeWire, AFrozenServerIsALostDeviceToo) {
   EXPECT_LT(std::chrono::steady_clock::now() - before, 3s);
   session->freezeServer(false);
   playing.unit->uninitialize();
+}
+
+// The plug-in's mixer has one control, "Master", which is the server's default sink.
+TEST_F(AlsaPipeWire, TheVolumeIsTheMixersAndOnlyForeignChangesAreNews) {
+  AlsaConfiguration::instance().addControl("wire", "type pipewire");
+  AlsaAudioHardware hardware({.hardware = [] { return std::vector<AlsaPcmAddress>(); },
+                              .nodeFolder = session->folder(),
+                              .offersDefault = false});
+  const AudioDeviceID wire = hardware.deviceForUID("alsa:wire");
+  ASSERT_TRUE(hardware.hasVolume(wire, 0));
+  EXPECT_EQ(hardware.volume(wire, 1), 1.0f);
+  EXPECT_FALSE(hardware.hasVolume(wire, 3));
+  SerialQueue queue("com.velorin.test");
+  std::atomic<int> changes = 0;
+  const auto listener =
+      hardware.addListener(AudioProperty::volume, wire, 0, queue, [&] { ++changes; });
+  ASSERT_TRUE(listener);
+  for (const float value : {0.9f, 0.4f, 0.0f, 0.6f}) {
+    ASSERT_TRUE(hardware.setVolume(wire, 0, value).ok());
+    EXPECT_NEAR(*hardware.volume(wire, 0), value, 0.02f);
+  }
+  EXPECT_EQ(hardware.setVolume(wire, 0, std::nanf("")).code, -EINVAL);
+  // The mixer knows both channels, and brings the balance back from silence.
+  ASSERT_TRUE(hardware.setVolume(wire, 2, 0.3f).ok());
+  ASSERT_TRUE(hardware.setVolume(wire, 0, 0).ok());
+  ASSERT_TRUE(hardware.setVolume(wire, 0, 1).ok());
+  EXPECT_NEAR(*hardware.volume(wire, 2), 0.5f, 0.02f);
+  EXPECT_EQ(changes, 0);
+
+  const std::string node = std::to_string(session->nodeId(kSink).value());
+  runProgram({"pw-cli", "set-param", node, "Props", "{ channelVolumes = [ 0.125, 0.125 ] }"});
+  EXPECT_TRUE(eventually([&] { return changes > 0; }));
+  EXPECT_TRUE(eventually([&] { return hardware.volume(wire, 0) < 0.6f; }));
+  session->killServer();
+  EXPECT_TRUE(eventually([&] { return !hardware.hasVolume(wire, 0); }));
+  EXPECT_FALSE(hardware.setVolume(wire, 0, 1).ok());
 }
 
 }  // namespace

@@ -43,13 +43,11 @@ class AlsaConfiguration {
   /// The tap of an earlier device of that name is removed.
   void add(const std::string& pcm, const std::string& definition) {
     std::filesystem::remove(tap(pcm));
-    _text += fmt::format("pcm.{} {{ {} }}\n", pcm, definition);
-    // A new name each time: the library looks at the time of the file in whole seconds.
-    const auto file = _folder / fmt::format("alsa{}.conf", ++_version);
-    std::ofstream(file) << _text;
-    setenv("ALSA_CONFIG_PATH", file.c_str(), 1);
+    write(fmt::format("pcm.{} {{ {} }}\n", pcm, definition));
   }
-
+  void addControl(const std::string& control, const std::string& definition) {
+    write(fmt::format("ctl.{} {{ {} }}\n", control, definition));
+  }
   /// Bytes that the device got.
   std::vector<std::byte> tapped(const std::string& pcm) const {
     std::ifstream in(tap(pcm), std::ios::binary);
@@ -60,6 +58,13 @@ class AlsaConfiguration {
   }
 
  private:
+  // A new file each time: the library looks at the time of one in whole seconds.
+  void write(const std::string& definition) {
+    _text += definition;
+    const auto file = _folder / fmt::format("alsa{}.conf", ++_version);
+    std::ofstream(file) << _text;
+    setenv("ALSA_CONFIG_PATH", file.c_str(), 1);
+  }
   AlsaConfiguration() {
     _text = fmt::format("pcm_type.scripted {{ lib \"{}\" }}\n", VELORIN_SCRIPTED_PCM);
     add("unused", "type null");

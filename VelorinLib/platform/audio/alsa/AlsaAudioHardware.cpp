@@ -100,6 +100,7 @@ AudioDeviceID AlsaAudioHardware::openByName(const std::string& pcm) {
   AlsaPcmAddress address;
   address.pcm = pcm;
   address.uid = fmt::format("{}{}", kPrefix, pcm);
+  address.control = pcm;
   address.name = pcm == "default" ? "Default (ALSA)" : fmt::format("{} (ALSA)", pcm);
   AlsaCapabilities can;
   auto device = std::make_shared<AlsaDevice>(kNoDevice, address);
@@ -278,20 +279,23 @@ AudioStatus AlsaAudioHardware::setHogOwner(AudioDeviceID device, pid_t owner) {
   return found ? found->setHogOwner(owner) : noDevice(device);
 }
 
-bool AlsaAudioHardware::hasVolume(AudioDeviceID, std::uint32_t) const {
-  return false;
+bool AlsaAudioHardware::hasVolume(AudioDeviceID device, std::uint32_t element) const {
+  return volume(device, element).has_value();
 }
 
-std::optional<float> AlsaAudioHardware::volume(AudioDeviceID, std::uint32_t) const {
-  return std::nullopt;
+std::optional<float> AlsaAudioHardware::volume(AudioDeviceID device, std::uint32_t element) const {
+  const auto found = find(device);
+  const auto mixer = found ? found->mixer() : nullptr;
+  return mixer ? mixer->volume(element) : std::nullopt;
 }
 
-AudioStatus AlsaAudioHardware::setVolume(AudioDeviceID device, std::uint32_t, float) {
-  return find(device) ? AudioStatus::failure(-ENOTSUP, "the ALSA device has no volume control")
-                      : noDevice(device);
+AudioStatus AlsaAudioHardware::setVolume(AudioDeviceID device, std::uint32_t element, float value) {
+  const auto found = find(device);
+  if (!found) return noDevice(device);
+  const auto mixer = found->mixer();
+  return mixer ? mixer->setVolume(element, value)
+               : AudioStatus::failure(-ENOTSUP, "no volume control");
 }
-
-// --- The rest ---
 
 AudioStatus AlsaAudioHardware::createAggregate(const AggregateDescription&,
                                                AudioDeviceID& created) {
@@ -306,7 +310,15 @@ AudioStatus AlsaAudioHardware::destroyAggregate(AudioDeviceID device) {
 AudioHardware::Listener AlsaAudioHardware::addListener(AudioProperty property, AudioDeviceID device,
                                                        std::uint32_t element, SerialQueue& queue,
                                                        std::function<void()> changed) {
-  if (property == AudioProperty::volume) return {};
+  if (property == AudioProperty::volume) {
+    const auto found = find(device);
+    if (!found || !hasVolume(device, element)) return {};
+    found->listenToVolume([listeners = _listeners, device]() mutable {
+      for (const std::uint32_t each : {0u, 1u, 2u}) {
+        listeners.notify(AudioProperty::volume, device, each);
+      }
+    });
+  }
   return _listeners.add(property, device, element, queue, std::move(changed));
 }
 

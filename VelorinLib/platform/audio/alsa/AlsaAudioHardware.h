@@ -17,8 +17,8 @@ namespace velorin {
 /// those that were asked for by name through deviceForUID(); ALSA's "default" is the default device
 /// where it can be opened, else the first one is.
 ///
-/// Rates, formats and channels are those of the device itself, resampling off. There is no volume
-/// and no aggregate here. Threads: as AudioHardware says.
+/// Rates, formats and channels are those of the device itself, resampling off; the volume is that
+/// of the card's mixer. There is no aggregate here. Threads: as AudioHardware says.
 class AlsaAudioHardware : public AudioHardware {
  public:
   /// Where cards come from and which folder tells that they changed (tests set both), and whether

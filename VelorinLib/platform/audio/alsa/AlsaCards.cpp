@@ -60,13 +60,18 @@ void addPlaybackDevices(snd_ctl_t* control, int card, std::vector<AlsaPcmAddress
     snd_pcm_info_set_stream(info, SND_PCM_STREAM_PLAYBACK);
     if (snd_ctl_pcm_info(control, info) < 0) continue;  // capture only
     const std::string pcmName = snd_pcm_info_get_name(info);
+    const auto transport = alsaTransport(snd_ctl_card_info_get_driver(cardInfo), pcmName, bus);
+    // The volumes of a card are those of its analogue outputs.
+    const bool hasMixer =
+        transport != TransportType::hdmi && transport != TransportType::displayPort;
     out.push_back({.pcm = fmt::format("hw:{},{}", card, device),
                    .uid = fmt::format("alsa:hw:{},{}", cardID, device),
                    .name = displayName(snd_ctl_card_info_get_name(cardInfo), pcmName),
                    .manufacturer = manufacturer,
-                   .transport = alsaTransport(snd_ctl_card_info_get_driver(cardInfo), pcmName, bus),
+                   .transport = transport,
                    .card = card,
-                   .device = device});
+                   .device = device,
+                   .control = hasMixer ? fmt::format("hw:{}", card) : std::string()});
   }
 }
 

@@ -23,6 +23,7 @@ struct AlsaPcmAddress {
   TransportType transport = TransportType::unknown;
   int card = -1;  ///< -1 for a PCM that is not a card's own
   int device = -1;
+  std::string control = {};  ///< whose mixer has its volume: "hw:0", "default"; empty for none
   bool isHardware() const noexcept { return card >= 0; }
   bool operator==(const AlsaPcmAddress&) const = default;
 };

@@ -48,6 +48,22 @@ void AlsaDevice::setAddress(AlsaPcmAddress address) {
   MutexLock lock(_mutex);
   _address = std::move(address);
   _capabilities.reset();
+  _mixer.reset();
+  _knowsMixer = false;
+}
+
+std::shared_ptr<AlsaMixer> AlsaDevice::mixer() {
+  MutexLock lock(_mutex);
+  if (!std::exchange(_knowsMixer, true) && !_address.control.empty()) {
+    _mixer = AlsaMixer::open(_address.control);
+  }
+  return _mixer;
+}
+
+void AlsaDevice::listenToVolume(std::function<void()> changed) {
+  const std::shared_ptr<AlsaMixer> one = mixer();
+  MutexLock lock(_mutex);
+  if (one && !one->isListening()) one->listen(std::move(changed));
 }
 
 AudioStatus AlsaDevice::capabilities(AlsaCapabilities& result) {

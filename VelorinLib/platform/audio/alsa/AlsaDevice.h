@@ -11,6 +11,7 @@
 #include "foundation/Mutex.h"
 #include "platform/audio/AudioHardware.h"
 #include "platform/audio/alsa/AlsaCards.h"
+#include "platform/audio/alsa/AlsaMixer.h"
 #include "platform/audio/alsa/AlsaPcm.h"
 #include "platform/audio/alsa/DeviceReservation.h"
 
@@ -55,6 +56,12 @@ class AlsaDevice {
   /// Frames that are queued before a period that is being rendered, beyond that period itself.
   std::uint32_t latencyFrames();
 
+  /// Opened when first asked for; null when the device has no volume.
+  std::shared_ptr<AlsaMixer> mixer();
+  /// Calls `changed` from now on when somebody else has set the volume, until the device's address
+  /// changes. A second call is ignored.
+  void listenToVolume(std::function<void()> changed);
+
   /// -1 when nobody holds it exclusively.
   pid_t hogOwner() const;
   AudioStatus setHogOwner(pid_t owner);
@@ -81,6 +88,8 @@ class AlsaDevice {
   std::uint32_t _wishedPeriod GUARDED_BY(_mutex);
   std::optional<AlsaGrant> _grant GUARDED_BY(_mutex);
   std::weak_ptr<AlsaStream> _stream GUARDED_BY(_mutex);
+  bool _knowsMixer GUARDED_BY(_mutex) = false;
+  std::shared_ptr<AlsaMixer> _mixer GUARDED_BY(_mutex);
   bool _isHogged GUARDED_BY(_mutex) = false;
   std::unique_ptr<DeviceReservation> _reservation GUARDED_BY(_mutex);
 };
