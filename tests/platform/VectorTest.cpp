@@ -7,6 +7,8 @@
 #include <limits>
 #include <random>
 
+#include "platform/vector/HalfBand.h"
+#include "platform/vector/OneBit.h"
 #include "platform/vector/PCMPacking.h"
 #include "support/VectorLevel.h"
 
@@ -45,6 +47,21 @@ struct Inputs {
     for (std::size_t k = 0; k < kCount * 8; ++k) bytes.push_back(static_cast<std::byte>(random()));
   }
 };
+
+// A table as sumOneBitRows() wants it: multiples of 2^-52 that add up to less than 2.
+std::vector<double> oneBitRows() {
+  std::mt19937_64 random(4);
+  std::vector<double> rows(256 * kOneBitStride);
+  for (std::size_t byte = 0; byte < 256; ++byte) {
+    double* const shares = &rows[byte * kOneBitStride + kOneBitPadding];
+    for (std::size_t k = 0; k < kOneBitSpan; ++k) {
+      shares[k] = static_cast<double>(static_cast<std::int64_t>(random()) >> 15) * 0x1p-52;
+    }
+  }
+  return rows;
+}
+const std::vector<double> kRows = oneBitRows();
+constexpr HalfBandTaps kTaps = {{-0.01f, 0.02f, -0.03f, 0.07f, -0.13f, 0.41f}, 0.5f};
 
 // What an operation works on: inputs from an element on, and memory for its output.
 struct Run {
@@ -130,6 +147,11 @@ const Operation kOperations[] = {
     {"shiftLeftToInt16", 2, false,
      [](const Run& r) { shiftLeftToInt16(r.i, 3, r.to<I16>(), r.n); }},
     {"int16ToInt32", 4, false, [](const Run& r) { int16ToInt32(r.s, 16, r.to<I32>(), r.n); }},
+    {"sumOneBitRows", 4, true,
+     [](const Run& r) {
+       sumOneBitRows(reinterpret_cast<const std::uint8_t*>(r.bytes), kRows.data(), r.to(), r.n);
+     }},
+    {"halfBand", 4, true, [](const Run& r) { halfBand(r.a, r.b, kTaps, r.to(), r.n); }},
     {"interleave int16 pairs", 4, false, [](const Run& r) { r.pack(r.s, PCMWord::int16); }},
     {"interleave int32 pairs", 8, false, [](const Run& r) { r.pack(r.i, PCMWord::int32); }},
     {"interleave int24 pairs", 6, false, [](const Run& r) { r.pack(r.a, PCMWord::int24Packed); }},
@@ -260,6 +282,36 @@ TEST(Vector, ArithmeticIsWhatTheHeaderSays) {
     check("weightedSum", [](float x) { return x * 3 + x * -0.5f; });
     vector::swap(out.data(), out.data() + n / 2, n / 2);
     EXPECT_EQ(out[n / 2 + 2], 1.25f);
+  }
+}
+
+TEST(Vector, OneBitRowsAndHalfBandAreTheirFormulas) {
+  const Inputs in;
+  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(in.bytes.data());
+  constexpr std::size_t kCount = 37;
+  std::vector<float> out(kCount);
+  sumOneBitRows(bytes, kRows.data(), out.data(), kCount);
+  for (std::size_t i = 0; i < kCount; ++i) {
+    double sum = 0;
+    for (std::size_t age = 0; age < kOneBitSpan; ++age) {
+      sum += kRows[bytes[i + kOneBitSpan - 1 - age] * kOneBitStride + kOneBitPadding + age];
+    }
+    EXPECT_EQ(out[i], static_cast<float>(sum)) << i;
+  }
+  // A one among the samples brings out the taps, the youngest sample's first.
+  std::vector<float> samples(2 * 35);
+  samples[34] = 1;
+  samples[35] = 2;
+  std::vector<float> even, odd;
+  for (std::size_t i = 0; i < samples.size(); i += 2) {
+    even.push_back(samples[i]);
+    odd.push_back(samples[i + 1]);
+  }
+  halfBand(even.data(), odd.data() + 5, kTaps, out.data(), 24);
+  for (std::size_t i = 0; i < 24; ++i) {
+    const std::size_t tap = 34 - 2 * i;  // of the 1; the 2 is at the tap after it
+    const float wanted = tap <= 22 ? kTaps.pairs[tap <= 10 ? tap / 2 : 11 - tap / 2] : 0;
+    EXPECT_EQ(out[i], wanted + (tap == 10 ? 2 * kTaps.centre : 0)) << i;
   }
 }
 

@@ -4,6 +4,8 @@
 #include <immintrin.h>
 
 #include "platform/vector/BiquadKernels.h"
+#include "platform/vector/HalfBand.h"
+#include "platform/vector/OneBit.h"
 #include "platform/vector/VectorKernels.h"
 #include "platform/vector/VectorScalar.h"
 
@@ -191,7 +193,9 @@ inline void storeInt16(std::int16_t* out, __m128i four) {
 }
 
 #include "platform/vector/BiquadX86.inl"
+#include "platform/vector/HalfBandX86.inl"
 #include "platform/vector/MedianX86.inl"
+#include "platform/vector/OneBit256.inl"
 #include "platform/vector/VectorShuffles256.inl"
 #include "platform/vector/VectorX86.inl"
 

@@ -10,6 +10,7 @@
 namespace velorin::vector {
 
 struct BiquadPairs;
+struct HalfBandTaps;
 
 /// Instruction sets, slowest first.
 enum class Level { scalar, sse2, avx2, avx512 };
@@ -57,6 +58,10 @@ struct Kernels {
   /// As in BiquadKernels.h.
   void (*filterPairs)(const BiquadPairs&, double*, std::size_t) noexcept;
   unsigned (*brokenStreams)(const double*, std::size_t) noexcept;
+
+  /// As in OneBit.h and HalfBand.h.
+  void (*sumOneBitRows)(const std::uint8_t*, const double*, float*, std::size_t) noexcept;
+  void (*halfBand)(const float*, const float*, const HalfBandTaps&, float*, std::size_t) noexcept;
 
   /// As in Median.h.
   void (*medianOf21)(const float*, float*, std::size_t) noexcept;

@@ -288,6 +288,8 @@ const Kernels kScalarKernels = {
     .deinterleavePairs32 = scalar::deinterleavePairs32,
     .filterPairs = scalar::filterPairs,
     .brokenStreams = scalar::brokenStreams,
+    .sumOneBitRows = scalar::sumOneBitRows,
+    .halfBand = scalar::halfBand,
     .medianOf21 = scalar::medianOf21,
     .packInt24 = scalar::packInt24,
 };

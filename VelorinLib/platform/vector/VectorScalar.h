@@ -27,7 +27,8 @@ inline constexpr float kExp[] = {1.38824573e-3f, 8.36654566e-3f, 4.16672006e-2f,
 
 namespace velorin::vector {
 struct BiquadPairs;
-}
+struct HalfBandTaps;
+}  // namespace velorin::vector
 
 namespace velorin::vector::scalar {
 
@@ -73,6 +74,10 @@ void deinterleavePairs16(const std::byte* in, void* a, void* b, std::size_t coun
 void deinterleavePairs32(const std::byte* in, void* a, void* b, std::size_t count) noexcept;
 void filterPairs(const BiquadPairs& cascade, double* samples, std::size_t frames) noexcept;
 unsigned brokenStreams(const double* values, std::size_t pairs) noexcept;
+void sumOneBitRows(const std::uint8_t* bytes, const double* rows, float* out,
+                   std::size_t count) noexcept;
+void halfBand(const float* even, const float* odd, const HalfBandTaps& taps, float* out,
+              std::size_t count) noexcept;
 void medianOf21(const float* in, float* out, std::size_t count) noexcept;
 void packInt24(const std::int32_t* in, std::byte* out, std::size_t count) noexcept;
 

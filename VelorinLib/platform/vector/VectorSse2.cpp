@@ -4,6 +4,8 @@
 #include <emmintrin.h>
 
 #include "platform/vector/BiquadKernels.h"
+#include "platform/vector/HalfBand.h"
+#include "platform/vector/OneBit.h"
 #include "platform/vector/VectorKernels.h"
 #include "platform/vector/VectorScalar.h"
 
@@ -186,6 +188,20 @@ inline void storeInt16(std::int16_t* out, __m128i pair) {
   __builtin_memcpy(out, &both, sizeof both);
 }
 
+struct Row {
+  __m128d low;
+  __m128d high;
+};
+inline Row loadRow(const double* in) {
+  return {_mm_loadu_pd(in), _mm_loadu_pd(in + 2)};
+}
+inline Row sumRows(Row a, Row b) {
+  return {_mm_add_pd(a.low, b.low), _mm_add_pd(a.high, b.high)};
+}
+inline void narrowRow(Row a, float* out) {
+  _mm_storeu_ps(out, _mm_movelh_ps(_mm_cvtpd_ps(a.low), _mm_cvtpd_ps(a.high)));
+}
+
 inline __m128i loadBytes(const std::byte* in) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
 }
@@ -217,7 +233,9 @@ inline void unzip32(const std::byte* in, std::byte* a, std::byte* b) {
 inline void pack24(const std::int32_t*, std::byte*) {}
 
 #include "platform/vector/BiquadX86.inl"
+#include "platform/vector/HalfBandX86.inl"
 #include "platform/vector/MedianX86.inl"
+#include "platform/vector/OneBitX86.inl"
 #include "platform/vector/VectorX86.inl"
 
 }  // namespace sse2

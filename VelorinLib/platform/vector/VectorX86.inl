@@ -340,6 +340,8 @@ constexpr Kernels kTable = {
     .deinterleavePairs32 = deinterleavePairs32,
     .filterPairs = filterPairs,
     .brokenStreams = brokenStreams,
+    .sumOneBitRows = sumOneBitRows,
+    .halfBand = halfBand,
     .medianOf21 = medianOf21,
     .packInt24 = packInt24,
 };
