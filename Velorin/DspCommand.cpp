@@ -51,9 +51,26 @@ std::string rangeText(const EffectParameter& parameter) {
                      parameter.unit.empty() ? "" : " ", parameter.unit, parameter.defaultValue);
 }
 
-JsonObject json(const EffectNames& names, const std::vector<EffectParameter>& parameters) {
+/// What a chain file can set that is no number.
+struct OtherParameter {
+  DSPEffectType effect;
+  std::string_view name;
+  std::string_view takes;
+};
+constexpr OtherParameter kOthers[] = {
+    {DSPEffectType::equalizer, "preset", "a name, see 'velorin dsp presets'"},
+    {DSPEffectType::equalizer, "bands", "up to 31, see 'velorin dsp response --help'"},
+    {DSPEffectType::headphoneProfile, "profile", "an id, see 'velorin dsp profiles'"},
+};
+
+JsonObject json(DSPEffectType type, const std::vector<EffectParameter>& parameters) {
+  const EffectNames& names = namesOf(type);
   std::vector<JsonObject> described;
   for (const EffectParameter& parameter : parameters) described.push_back(json(parameter));
+  for (const OtherParameter& other : kOthers) {
+    if (other.effect != type) continue;
+    described.emplace_back().add("name", other.name).add("takes", other.takes);
+  }
   JsonObject object;
   object.add("effectType", names.rawValue)
       .add("name", names.displayName)
@@ -71,14 +88,12 @@ int list(bool asJson) {
   for (const DSPEffectType type : allEffectTypes()) {
     const EffectNames& names = namesOf(type);
     const auto parameters = effects->effect(type).parameters();
-    if (asJson) objects.push_back(json(names, parameters));
+    if (asJson) objects.push_back(json(type, parameters));
     text += fmt::format("{:<22} {}\n", names.rawValue, names.displayName);
     for (const EffectParameter& parameter : parameters) line(parameter.name, rangeText(parameter));
-    if (type == DSPEffectType::equalizer) {
-      line("preset", "see 'velorin dsp presets'");
-      line("bands", "up to 31, see 'velorin dsp response --help'");
+    for (const OtherParameter& other : kOthers) {
+      if (other.effect == type) line(other.name, other.takes);
     }
-    if (type == DSPEffectType::headphoneProfile) line("profile", "see 'velorin dsp profiles'");
   }
   return print(asJson ? JsonObject::list(objects) + "\n" : text);
 }

@@ -6,13 +6,23 @@ namespace velorin {
 
 void PreAmpDSP::setGain(double gainDB) noexcept {
   _gainDB.set(gainDB);
-  _gainLinear.store(linearGain(gain()), std::memory_order_relaxed);
+  update();
+}
+
+void PreAmpDSP::setOffset(double offsetDB) noexcept {
+  _offsetDB.set(offsetDB);
+  update();
+}
+
+void PreAmpDSP::update() noexcept {
+  _gainLinear.store(linearGain(gain() + offset()), std::memory_order_relaxed);
 }
 
 void PreAmpDSP::process(AudioBufferList& buffers, std::int64_t frameCount,
                         double /*sampleRate*/) noexcept {
-  if (gain() == 0) return;
-  multiplyChannels(buffers, _gainLinear.load(std::memory_order_relaxed), frameCount);
+  const float linear = _gainLinear.load(std::memory_order_relaxed);
+  if (linear == 1) return;
+  multiplyChannels(buffers, linear, frameCount);
 }
 
 std::vector<EffectParameter> PreAmpDSP::parameters() {

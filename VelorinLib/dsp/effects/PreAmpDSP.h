@@ -16,15 +16,21 @@ class PreAmpDSP : public DSPEffect {
   /// dB, -100 to 100. Any thread but the render thread.
   void setGain(double gainDB) noexcept;
   float gain() const noexcept { return _gainDB.get(); }
+  /// dB on top of the gain, -100 to 100, for the comparison of two sounds at one loudness: no
+  /// setting, and no part of gain().
+  void setOffset(double offsetDB) noexcept;
+  float offset() const noexcept { return _offsetDB.get(); }
 
   void process(AudioBufferList& buffers, std::int64_t frameCount,
                double sampleRate) noexcept override;
   std::vector<EffectParameter> parameters() override;
 
  private:
-  // Two words: for one block the render thread may see a new one and an old one.
+  void update() noexcept;
+
   HeldValue<float> _gainDB{-100, 100, 0};
-  std::atomic<float> _gainLinear{1};
+  HeldValue<float> _offsetDB{-100, 100, 0};
+  std::atomic<float> _gainLinear{1};  ///< of both; what the render thread reads
 };
 
 }  // namespace velorin

@@ -29,8 +29,18 @@ std::optional<DSPChainConfig> chainOf(const DSPSnapshot& snapshot) {
 
 std::optional<std::vector<EQBand>> bandsOf(const DSPSnapshot& snapshot) {
   auto bands = bandsFromJSON(textOf(snapshot.equalizerBandsData));
-  if (!bands || bands.value().size() > kEQGrid.size()) return std::nullopt;
-  return std::move(bands).value();
+  if (!bands) return std::nullopt;
+  std::vector<EQBand> read = std::move(bands).value();
+  if (read.size() > kEQGrid.size()) read.resize(kEQGrid.size());
+  return read;
+}
+
+void followSwitches(std::vector<DSPChainEntry>& entries, const DSPSnapshot& snapshot) {
+  for (DSPChainEntry& entry : entries) {
+    if (const DSPSwitchInfo* info = switchOf(entry.effectType)) {
+      entry.enabled = snapshot.*info->inSnapshot;
+    }
+  }
 }
 
 std::string toJSON(const DSPSnapshot& snapshot) {
@@ -94,12 +104,9 @@ void applySnapshot(const DSPSnapshot& snapshot, DSPEffects& effects, Preferences
   const auto chain = chainOf(snapshot);
   std::vector<DSPChainEntry> entries = chain ? chain->entries : effects.entries();
   for (const DSPSwitchInfo& info : allDSPSwitches()) {
-    const bool on = snapshot.*info.inSnapshot;
-    effects.effect(info.effect).setEnabled(on);
-    for (DSPChainEntry& entry : entries) {
-      if (entry.effectType == info.effect) entry.enabled = on;
-    }
+    effects.effect(info.effect).setEnabled(snapshot.*info.inSnapshot);
   }
+  followSwitches(entries, snapshot);
   effects.applyChain(entries);
 
   storeEffects(effects, preferences);

@@ -82,10 +82,13 @@ std::string toJSON(const DSPSnapshot& snapshot);
 /// have them is decided where they are applied.
 Result<DSPSnapshot, SettingsError> snapshotFromJSON(std::string_view json);
 
-/// What the two fields of bytes hold; nothing where they cannot be read, and for more bands than an
-/// equalizer has.
+/// What the two fields of bytes hold; nothing where they cannot be read. Of more bands than an
+/// equalizer has, the first.
 std::optional<DSPChainConfig> chainOf(const DSPSnapshot& snapshot);
 std::optional<std::vector<EQBand>> bandsOf(const DSPSnapshot& snapshot);
+
+/// The snapshot's switches become those of the entries.
+void followSwitches(std::vector<DSPChainEntry>& entries, const DSPSnapshot& snapshot);
 
 /// The effects as they are; the preset's name from the preferences. Not the render thread.
 DSPSnapshot captureSnapshot(DSPEffects& effects, const Preferences& preferences);
