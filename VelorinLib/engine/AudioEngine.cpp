@@ -28,6 +28,8 @@ AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences, Even
   joins->settings.setGaplessEnabled(preferences.getBool("gaplessPlayback").value_or(true));
   joins->settings.setCrossfadeEnabled(preferences.getBool("crossfadePlayback").value_or(false));
   joins->settings.setCrossfadeDuration(preferences.getDouble("crossfadeDuration").value_or(0));
+  joins->files.memory().setOn(preferences.getBool("memoryPlayback").value_or(false));
+  joins->files.memory().setLimitMB(preferences.getInt("memoryPlaybackLimitMB").value_or(0));
   {
     MutexLock hold(owner->mutex);
     owner->impl = this;
@@ -273,6 +275,19 @@ void AudioEngine::setLowLatencyMode(bool on) {
   RecursiveMutexLock hold(_impl->lifecycleLock);
   _impl->settings.lowLatencyMode = on;
   if (on) _impl->fillThread.elevate();
+}
+
+bool AudioEngine::memoryPlayback() const noexcept {
+  return _impl->joins->files.memory().isOn();
+}
+void AudioEngine::setMemoryPlayback(bool on) noexcept {
+  _impl->joins->files.memory().setOn(on);
+}
+int AudioEngine::memoryPlaybackLimitMB() const noexcept {
+  return _impl->joins->files.memory().limitMB();
+}
+void AudioEngine::setMemoryPlaybackLimitMB(int mebibytes) noexcept {
+  _impl->joins->files.memory().setLimitMB(mebibytes);
 }
 
 DSPEffects& AudioEngine::effects() {

@@ -58,6 +58,8 @@ std::shared_ptr<PlaybackSession> makeStream(const StreamFormat& clientFormat,
 
 void AudioEngine::Impl::play(const Track& track, std::optional<double> startTime) {
   if (jumpWithinCueFile(track, startTime)) return;
+  // Kept across the stop: the track that plays may be the one that is asked for.
+  const auto image = joins->files.memory().imageInUse(track.filePath);
   stop();
   std::error_code error;
   if (!std::filesystem::exists(track.filePath, error)) {

@@ -9,6 +9,8 @@
 #include "engine/decoders/ExtAudioFileDecoder.h"
 #include "engine/decoders/FLACDecoder.h"
 #include "engine/decoders/FileHandle.h"
+#include "engine/decoders/OpusDecoder.h"
+#include "engine/decoders/WavPackDecoder.h"
 #include "engine/dsd/DSDDecoder.h"
 
 namespace velorin {
@@ -46,6 +48,8 @@ constexpr std::array kFormats = {
     Format{.extension = "dff", .make = makeDSD<DSDFormat::dsdiff>},
     Format{.extension = "dsf", .make = makeDSD<DSDFormat::dsf>},
     Format{.extension = "flac", .make = make<FLACDecoder>},
+    Format{.extension = "opus", .make = make<OpusDecoder>},
+    Format{.extension = "wv", .make = make<WavPackDecoder>},
     Format{.extension = "mp3", .make = makeAny},
     Format{.extension = "m4a", .make = makeAny},
     Format{.extension = "m4b", .make = makeAny},
@@ -114,6 +118,11 @@ DecoderFactory::Opened DecoderFactory::open(const std::filesystem::path& path) {
   const std::string dotted = path.extension().native();
   const Format* const format = formatFor(withoutDot(dotted));
   if (format == nullptr) return unsupported(withoutDot(dotted));
+  if (const std::string beside = companionPath(path); !beside.empty()) {
+    if (auto companion = FileHandle::open(beside)) {
+      return open(std::move(file).value(), format->extension, std::move(companion).value());
+    }
+  }
   return format->make(std::move(file).value(), format->extension);
 }
 
@@ -122,6 +131,20 @@ DecoderFactory::Opened DecoderFactory::open(std::unique_ptr<ReadableFile> file,
   const Format* const format = formatFor(extension);
   if (format == nullptr) return unsupported(extension);
   return format->make(std::move(file), format->extension);
+}
+
+DecoderFactory::Opened DecoderFactory::open(std::unique_ptr<ReadableFile> file,
+                                            std::string_view extension,
+                                            std::unique_ptr<ReadableFile> companion) {
+  if (companion == nullptr) return open(std::move(file), extension);
+  auto made = WavPackDecoder::create(std::move(file), std::move(companion));
+  if (!made) return made.error();
+  return std::unique_ptr<FileDecoder>(std::move(made).value());
+}
+
+std::string DecoderFactory::companionPath(const std::filesystem::path& path) {
+  const std::string dotted = path.extension().native();
+  return equalIgnoringCase(withoutDot(dotted), "wv") ? path.native() + "c" : std::string();
 }
 
 }  // namespace velorin

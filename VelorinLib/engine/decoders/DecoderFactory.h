@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "engine/decoders/FillThreadDecoder.h"
@@ -19,11 +20,19 @@ class DecoderFactory {
   /// True for an extension, without its dot, that open() has a decoder for in this build.
   static bool isSupportedExtension(std::string_view extension) noexcept;
 
-  /// Opens a file on disk.
+  /// Opens a file on disk, together with its companion, if there is one.
   static Opened open(const std::filesystem::path& path);
 
   /// Opens from bytes that are elsewhere; the extension (without its dot) names the format.
   static Opened open(std::unique_ptr<ReadableFile> file, std::string_view extension);
+
+  /// The same with the file's companion, which may be null.
+  static Opened open(std::unique_ptr<ReadableFile> file, std::string_view extension,
+                     std::unique_ptr<ReadableFile> companion);
+
+  /// Where a second file would be that belongs to this one: the correction file of a hybrid
+  /// WavPack file. Empty for a format that has none.
+  static std::string companionPath(const std::filesystem::path& path);
 };
 
 }  // namespace velorin

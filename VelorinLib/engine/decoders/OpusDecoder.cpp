@@ -82,16 +82,25 @@ bool OpusDecoder::seek(std::int64_t frame) noexcept {
   const std::int64_t target = std::max<std::int64_t>(frame, 0);
   // Known to be past the end: refused before the block that is being read is dropped.
   if (target >= _totalFrames) return false;
-  _readOffset = 0;
-  _silenceLeft = 0;
-  if (_stream->seek(target)) {
-    _currentSample = target;
-    return true;
-  }
+  if (moveTo(target)) return true;
   // Back to where we were. Where that fails too, at the end of a file that was cut, reads give
   // nothing until a seek succeeds.
-  _stream->seek(_currentSample);
+  moveTo(_currentSample);
   return false;
+}
+
+bool OpusDecoder::moveTo(std::int64_t frame) noexcept {
+  _readOffset = 0;
+  _silenceLeft = 0;
+  if (!_stream->seek(frame)) return false;
+  const std::int64_t ahead = frame - _stream->blockStart();
+  if (ahead >= 0) {
+    _readOffset = static_cast<std::uint32_t>(ahead);
+  } else {
+    _silenceLeft = static_cast<std::uint32_t>(-ahead);
+  }
+  _currentSample = frame;
+  return true;
 }
 
 }  // namespace velorin

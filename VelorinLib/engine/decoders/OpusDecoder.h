@@ -35,8 +35,8 @@ class OpusDecoder final : public FileDecoder {
   std::int64_t totalFrames() const noexcept override { return _totalFrames; }
   DecoderInfo info() const override;
 
-  /// To the sample; see OpusStream::seek() on what is heard there. When it fails (past the end,
-  /// say) the position has not moved and read() goes on from it.
+  /// Sample-exact, and what follows is what decoding from the start gives. When it fails (past the
+  /// end, say) the position has not moved and read() goes on from it.
   bool seek(std::int64_t frame) noexcept override;
 
   /// Lets go of the file. Final; the destructor does the same.
@@ -44,6 +44,7 @@ class OpusDecoder final : public FileDecoder {
 
  private:
   explicit OpusDecoder(std::unique_ptr<OpusStream> stream) noexcept;
+  bool moveTo(std::int64_t frame) noexcept;
   void convert(const AudioBufferList& target, std::uint32_t at,
                std::uint32_t frames) const noexcept;
 

@@ -40,14 +40,14 @@ class OpusStream {
   /// Brings the block to the other kind of sample.
   void convertBlock(bool asFloat) noexcept;
 
-  /// To the frame; the block is then empty. Decoding begins 80 ms ahead of it, from where on a
-  /// decoder comes to give what one gives that never jumped, but for a difference smaller than the
-  /// format's own losses (RFC 7845, section 4.6). False when the frame cannot be reached: where the
-  /// stream then stands is not known, but another seek may succeed.
+  /// To the frame, which the block then holds, or which was lost just ahead of the block. False
+  /// when the frame cannot be reached: where the stream then stands is not known, but another seek
+  /// may succeed.
   bool seek(std::int64_t frame) noexcept;
 
   /// Frames in the block; 0 before the first.
   std::uint32_t blockFrames() const noexcept { return _blockFrames; }
+  std::int64_t blockStart() const noexcept { return _next - _blockFrames; }
   bool blockIsFloat() const noexcept { return _blockIsFloat; }
   /// Frames that were lost to damage ahead of the block. 0 where the file's numbers make no sense.
   std::uint32_t lostBefore() const noexcept { return _lostBefore; }

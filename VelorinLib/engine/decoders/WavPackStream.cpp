@@ -35,7 +35,7 @@ struct WavPackStream::Library {
                                      .get_pos = position,
                                      .set_pos_abs = moveTo,
                                      .set_pos_rel = moveBy,
-                                     .push_back_byte = [](void*, int) { return -1; },
+                                     .push_back_byte = pushBack,
                                      .get_length = length,
                                      .can_seek = [](void*) { return 1; },
                                      .truncate_here = nullptr,
@@ -73,6 +73,11 @@ struct WavPackStream::Library {
 
   static std::int64_t position(void* id) {
     return id == nullptr ? 0 : static_cast<std::int64_t>(fileOf(id).offset());
+  }
+
+  /// The library looks at the first byte and puts it back; the file still has it.
+  static int pushBack(void* id, int byte) {
+    return moveTo(id, position(id) - 1) == 0 ? byte : -1;
   }
 
   static std::int64_t length(void* id) {

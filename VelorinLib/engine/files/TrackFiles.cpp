@@ -5,6 +5,9 @@
 namespace velorin {
 
 Result<OpenedTrack, DecoderError> TrackFiles::open(const std::string& path) {
+  if (auto decoder = _memory.open(path)) {
+    return OpenedTrack{.decoder = std::move(decoder), .isInMemory = true};
+  }
   auto opened = DecoderFactory::open(path);
   if (!opened) return opened.error();
   return OpenedTrack{.decoder = std::move(opened).value(), .isInMemory = false};

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "engine/decoders/FillThreadDecoder.h"
+#include "engine/memory/MemoryPlayback.h"
 #include "foundation/Result.h"
 
 namespace velorin {
@@ -19,7 +20,13 @@ struct OpenedTrack {
 /// thread but the render thread; open() may block for as long as the file does.
 class TrackFiles {
  public:
+  /// Whether tracks are read into RAM first.
+  MemoryPlayback& memory() noexcept { return _memory; }
+
   Result<OpenedTrack, DecoderError> open(const std::string& path);
+
+ private:
+  MemoryPlayback _memory;
 };
 
 }  // namespace velorin

@@ -39,6 +39,8 @@ class MemoryFileHandle final : public ReadableFile {
   /// All of it, for a library that reads memory by itself.
   std::span<const std::byte> bytes() const noexcept { return _storage->bytes(); }
 
+  const MemoryStorage& storage() const noexcept { return *_storage; }
+
  private:
   const std::shared_ptr<const MemoryStorage> _storage;
   std::size_t _position = 0;
