@@ -14,8 +14,9 @@ DSPChainConfig startUpChain(const Preferences& preferences, DSPEffects& effects)
 
 }  // namespace
 
-AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences, EventBus& bus_)
+AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences_, EventBus& bus_)
     : hardware(hardware_),
+      preferences(preferences_),
       bus(bus_),
       effects(std::make_shared<DSPEffects>(
           HeadphoneProfileDatabase::shared(),
@@ -23,13 +24,16 @@ AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences, Even
       progressTimer(bus_, controls, effects),
       devices(hardware_, bus_),
       follower(hardware_, devices, preferences),
+      aggregates(hardware_),
       settings(EngineSettings::load(preferences)),
-      output(hardware_, devices) {
+      output(hardware_, devices),
+      profiles(preferences, *effects) {
   joins->settings.setGaplessEnabled(preferences.getBool("gaplessPlayback").value_or(true));
   joins->settings.setCrossfadeEnabled(preferences.getBool("crossfadePlayback").value_or(false));
   joins->settings.setCrossfadeDuration(preferences.getDouble("crossfadeDuration").value_or(0));
   joins->files.memory().setOn(preferences.getBool("memoryPlayback").value_or(false));
   joins->files.memory().setLimitMB(preferences.getInt("memoryPlaybackLimitMB").value_or(0));
+  joins->files.volumes().setPreferences(&preferences);
   {
     MutexLock hold(owner->mutex);
     owner->impl = this;
@@ -38,12 +42,9 @@ AudioEngine::Impl::Impl(AudioHardware& hardware_, Preferences& preferences, Even
   joins->announce = [owner_ = owner](const SharedFacts& joined, int generation) {
     postTrackChange(owner_, joined, generation, std::chrono::milliseconds(0));
   };
-  devices.setCurrent(follower.deviceAtStart());
-  devices.ensureValidOutputDevice();
-  noteDeviceInUse();
   loadEffects(*effects, preferences);
   effects->applyChain(startUpChain(preferences, *effects).entries);
-  listenToDevices();
+  startDevices();
 }
 
 AudioEngine::AudioEngine(AudioHardware& hardware, Preferences& preferences, EventBus& bus)
@@ -54,8 +55,10 @@ AudioEngine::~AudioEngine() {
     MutexLock hold(_impl->owner->mutex);
     _impl->owner->impl = nullptr;
   }
+  _impl->joins->files.volumes().setPreferences(nullptr);
   _impl->devicesListener.reset();
   _impl->defaultOutputListener.reset();
+  _impl->volumeListener.stop();
   shutDown();
 }
 
@@ -64,12 +67,19 @@ void AudioEngine::play(const Track& track, std::optional<double> startTime) {
   _impl->play(track, startTime);
 }
 
+void AudioEngine::setPatience(std::function<bool()> isStillWanted) {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->isStillWanted = std::move(isStillWanted);
+}
+
 void AudioEngine::stop() {
+  ++_impl->stopsWanted;
   RecursiveMutexLock hold(_impl->lifecycleLock);
   _impl->stop();
 }
 
 void AudioEngine::shutDown() {
+  ++_impl->stopsWanted;
   RecursiveMutexLock hold(_impl->lifecycleLock);
   _impl->isClosing = true;
   // Cleared first, for it tells stop() that the device is to be given back.
@@ -173,6 +183,16 @@ bool AudioEngine::isIntegerOutput() const {
   return session && session->isIntegerOutput;
 }
 
+bool AudioEngine::isDSDPlayback() const {
+  const auto heard = _impl->heardSource();
+  return heard && heard->dsd;
+}
+
+bool AudioEngine::dsdRateDowngraded() const {
+  const auto heard = _impl->heardSource();
+  return heard && heard->dsd && heard->dsd->isDowngraded;
+}
+
 bool AudioEngine::canRender(std::uint32_t frames) const {
   PlaybackSession* session = _impl->renderingSession.load(std::memory_order_acquire);
   if (session == nullptr || session->cells.isOver.load()) return true;
@@ -203,10 +223,6 @@ void AudioEngine::setVolume(float linear) {
 VolumeMode AudioEngine::volumeMode() const {
   return _impl->controls->volumeMode.load();
 }
-void AudioEngine::setVolumeMode(VolumeMode mode) {
-  _impl->controls->volumeMode.store(mode);
-}
-
 bool AudioEngine::integerMode() const {
   RecursiveMutexLock hold(_impl->lifecycleLock);
   return _impl->settings.integerMode;
@@ -256,9 +272,19 @@ void AudioEngine::setSampleRateStrategy(SampleRateStrategy strategy) {
   _impl->settings.rates.strategy = strategy;
 }
 
+int AudioEngine::resamplingMultiplier() const {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  return _impl->settings.rates.multiplier;
+}
+
 void AudioEngine::setResamplingMultiplier(int multiplier) {
   RecursiveMutexLock hold(_impl->lifecycleLock);
   _impl->settings.rates.multiplier = std::max(2, multiplier);
+}
+
+double AudioEngine::fixedSampleRate() const {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  return _impl->settings.rates.fixedRate;
 }
 
 void AudioEngine::setFixedSampleRate(double rate) {
@@ -266,9 +292,19 @@ void AudioEngine::setFixedSampleRate(double rate) {
   _impl->settings.rates.fixedRate = rate;
 }
 
+bool AudioEngine::forceHighSampleRate() const {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  return _impl->settings.rates.forceHighRate;
+}
+
 void AudioEngine::setForceHighSampleRate(bool on) {
   RecursiveMutexLock hold(_impl->lifecycleLock);
   _impl->settings.rates.forceHighRate = on;
+}
+
+bool AudioEngine::lowLatencyMode() const {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  return _impl->settings.lowLatencyMode;
 }
 
 void AudioEngine::setLowLatencyMode(bool on) {

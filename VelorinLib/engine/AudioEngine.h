@@ -56,6 +56,9 @@ class AudioEngine {
   void resume();
   /// From stopped: plays lastTrack() again. From playing: pauses. From paused: resumes.
   void togglePlayPause();
+  /// Asked on the engine queue while play() waits for a volume to come back; false ends the wait.
+  /// A stop() on another thread ends it in any case. Set once, before the first play().
+  void setPatience(std::function<bool()> isStillWanted);
   /// A time in the track that is heard, also while the next one waits behind it; one past the end
   /// goes to the end. Returns at once; the fill thread does the rest. Ignored while no file is
   /// open.
@@ -76,6 +79,11 @@ class AudioEngine {
   StreamFormat clientFormat() const;
   std::optional<DecoderInfo> decoderInfo() const;
   bool isIntegerOutput() const;
+  /// One-bit audio is heard; it always reaches the device as PCM.
+  bool isDSDPlayback() const;
+  bool isDSDtoPCM() const { return isDSDPlayback(); }
+  /// Its PCM has a lower rate than the device offers, whose buffer would be too short there.
+  bool dsdRateDowngraded() const;
   PlaybackFacts facts() const;
   /// Incremented by every stop().
   int playGeneration() const;
@@ -163,7 +171,7 @@ class AudioEngine {
 
   /// Writes what is set now into the profile of the device in use: between two switches a setting
   /// that belongs to a device was changed. Nothing without a device, and after shutDown(). Engine
-  /// queue; not defined yet: where a switch captures the device that is left, this does the same.
+  /// queue.
   void saveDeviceProfile();
 
   // The device's own volume, 0 to 1. Any thread.

@@ -1,5 +1,6 @@
 // Exclusive access, device switches and what happens when a device goes.
 #include "engine/AudioEngineImpl.h"
+#include "engine/devices/PlaybackProfile.h"
 #include "foundation/Log.h"
 #include "records/Events.h"
 
@@ -47,28 +48,83 @@ void AudioEngine::Impl::setExclusiveMode(bool on) {
   if (where) goOn(*where);
 }
 
+std::optional<Resumption> AudioEngine::Impl::interruptOrTake() {
+  auto where = interrupt();
+  if (!where) return interrupted.take(playGeneration.load());
+  interrupted.renewAttempts();
+  return where;
+}
+
 void AudioEngine::Impl::switchToDevice(AudioDeviceID device, SwitchCause cause) {
   if (device == kNoDevice || !hardware.hasOutputStreams(device)) {
     log::line("⚠️ Ignoring non-output/invalid device id: {}", device);
     return;
   }
   if (device == devices.current()) return;
-  auto where = interrupt();
-  if (where) {
-    interrupted.renewAttempts();
-  } else {
-    where = interrupted.take(playGeneration.load());
-  }
+  saveDeviceProfile();
+  // The old device must not be heard with the settings of the new one.
+  const auto where = interruptOrTake();
   devices.disableHogMode();
-  devices.setCurrent(device);
-  noteDeviceInUse();
-  if (settings.exclusiveMode) devices.enableHogMode();
+  useDevice(device);
   if (!where) return;
   if (cause == SwitchCause::asked) {
     goOn(*where);
   } else {
     recover(*where);
   }
+}
+
+void AudioEngine::Impl::useDevice(AudioDeviceID device) {
+  devices.setCurrent(device);
+  noteDeviceInUse();
+  const std::string uid = hardware.deviceUID(device);
+  // Back on the very device: what is set may be newer than its profile.
+  const bool isAsSet = !uid.empty() && uid == profiles.uidInForce();
+  const DeviceSettings profile = isAsSet ? playbackSettings() : profiles.enter(uid);
+  settings.exclusiveMode = profile.exclusiveMode;
+  log::line("{}", profile.exclusiveMode ? "🔒 Exclusive mode enabled via settings"
+                                        : "🔓 Exclusive mode disabled via settings");
+  applyPlaybackSettings(profile);
+  // Before anything plays: what is held offers other rates than what is shared.
+  if (settings.exclusiveMode) devices.enableHogMode();
+  if (!isAsSet) bus.postOnMain(AudioDeviceSettingsWillSwitch{profile});
+}
+
+bool AudioEngine::Impl::ensureDeviceInUse() {
+  if (!devices.ensureValidOutputDevice()) return false;
+  if (devices.current() == inUse.id) return true;
+  saveDeviceProfile();
+  devices.disableHogMode();
+  useDevice(devices.current());
+  return true;
+}
+
+void AudioEngine::Impl::moveToFallback() {
+  const auto where = interrupt();
+  (void)ensureDeviceInUse();
+  if (where) goOn(*where);
+}
+
+void AudioEngine::Impl::applyPlaybackSettings(const DeviceSettings& profile) {
+  applyPlayback(profile, settings, joins->settings);
+  if (settings.lowLatencyMode) fillThread.elevate();
+  setVolumeMode(fromRaw<VolumeMode>(profile.volumeMode).value_or(VolumeMode::software));
+}
+
+DeviceSettings AudioEngine::Impl::playbackSettings() const {
+  DeviceSettings now;
+  capturePlayback(settings, joins->settings, now);
+  now.volumeMode = static_cast<int>(controls->volumeMode.load());
+  return now;
+}
+
+void AudioEngine::Impl::saveDeviceProfile() {
+  if (!isClosing) profiles.save(playbackSettings());
+}
+
+void AudioEngine::saveDeviceProfile() {
+  RecursiveMutexLock hold(_impl->lifecycleLock);
+  _impl->saveDeviceProfile();
 }
 
 void AudioEngine::Impl::noteDeviceInUse() {
@@ -140,6 +196,7 @@ PlaybackFacts AudioEngine::Impl::facts() {
     facts.resampledTo = heard->targetSampleRate;
   }
   facts.isInMemory = heard->isInMemory;
+  facts.dsdRate = heard->dsd ? hertz(heard->dsd->source) : 0;
   facts.isIntegerOutput = playing->isIntegerOutput;
   facts.effectsActive = !playing->isIntegerOutput &&
                         (effects->chain.isActive() || effects->headroomDSP.headroomDB() > 0);

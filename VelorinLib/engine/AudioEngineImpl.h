@@ -8,7 +8,10 @@
 #include "engine/AudioEngine.h"
 #include "engine/EngineSettings.h"
 #include "engine/PlaybackSession.h"
+#include "engine/devices/AggregateDeviceManager.h"
 #include "engine/devices/DeviceFollower.h"
+#include "engine/devices/DeviceProfiles.h"
+#include "engine/devices/HardwareVolume.h"
 #include "engine/devices/InterruptedPlayback.h"
 #include "engine/devices/OutputDevices.h"
 #include "engine/fill/FillThread.h"
@@ -49,6 +52,8 @@ struct AudioEngine::Impl {
   enum class Started { playing, noFile, noOutput };
   Started startStream(const Track& track, double start, bool exclusively) REQUIRES(lifecycleLock);
   OpenedTrack openDecoder(const Track& track) REQUIRES(lifecycleLock);
+  /// For a wait within play(): false as soon as the listener wants something else.
+  VolumeRemount::IsWanted whileWanted() REQUIRES(lifecycleLock);
   void useSession(std::shared_ptr<PlaybackSession> made, std::unique_ptr<FileDecoder> decoder,
                   std::unique_ptr<ResampleStage> resampler, SourceFacts facts)
       REQUIRES(lifecycleLock);
@@ -56,7 +61,19 @@ struct AudioEngine::Impl {
       REQUIRES(lifecycleLock);
   void makeSession(const Track& track, OpenedTrack opened) REQUIRES(lifecycleLock);
   void startFilling(double start) REQUIRES(lifecycleLock);
+  /// Waits until the ring holds a start.
+  void prefill() REQUIRES(lifecycleLock);
   bool startAudioOutput(double start) REQUIRES(lifecycleLock);
+  std::unique_ptr<RenderPath> makeRenderPath(PlaybackSession& playing) REQUIRES(lifecycleLock);
+  /// The output runs: tells everybody of the track. `how` ends the line in the log.
+  void announceStart(const SourceFacts& first, std::string_view how) REQUIRES(lifecycleLock);
+
+  // --- One-bit audio (AudioEngineDSD.cpp) ---
+  /// Changes the file without giving up the output unit. False: `play` is to start from scratch;
+  /// where only the file or its rates were in the way, what plays was not touched.
+  bool quickRestartDSD(const Track& track, std::optional<double> startTime) REQUIRES(lifecycleLock);
+  bool restartOutput(const Track& track, OpenedTrack opened, const DSDRatePlan& plan, double start)
+      REQUIRES(lifecycleLock);
   bool fallBackToFloat(double start) REQUIRES(lifecycleLock);
 
   // --- The next track (AudioEngineJoins.cpp) ---
@@ -78,7 +95,22 @@ struct AudioEngine::Impl {
   /// A device that came by itself may not be ready yet, and is tried for some seconds.
   enum class SwitchCause { asked, devicesChanged };
   void switchToDevice(AudioDeviceID device, SwitchCause cause) REQUIRES(lifecycleLock);
+  /// The device comes into use in the mode that its profile says: settings, effects, exclusive
+  /// access, volume. Nothing plays meanwhile, and the device left is free.
+  void useDevice(AudioDeviceID device) REQUIRES(lifecycleLock);
+  /// A device with output streams is in use, in its mode; another one where the current one is
+  /// gone. False when there is none.
+  bool ensureDeviceInUse() REQUIRES(lifecycleLock);
+  /// What plays on a device that took another one's place begins anew there in its mode.
+  void moveToFallback() REQUIRES(lifecycleLock);
+  /// What is set for playing now.
+  DeviceSettings playbackSettings() const REQUIRES(lifecycleLock);
+  void applyPlaybackSettings(const DeviceSettings& profile) REQUIRES(lifecycleLock);
+  /// Into the profile of the device in use.
+  void saveDeviceProfile() REQUIRES(lifecycleLock);
   void noteDeviceInUse() REQUIRES(lifecycleLock);
+  void setVolumeMode(VolumeMode mode) REQUIRES(lifecycleLock);
+  void hardwareVolumeChanged(AudioDeviceID device);
   void onOutputEvent(OutputEvent event, int generation);
   /// On the device listener queue: at most one line in ten seconds.
   void reportUnderrun();
@@ -86,12 +118,31 @@ struct AudioEngine::Impl {
 
   /// Stops what plays or is paused, and keeps its place.
   std::optional<Resumption> interrupt() REQUIRES(lifecycleLock);
+  /// The same, or the place of what was interrupted and waits.
+  std::optional<Resumption> interruptOrTake() REQUIRES(lifecycleLock);
   /// False when there is no output for it: the engine is stopped.
   bool goOn(const Resumption& where) REQUIRES(lifecycleLock);
 
+  // --- Several devices at once (AudioEngineMultiOutput.cpp) ---
+  void restoreMultiOutput();
+  void enableMultiOutput(const std::vector<std::string>& uids) REQUIRES(lifecycleLock);
+  void useAggregate(AudioDeviceID made, const std::vector<std::string>& uids)
+      REQUIRES(lifecycleLock);
+  /// To the device named, else to the first of those that played.
+  void disableMultiOutput(std::optional<AudioDeviceID> next) REQUIRES(lifecycleLock);
+  void forgetMultiOutput(AudioDeviceID next) REQUIRES(lifecycleLock);
+  AudioDeviceID defaultOrFirst() const;
+  /// An aggregate of pairs gets the stereo signal on each of them: RenderPath copies it.
+  StreamFormat formatForDevice(const StreamFormat& clientFormat) REQUIRES(lifecycleLock);
+
   // --- Devices come and go (AudioEngineDeviceChanges.cpp) ---
+  /// Once, at the end of construction.
+  void startDevices();
   void listenToDevices();
+  void selectOutputDevice(AudioDeviceID device) REQUIRES(lifecycleLock);
   void followSystemDefault() REQUIRES(lifecycleLock);
+  /// Ends it in favour of a device, also where it is only about to be brought back.
+  void endMultiOutputFor(AudioDeviceID next) REQUIRES(lifecycleLock);
   /// Asks for devicesChanged(), once for all that changes until it runs. Any thread.
   void noteDevicesChanged();
   /// On the device listener queue, like the two below.
@@ -123,6 +174,7 @@ struct AudioEngine::Impl {
 
   // Constant after construction, or synchronise themselves.
   AudioHardware& hardware;
+  Preferences& preferences;
   EventBus& bus;
   const std::shared_ptr<RenderControls> controls = std::make_shared<RenderControls>();
   const std::shared_ptr<DSPEffects> effects;
@@ -133,16 +185,23 @@ struct AudioEngine::Impl {
   ProgressTimer progressTimer;
   OutputDevices devices;
   DeviceFollower follower;
+  AggregateDeviceManager aggregates;
   std::atomic<bool> deviceChangeIsNoted{false};
   SleepInhibitor sleepInhibitor;
   std::atomic<int> playGeneration{0};
+  /// Calls of stop() so far, also of those that wait for the lifecycle lock.
+  std::atomic<int> stopsWanted{0};
+  /// `playGeneration` of the stream that the output unit serves.
+  std::atomic<int> outputGeneration{0};
   /// The session that the running unit renders; null without one. For canRender().
   std::atomic<PlaybackSession*> renderingSession{nullptr};
 
   RecursiveMutex lifecycleLock;
   EngineSettings settings GUARDED_BY(lifecycleLock);
+  std::function<bool()> isStillWanted GUARDED_BY(lifecycleLock);
   OutputSession output GUARDED_BY(lifecycleLock);
   FillThread fillThread GUARDED_BY(lifecycleLock);
+  DeviceProfiles profiles GUARDED_BY(lifecycleLock);
   InterruptedPlayback interrupted GUARDED_BY(lifecycleLock);
   /// The device that is used, or was last: a lost one can no longer be asked.
   struct DeviceInUse {
@@ -171,6 +230,8 @@ struct AudioEngine::Impl {
   SerialQueue deviceListenerQueue{"com.velorin.audio.devices"};
 
   // Ended before the queue that they use.
+  VolumeListener volumeListener{hardware, deviceListenerQueue,
+                                [this](AudioDeviceID device) { hardwareVolumeChanged(device); }};
   AudioHardware::Listener devicesListener;
   AudioHardware::Listener defaultOutputListener;
 };

@@ -4,10 +4,11 @@
 #include <thread>
 
 #include "engine/AudioEngineImpl.h"
+#include "engine/dsd/DSDPreparation.h"
+#include "engine/files/FormatNames.h"
 #include "engine/joins/Prefetch.h"
 #include "engine/output/ClientFormat.h"
 #include "foundation/Log.h"
-#include "foundation/Text.h"
 #include "records/Events.h"
 
 namespace velorin {
@@ -38,13 +39,6 @@ bool waitForPrefill(const PlaybackSession& session, milliseconds timeout) {
   return true;
 }
 
-void prefill(const PlaybackSession& session) {
-  if (waitForPrefill(session, kFirstPrefillWait)) return;
-  log::line("⚠️ Prefill: 0 frames after 1s — retrying");
-  if (waitForPrefill(session, kSecondPrefillWait)) return;
-  log::line("⚠️ Prefill: still 0 frames after retry — fill thread may be stuck");
-}
-
 std::shared_ptr<PlaybackSession> makeStream(const StreamFormat& clientFormat,
                                             std::shared_ptr<JoinDesk> joins) {
   auto made = std::make_shared<PlaybackSession>(
@@ -54,15 +48,38 @@ std::shared_ptr<PlaybackSession> makeStream(const StreamFormat& clientFormat,
   return made;
 }
 
+/// Of one-bit audio it is told how its PCM is made.
+std::string startLine(const SourceFacts& facts) {
+  if (!facts.dsd) {
+    return fmt::format("▶️ Playing: {} [{:.0f}Hz / {}bit]{}", titleOf(facts.track),
+                       facts.fileFormat.sampleRate, facts.sourceBitDepth,
+                       cueRangeText(facts.track));
+  }
+  const int decimation = facts.dsd->decimation;
+  return fmt::format("▶️ Playing DSD (PCM): {} [{}] dsd2pcm 8:1{}", titleOf(facts.track),
+                     conversionText(*facts.dsd),
+                     decimation >= 2 ? fmt::format(" + {}:1 FIR", decimation) : std::string());
+}
+
 }  // namespace
+
+void AudioEngine::Impl::prefill() {
+  const auto playing = currentSession();
+  const bool isDSD = playing->source->dsd.has_value();
+  if (waitForPrefill(*playing, kFirstPrefillWait)) return;
+  log::line("{}", isDSD ? "⚠️ DSD Prefill: 0 frames — retrying"
+                        : "⚠️ Prefill: 0 frames after 1s — retrying");
+  if (waitForPrefill(*playing, kSecondPrefillWait) || isDSD) return;
+  log::line("⚠️ Prefill: still 0 frames after retry — fill thread may be stuck");
+}
 
 void AudioEngine::Impl::play(const Track& track, std::optional<double> startTime) {
   if (jumpWithinCueFile(track, startTime)) return;
   // Kept across the stop: the track that plays may be the one that is asked for.
   const auto image = joins->files.memory().imageInUse(track.filePath);
+  if (quickRestartDSD(track, startTime)) return;
   stop();
-  std::error_code error;
-  if (!std::filesystem::exists(track.filePath, error)) {
+  if (!joins->files.volumes().resolveTrackURL(track.filePath, whileWanted())) {
     log::line("❌ File not found: {}", track.filePath);
     bus.postOnMain(PlaybackFileUnavailable{titleOf(track), track.filePath});
     return;
@@ -74,6 +91,7 @@ void AudioEngine::Impl::play(const Track& track, std::optional<double> startTime
 void AudioEngine::Impl::playPCM(const Track& track, std::optional<double> startTime) {
   const double start = std::max(0.0, startTime.value_or(0));
   outputFailed = false;
+  (void)ensureDeviceInUse();
   try {
     Started started = startStream(track, start, settings.exclusiveMode);
     if (started == Started::noOutput && devices.isHogMode()) {
@@ -85,11 +103,14 @@ void AudioEngine::Impl::playPCM(const Track& track, std::optional<double> startT
     }
     if (started == Started::noFile) return;
     if (started == Started::noOutput) {
-      log::line("❌ Failed to start audio output");
+      log::line("❌ Failed to start audio output{}",
+                isDSDFile(track.filePath) ? " for DSD track" : "");
       outputFailed = true;
       stop();
       return;
     }
+    // A device that refused was replaced by another one, which has a mode of its own.
+    if (devices.current() != inUse.id) moveToFallback();
   } catch (const std::bad_alloc&) {
     log::line("❌ Not enough memory to play {}", track.filePath);
     stop();
@@ -105,32 +126,45 @@ AudioEngine::Impl::Started AudioEngine::Impl::startStream(const Track& track, do
   if (exclusively && devices.ensureValidOutputDevice()) devices.enableHogMode();
   makeSession(track, std::move(opened));
   startFilling(start);
-  prefill(*currentSession());
+  prefill();
   return startAudioOutput(start) ? Started::playing : Started::noOutput;
 }
 
+VolumeRemount::IsWanted AudioEngine::Impl::whileWanted() {
+  return [this, stops = stopsWanted.load(), isWanted = isStillWanted] {
+    return stopsWanted.load() == stops && (!isWanted || isWanted());
+  };
+}
+
 OpenedTrack AudioEngine::Impl::openDecoder(const Track& track) {
-  auto opened = joins->files.open(track.filePath);
+  auto opened = joins->files.open(track.filePath, whileWanted());
   if (opened) return std::move(opened).value();
 
-  const std::string extension = text::fileExtension(track.filePath);
-  log::line("❌ Cannot open {}file: {}", extension == "flac" ? "FLAC " : "", opened.error().text);
+  if (isDSDFile(track.filePath)) {
+    log::line("❌ Cannot parse DSD file: {}: {}",
+              std::filesystem::path(track.filePath).filename().string(), opened.error().text);
+  } else {
+    log::line("❌ Cannot open {}file: {}", formatNamesOf(track.filePath).inErrors,
+              opened.error().text);
+  }
   bus.postOnMain(PlaybackFileUnavailable{titleOf(track), track.filePath});
   return {};
 }
 
 void AudioEngine::Impl::makeSession(const Track& track, OpenedTrack opened) {
   auto decoder = std::move(opened.decoder);
-  SourceFacts facts = describeSource(track, *decoder);
+  const RateOffer offer = devices.rateOffer();
+  const auto dsd = prepareDSD(*decoder, settings.rates, offer);
+  SourceFacts facts = describeSource(track, *decoder, dsd);
   facts.isInMemory = opened.isInMemory;
   const double fileRate = facts.fileFormat.sampleRate;
-  const RateOffer offer = devices.rateOffer();
-  const RatePlan plan = planRates(settings.rates, offer, fileRate);
+  if (dsd) log::line("ℹ️ Converting DSD→PCM via dsd2pcm (96-tap FIR, -160dB stopband)");
+  const RatePlan plan = dsd ? planRates(*dsd, offer) : planRates(settings.rates, offer, fileRate);
   for (const std::string& line : plan.linesBefore) log::line("{}", line);
   if (plan.deviceRate > 0) devices.setDeviceSampleRate(plan.deviceRate);
   for (const std::string& line : plan.linesAfter) log::line("{}", line);
 
-  const bool integerWanted = settings.integerMode && !decoder->isFloatSource();
+  const bool integerWanted = settings.integerMode && !decoder->isFloatSource() && !dsd;
   const auto formatAt = [&](double rate) {
     return clientFormatFor(integerWanted, facts.sourceBitDepth, rate, decoder->channels());
   };
@@ -139,10 +173,11 @@ void AudioEngine::Impl::makeSession(const Track& track, OpenedTrack opened) {
   if (!resampler) clientFormat = formatAt(fileRate);
   if (clientFormat.isInteger()) {
     log::line("🔢 Integer mode: {}-bit signed integer output", clientFormat.bitsPerChannel);
-  } else if (settings.integerMode && decoder->isFloatSource()) {
+  } else if (settings.integerMode && decoder->isFloatSource() && !dsd) {
+    const std::string_view format = formatNamesOf(track.filePath).preOpened;
     log::line(
-        "ℹ️ Float-source WavPack: using Float32 output (integer mode would corrupt float "
-        "samples)");
+        "ℹ️ Float-source {}: using Float32 output (integer mode would corrupt float samples)",
+        format);
   }
   auto made = makeStream(clientFormat, joins);
   made->rateSettings = settings.rates;
@@ -206,47 +241,51 @@ bool AudioEngine::Impl::startAudioOutput(double start) {
   auto playing = currentSession();
   effects->formatChanged(playing->clientFormat.sampleRate, playing->clientFormat.channelsPerFrame);
 
-  const int generation = playGeneration.load();
-  const auto prepared =
-      output.prepare(playing->clientFormat,
-                     [this, generation](OutputEvent event) { onOutputEvent(event, generation); });
+  outputGeneration.store(playGeneration.load());
+  const auto prepared = output.prepare(
+      formatForDevice(playing->clientFormat),
+      [this](OutputEvent event) { onOutputEvent(event, outputGeneration.load()); });
   if (prepared == OutputSession::Prepared::failed) return false;
   if (prepared == OutputSession::Prepared::formatRefused) {
     if (!fallBackToFloat(start)) return false;
     playing = currentSession();
-    output.useFormat(playing->clientFormat);
+    output.useFormat(formatForDevice(playing->clientFormat));
   }
 
-  playing->cells.ioBufferFrameSize.store(output.ioBufferFrameSize());
-  playing->cells.playbackLatencyFrames.store(output.playbackLatencyFrames());
-  const RenderPath::Stream stream{.ring = playing->ring,
-                                  .cells = playing->cells,
-                                  .gate = playing->gate,
-                                  .sampleRate = playing->clientFormat.sampleRate,
-                                  .bytesPerFrame = playing->clientFormat.bytesPerFrame,
-                                  .isIntegerOutput = playing->isIntegerOutput,
-                                  .bufferDeadlineUs = output.bufferDeadlineUs()};
   // A short track may be over by the time that its start is told.
   const SharedFacts first = heardSource();
-  renderingSession.store(playing.get());
+  auto renderPath = makeRenderPath(*playing);
   setRendering(true);
-  auto renderPath =
-      std::make_unique<RenderPath>(stream, *controls, effects->stages(), spectrumCaptureRing);
   if (!output.begin(std::move(renderPath), playing->clientFormat.sampleRate)) return false;
+  announceStart(*first, {});
+  return true;
+}
 
-  noteDeviceInUse();
+std::unique_ptr<RenderPath> AudioEngine::Impl::makeRenderPath(PlaybackSession& playing) {
+  playing.cells.ioBufferFrameSize.store(output.ioBufferFrameSize());
+  playing.cells.playbackLatencyFrames.store(output.playbackLatencyFrames());
+  renderingSession.store(&playing);
+  const RenderPath::Stream stream{.ring = playing.ring,
+                                  .cells = playing.cells,
+                                  .gate = playing.gate,
+                                  .sampleRate = playing.clientFormat.sampleRate,
+                                  .bytesPerFrame = playing.clientFormat.bytesPerFrame,
+                                  .isIntegerOutput = playing.isIntegerOutput,
+                                  .bufferDeadlineUs = output.bufferDeadlineUs()};
+  return std::make_unique<RenderPath>(stream, *controls, effects->stages(), spectrumCaptureRing);
+}
+
+void AudioEngine::Impl::announceStart(const SourceFacts& first, std::string_view how) {
   refreshReport();
   sleepInhibitor.acquire();
   changeState(PlaybackState::playing);
   progressTimer.start();
   bus.postOnMain(
-      TrackDidChange{.track = first->track, .sourceBitDepth = first->sourceBitDepth, .join = {}});
-  playing->isAnnounced.store(true);
+      TrackDidChange{.track = first.track, .sourceBitDepth = first.sourceBitDepth, .join = {}});
+  currentSession()->isAnnounced.store(true);
   // A wish that was there before: what the last stop closed is opened again.
-  prefetchNextTrack(joins, first->track);
-  log::line("▶️ Playing: {} [{:.0f}Hz / {}bit]{}", titleOf(first->track),
-            first->fileFormat.sampleRate, first->sourceBitDepth, cueRangeText(first->track));
-  return true;
+  prefetchNextTrack(joins, first.track);
+  log::line("{}{}", startLine(first), how);
 }
 
 bool AudioEngine::Impl::fallBackToFloat(double start) {
@@ -262,12 +301,13 @@ bool AudioEngine::Impl::fallBackToFloat(double start) {
                          joins);
   made->rateSettings = refused->rateSettings;
   made->rateOffer = refused->rateOffer;
-  SourceFacts facts = describeSource(old->track, *decoder);
+  const auto dsd = prepareDSD(*decoder, refused->rateSettings, refused->rateOffer);
+  SourceFacts facts = describeSource(old->track, *decoder, dsd);
   facts.isInMemory = opened.isInMemory;
   auto resampler = ResampleStage::create(facts.fileFormat.sampleRate, made->clientFormat);
   useSession(std::move(made), std::move(decoder), std::move(resampler), std::move(facts));
   startFilling(start);
-  prefill(*currentSession());
+  prefill();
   return true;
 }
 

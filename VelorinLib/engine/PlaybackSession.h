@@ -30,10 +30,20 @@ struct PlaybackSession {
   /// Makes the ring. Throws std::bad_alloc.
   PlaybackSession(const StreamFormat& format, std::int64_t ringFrames,
                   std::shared_ptr<JoinDesk> desk)
+      : PlaybackSession(format,
+                        std::make_shared<AudioRingBuffer>(format.channelsPerFrame, ringFrames,
+                                                          format.bytesPerFrame),
+                        std::move(desk)) {}
+
+  /// Goes on with the ring of a stream of this format whose fill thread has ended and whose output
+  /// stands still.
+  PlaybackSession(const StreamFormat& format, std::shared_ptr<AudioRingBuffer> sameRing,
+                  std::shared_ptr<JoinDesk> desk)
       : clientFormat(format),
         isIntegerOutput(format.isInteger()),
         joins(std::move(desk)),
-        ring(format.channelsPerFrame, ringFrames, format.bytesPerFrame),
+        ringOwner(std::move(sameRing)),
+        ring(*ringOwner),
         clock(ring, gate, format.sampleRate) {}
 
   // --- Constant once the fill thread runs ---
@@ -51,7 +61,8 @@ struct PlaybackSession {
 
   // --- Synchronise themselves ---
 
-  AudioRingBuffer ring;
+  const std::shared_ptr<AudioRingBuffer> ringOwner;
+  AudioRingBuffer& ring;
   TransportCells cells;
   RenderGate gate;
   FillWaker waker;

@@ -36,13 +36,19 @@ std::int64_t framesAt(double seconds, double rate) noexcept {
   return std::llround(seconds * rate);
 }
 
-SourceFacts describeSource(const Track& track, const FileDecoder& decoder) {
+SourceFacts describeSource(const Track& track, const FileDecoder& decoder,
+                           const std::optional<DSDRatePlan>& dsd) {
   SourceFacts facts;
   facts.track = track;
   facts.fileFormat = fileFormatOf(decoder.sampleRate(), decoder.channels(), decoder.bitsPerSample(),
                                   decoder.isFloatSource());
   facts.decoderInfo = decoder.info();
   facts.sourceBitDepth = static_cast<int>(decoder.bitsPerSample());
+  if (dsd) {
+    facts.dsd = dsd;
+    facts.fileFormat = StreamFormat::planarFloat(dsd->chosen, decoder.channels());
+    facts.sourceBitDepth = 1;
+  }
   facts.totalFrames = decoder.totalFrames();
   setRange(facts);
   return facts;

@@ -7,9 +7,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "engine/decoders/FillThreadDecoder.h"
+#include "engine/rates/DSDRatePlan.h"
 #include "platform/audio/StreamFormat.h"
 #include "records/Events.h"
 #include "records/Track.h"
@@ -32,6 +34,7 @@ struct SourceFacts {
   double duration = 0;              ///< seconds of the track, 0 when the file does not tell
   double targetSampleRate = 0;      ///< Hz after the resampler, 0 without one
   bool isInMemory = false;          ///< decoded from RAM
+  std::optional<DSDRatePlan> dsd;   ///< of one-bit audio, which is PCM when it is read
   bool isBridgeResampling = false;  ///< resampled for a join, not by the listener's choice
   /// Names this use of a track: two of the same track in a row differ. Above 0.
   std::uint64_t serial = 0;
@@ -45,8 +48,10 @@ using SharedFacts = std::shared_ptr<const SourceFacts>;
 /// Frames of a time; nearest, because CUE times are fractions of a second that binary cannot hold.
 std::int64_t framesAt(double seconds, double rate) noexcept;
 
-/// The facts of a track in a file that this decoder has open; not resampled.
-SourceFacts describeSource(const Track& track, const FileDecoder& decoder);
+/// The facts of a track in a file that this decoder has open; not resampled. `dsd`: what a decoder
+/// of one-bit audio was prepared for.
+SourceFacts describeSource(const Track& track, const FileDecoder& decoder,
+                           const std::optional<DSDRatePlan>& dsd = std::nullopt);
 
 /// The facts of another track in the same file.
 SourceFacts sameFile(const SourceFacts& facts, const Track& track);

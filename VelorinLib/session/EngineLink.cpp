@@ -27,20 +27,26 @@ bool isThere(const fs::path& file) {
 }  // namespace
 
 EngineLink::EngineLink(AudioEngine& engine, std::function<void(const Outcome&)> finished)
-    : _engine(engine), _finished(std::move(finished)) {}
+    : _engine(engine), _finished(std::move(finished)) {
+  _engine.setPatience(
+      [progress = _progress] { return progress->begun.load() == progress->wished.load(); });
+}
 
 void EngineLink::submit(std::optional<Track> wished, std::function<Outcome(AudioEngine&)> work) {
   const Serial serial = ++_serial;
+  _progress->wished = serial;
   _wished = std::move(wished);
   _isUnavailable = false;
   _isStopping = !_wished;
   auto begin = _life.guard([this, serial] { _begun = serial; });
   auto end = _life.guard([this, serial](const Outcome& outcome) { finish(serial, outcome); });
-  _queue.async([this, begin = std::move(begin), end = std::move(end), work = std::move(work)] {
-    MainThread::instance().post(begin);
-    const Outcome outcome = work(_engine);
-    MainThread::instance().post([end, outcome] { end(outcome); });
-  });
+  _queue.async(
+      [this, serial, begin = std::move(begin), end = std::move(end), work = std::move(work)] {
+        _progress->begun = serial;
+        MainThread::instance().post(begin);
+        const Outcome outcome = work(_engine);
+        MainThread::instance().post([end, outcome] { end(outcome); });
+      });
 }
 
 void EngineLink::play(const Track& track, const Start& start) {

@@ -6,8 +6,10 @@
 // one and when it is done. What the engine tells before the last wish began is old.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 
 #include "foundation/SerialQueue.h"
@@ -77,6 +79,12 @@ class EngineLink {
   AudioEngine& _engine;
   const std::function<void(const Outcome&)> _finished;
   Serial _serial = 0;  // of the last wish
+  /// What the engine looks at while it waits: a wish that was overtaken is not worth a wait.
+  struct Progress {
+    std::atomic<Serial> wished{0};
+    std::atomic<Serial> begun{0};
+  };
+  const std::shared_ptr<Progress> _progress = std::make_shared<Progress>();
   Serial _begun = 0;   // of the last wish that the engine's queue has begun with
   std::optional<Track> _wished;
   bool _isUnavailable = false;

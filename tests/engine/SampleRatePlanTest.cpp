@@ -5,6 +5,7 @@
 
 #include "engine/PlaybackFacts.h"
 #include "engine/output/ClientFormat.h"
+#include "engine/rates/DSDRatePlan.h"
 
 namespace velorin {
 namespace {
@@ -165,6 +166,50 @@ TEST(ClientFormat, FileFormatIsInterleaved) {
                                     .channelsPerFrame = 2,
                                     .bitsPerChannel = 24}));
   EXPECT_EQ(fileFormatOf(44100, 2, 32, true).formatFlags, 9u);
+}
+
+TEST(DSDRatePlan, TheHighestRateThatTheBufferCarries) {
+  using enum DSDRate;
+  const std::vector<double> all = {44100, 48000, 88200, 96000, 176400, 192000, 352800, 384000};
+  const std::vector<double> from48 = {48000, 96000, 192000};
+  struct Case {
+    const char* what;
+    RateOffer offer;
+    DSDRate source;
+    DSDRatePlan plan;
+    bool forced = false;
+  };
+  const Case cases[] = {
+      {"room for all", {all, 16384}, dsd64, {dsd64, 352800, 1, true, false}},
+      {"room for 40 ms of 88.2 kHz", {all, 4096}, dsd64, {dsd64, 88200, 4, true, true}},
+      {"forced", {all, 4096}, dsd64, {dsd64, 352800, 1, true, false}, true},
+      {"40 ms exactly", {all, 7056}, dsd128, {dsd128, 176400, 4, true, true}},
+      {"one frame less", {all, 7055}, dsd128, {dsd128, 88200, 8, true, true}},
+      {"nothing better offered", {{44100, 48000}, 4096}, dsd512, {dsd512, 44100, 64, true, false}},
+      {"inexact", {{88200.9}, 16384}, dsd256, {dsd256, 88200, 16, true, false}},
+      {"too inexact", {{88201.5}, 16384}, dsd64, {dsd64, 44100, 8, false, false}},
+      {"another family", {from48, 16384}, dsd64, {dsd64, 44100, 8, false, false}},
+      {"no room at all", {all, 300}, dsd64, {dsd64, 44100, 8, true, false}},
+      {"no list", {{}, 4096}, dsd64, {dsd64, 44100, 8, false, false}},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(selectDSDOutputRate(c.offer, c.forced, c.source), c.plan) << c.what;
+  }
+
+  const auto planned = [](const RateOffer& offer) {
+    return planRates(selectDSDOutputRate(offer, false, dsd64), offer);
+  };
+  EXPECT_EQ(planned({all, 16384, false}).deviceRate, 352800);
+  const RatePlan platform = planned({from48, 16384});
+  EXPECT_EQ(platform.deviceRate, 0) << "left alone";
+  EXPECT_EQ(platform.targetRate, 0);
+  EXPECT_EQ(
+      platform.linesBefore,
+      std::vector<std::string>{"⚠️ No native 44.1k rate on device (supported: 48000, 96000, "
+                               "192000). DSD→PCM at 44100Hz, CoreAudio SRC to device rate."});
+  const RatePlan ours = planned({from48, 16384, false});
+  EXPECT_EQ(ours.deviceRate, 48000);
+  EXPECT_EQ(ours.targetRate, 48000) << "nobody else converts";
 }
 
 TEST(PlaybackFacts, NothingIsBitPerfectThatIsNotProven) {

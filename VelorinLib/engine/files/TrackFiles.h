@@ -5,6 +5,7 @@
 #include <string>
 
 #include "engine/decoders/FillThreadDecoder.h"
+#include "engine/files/VolumeRemount.h"
 #include "engine/memory/MemoryPlayback.h"
 #include "foundation/Result.h"
 
@@ -23,9 +24,17 @@ class TrackFiles {
   /// Whether tracks are read into RAM first.
   MemoryPlayback& memory() noexcept { return _memory; }
 
-  Result<OpenedTrack, DecoderError> open(const std::string& path);
+  /// A file that cannot be opened is tried once more when its volume was away and could be brought
+  /// back; `isWanted` false ends the wait for that.
+  Result<OpenedTrack, DecoderError> open(const std::string& path,
+                                         const VolumeRemount::IsWanted& isWanted = {});
+
+  VolumeRemount& volumes() noexcept { return _volumes; }
 
  private:
+  Result<OpenedTrack, DecoderError> openNow(const std::string& path);
+
+  VolumeRemount _volumes;
   MemoryPlayback _memory;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "engine/files/FormatNames.h"
 #include "engine/joins/NextSource.h"
 #include "foundation/Log.h"
 
@@ -25,6 +26,8 @@ CrossfadeJoin::Outlook CrossfadeJoin::outlook() const {
   const double fileRate = reader.facts().fileFormat.sampleRate;
   const std::int64_t left = reader.framesLeft();
   if (!desk.settings.crossfadeEnabled() || isActive() || left < 1) return {};
+  // One-bit audio is only ever joined.
+  if (reader.facts().dsd) return {};
 
   const std::int64_t fade = framesAt(desk.settings.crossfadeDuration(), fileRate);
   if (left > fade) {
@@ -38,7 +41,10 @@ CrossfadeJoin::Outlook CrossfadeJoin::outlook() const {
   }
   const Track& playing = _session.source->track;
   const bool isCueNeighbour = playing.filePath == wish->track.filePath && wish->track.cueStartTime;
-  if (!wish->mayCrossfade || isCueNeighbour || _refusedVersion == version) return {};
+  if (!wish->mayCrossfade || isCueNeighbour || isDSDFile(wish->track.filePath) ||
+      _refusedVersion == version) {
+    return {};
+  }
   return {.step = Outlook::Step::start, .wish = *wish};
 }
 

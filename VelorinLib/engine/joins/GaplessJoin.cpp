@@ -23,8 +23,11 @@ std::optional<PreparedJoin> prepareGaplessJoin(const PlaybackSession& session,
   prepared.facts = opened->facts;
   prepared.continuesResampler = opened->continuesResampler;
   prepared.opened = std::move(opened);
-  prepared.line = fmt::format("🔗 Gapless transition → {} [{}]", titleOf(wish.track),
-                              text::fileExtension(wish.track.filePath));
+  prepared.line = prepared.facts.dsd
+                      ? fmt::format("🔗 DSD gapless → {} [{}]", titleOf(wish.track),
+                                    conversionText(*prepared.facts.dsd))
+                      : fmt::format("🔗 Gapless transition → {} [{}]", titleOf(wish.track),
+                                    text::fileExtension(wish.track.filePath));
   return prepared;
 }
 

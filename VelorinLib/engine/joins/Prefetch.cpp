@@ -1,8 +1,8 @@
 #include "engine/joins/Prefetch.h"
 
+#include "engine/files/FormatNames.h"
 #include "foundation/Log.h"
 #include "foundation/SerialQueue.h"
-#include "foundation/Text.h"
 
 namespace velorin {
 namespace {
@@ -15,8 +15,6 @@ SerialQueue& utilityQueue() {
 
 bool canBePreOpened(const JoinDesk& desk, const Track& next, const std::string& playingPath) {
   if (!desk.settings.gaplessEnabled()) return false;
-  const std::string extension = text::fileExtension(next.filePath);
-  if (extension == "dsf" || extension == "dff") return false;
   return !(next.cueStartTime && next.filePath == playingPath);
 }
 
@@ -28,7 +26,8 @@ void preOpen(JoinDesk& desk, const std::string& playingPath) {
   }
   const std::string& path = wish->track.filePath;
   if (desk.preOpened.holds(path)) return;
-  auto opened = desk.files.open(path);
+  const std::uint64_t version = desk.nextTrack.version();
+  auto opened = desk.files.open(path, [&] { return desk.nextTrack.version() == version; });
   if (!opened) {
     desk.preOpened.put({}, {});
     return;
@@ -36,9 +35,9 @@ void preOpen(JoinDesk& desk, const std::string& playingPath) {
   const auto now = desk.nextTrack.get();
   if (!now || now->track.filePath != path) return;
   OpenedTrack track = std::move(opened).value();
-  const std::string format = track.decoder->info().formatTag.value_or("track");
   desk.preOpened.put(path, std::move(track));
-  log::line("📦 Pre-opened next {} for gapless: {}", format, titleOf(wish->track));
+  log::line("📦 Pre-opened next {} for gapless: {}", formatNamesOf(path).preOpened,
+            titleOf(wish->track));
 }
 
 }  // namespace

@@ -107,9 +107,20 @@ void OutputSession::useFormat(const StreamFormat& clientFormat) {
   }
 }
 
-bool OutputSession::begin(std::unique_ptr<RenderPath> renderPath, double clientRate) {
+std::uint32_t OutputSession::render(void* context, AudioBufferList& list,
+                                    std::uint32_t frames) noexcept {
+  const auto* const self = static_cast<const OutputSession*>(context);
+  return RenderPath::render(self->_rendering.load(std::memory_order_acquire), list, frames);
+}
+
+void OutputSession::use(std::unique_ptr<RenderPath> renderPath) {
+  _rendering.store(renderPath.get(), std::memory_order_release);
   _renderPath = std::move(renderPath);
-  AudioStatus status = _unit->setRenderCallback(&RenderPath::render, _renderPath.get());
+}
+
+bool OutputSession::begin(std::unique_ptr<RenderPath> renderPath, double clientRate) {
+  use(std::move(renderPath));
+  AudioStatus status = _unit->setRenderCallback(&OutputSession::render, this);
   if (!status.ok()) log::line("❌ Failed to set render callback: {}", status.description());
 
   status = _unit->initialize();
@@ -138,6 +149,15 @@ void OutputSession::verifyRate(double clientRate) {
   }
 }
 
+AudioStatus OutputSession::restart(std::unique_ptr<RenderPath> renderPath, double clientRate) {
+  if (!_unit) return AudioStatus::failure(-ENODEV);
+  _unit->stop();
+  use(std::move(renderPath));
+  const AudioStatus status = _unit->start();
+  if (status.ok()) verifyRate(clientRate);
+  return status;
+}
+
 std::uint64_t OutputSession::pause() {
   if (!_unit) return 0;
   _unit->stop();
@@ -154,7 +174,7 @@ void OutputSession::end() {
     _unit->uninitialize();
   }
   _unit.reset();
-  _renderPath.reset();
+  use(nullptr);
   _deviceRateVerified = false;
 }
 

@@ -1,6 +1,7 @@
 // One output unit, from the choice of the device to its release.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -14,7 +15,7 @@
 namespace velorin {
 
 /// Engine queue, under the lifecycle lock, unless a member says otherwise. The order of calls:
-/// prepare → [useFormat] → begin → pause ⇄ resume → end.
+/// prepare → [useFormat] → begin → pause ⇄ resume, restart → end.
 class OutputSession {
  public:
   OutputSession(AudioHardware& hardware, OutputDevices& devices);
@@ -39,9 +40,13 @@ class OutputSession {
   std::int64_t playbackLatencyFrames() const noexcept { return _playbackLatencyFrames; }
   double bufferDeadlineUs() const noexcept { return _bufferDeadlineUs; }
 
-  /// Opens the device and starts it. The render path is final and outlives the unit. False: the
-  /// log has said why and no unit is left.
+  /// Opens the device and starts it with the render path. False: the log has said why and no unit
+  /// is left.
   bool begin(std::unique_ptr<RenderPath> renderPath, double clientRate);
+
+  /// For a new stream of the same format on the unit as it is: stops, and starts it with another
+  /// render path. A failure leaves the unit stopped.
+  AudioStatus restart(std::unique_ptr<RenderPath> renderPath, double clientRate);
 
   bool isOpen() const noexcept { return _unit != nullptr; }
   /// Returns how many of the frames rendered last were dropped unheard.
@@ -57,6 +62,8 @@ class OutputSession {
   OutputReport report() const;
 
  private:
+  static std::uint32_t render(void* context, AudioBufferList& list, std::uint32_t frames) noexcept;
+  void use(std::unique_ptr<RenderPath> renderPath);
   bool bindToDevice();
   void configureBuffer(double clientRate);
   void logDeviceFormat();
@@ -64,6 +71,8 @@ class OutputSession {
   AudioHardware& _hardware;
   OutputDevices& _devices;
   std::unique_ptr<RenderPath> _renderPath;  ///< declared before the unit: outlives it
+  /// What the unit's callback goes to. Changed only while the unit stands still.
+  std::atomic<RenderPath*> _rendering{nullptr};
   std::unique_ptr<OutputUnit> _unit;
   std::uint32_t _ioBufferFrameSize = 0;
   std::int64_t _playbackLatencyFrames = 0;

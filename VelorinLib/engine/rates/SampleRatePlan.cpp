@@ -67,15 +67,14 @@ double rateToResampleTo(const std::vector<double>& offered, double sourceRate) {
   return best;
 }
 
-/// Nobody behind us converts: where the device does not run at the stream's rate, we resample.
+}  // namespace
+
 void resampleForDevice(RatePlan& plan, const RateOffer& offer, double sourceRate) {
   if (plan.deviceRate == 0) plan.deviceRate = rateToResampleTo(offer.rates, sourceRate);
   if (!differs(plan.deviceRate, plan.clientRate(sourceRate))) return;
   plan.targetRate = differs(plan.deviceRate, sourceRate) ? plan.deviceRate : 0;
   if (plan.targetRate > 0) plan.linesAfter.push_back(resamplingLine(sourceRate, plan.targetRate));
 }
-
-}  // namespace
 
 bool RateOffer::has(double rate) const {
   return contains(rates, rate);

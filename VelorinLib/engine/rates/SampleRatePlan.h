@@ -55,4 +55,9 @@ inline constexpr double kShortestDeviceBuffer = 0.04;
 
 RatePlan planRates(const RateSettings& settings, const RateOffer& offer, double sourceRate);
 
+/// For a plan where nothing behind us converts, and a device that offers something: where the
+/// device does not run at the stream's rate, we resample. A device without a rate in the plan gets
+/// the lowest that keeps the source's band.
+void resampleForDevice(RatePlan& plan, const RateOffer& offer, double sourceRate);
+
 }  // namespace velorin

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <utility>
 
 #include "engine/SourceFacts.h"
 #include "foundation/Mutex.h"
@@ -43,6 +44,12 @@ class NowPlaying {
   void setTrack(const Track& track) {
     MutexLock hold(_mutex);
     _currentTrack = track;
+    _serial = 0;
+  }
+  /// As setTrack(), for a track that takes the place of one that plays, without a stop between.
+  void replaceTrack(const Track& track) {
+    MutexLock hold(_mutex);
+    _lastTrack = std::exchange(_currentTrack, track);
     _serial = 0;
   }
   /// What plays now: opened, or jumped to.
