@@ -12,11 +12,11 @@ namespace velorin {
 /// A DSF or DSDIFF file as PCM of the rate that was prepared.
 ///
 /// Frame n of the output is made of the bytes up to and including those of frame n, so that the
-/// sound comes later by the filters' delay (44 one-bit samples and 11 samples before each half-band
-/// stage: 0.11 ms for DSD64 at 88.2 kHz), and what the filters still hold at the end of the file is
-/// its last that long. The length is that of the file, rounded down to whole frames; nothing is
-/// added. A file that goes on where another one ended takes over what the filters hold, and the
-/// seam is not to be heard: see continueFrom().
+/// sound comes later by the filters' delay (40.5 one-bit samples and 11 samples before each
+/// half-band stage: 0.11 ms for DSD64 at 88.2 kHz), and what the filters still hold at the end of
+/// the file is its last that long. The length is that of the file, rounded down to whole frames;
+/// nothing is added. A file that goes on where another one ended takes over what the filters hold,
+/// and the seam is not to be heard: see continueFrom().
 ///
 /// One thread at a time uses an object. read() does not allocate.
 class DSDDecoder final : public FileDecoder, public DSDSource {
