@@ -6,6 +6,7 @@
 #include "Console.h"
 #include "JsonOutput.h"
 #include "SignalPathText.h"
+#include "engine/devices/DACCapabilities.h"
 #include "foundation/Text.h"
 #include "platform/audio/AudioHardware.h"
 
@@ -23,29 +24,33 @@ std::vector<JsonObject> formatsJson(const std::vector<PhysicalFormat>& formats) 
   return list;
 }
 
-JsonObject json(const AudioHardware& hardware, AudioDeviceID device) {
+JsonObject json(const AudioHardware& hardware, AudioDeviceID device, const DACCapabilities& can) {
   std::vector<JsonObject> rates;
   for (const RateRange& range : hardware.availableSampleRates(device)) {
     rates.emplace_back().add("minimum", range.minimum).add("maximum", range.maximum);
   }
   JsonObject object;
   object.add("uid", hardware.deviceUID(device))
-      .add("name", hardware.deviceName(device))
-      .add("manufacturer", hardware.manufacturer(device))
-      .add("transport", transportName(hardware.transportType(device)))
+      .add("name", can.name)
+      .add("manufacturer", can.manufacturer)
+      .add("transport", can.transportType)
       .add("default", device == hardware.defaultOutputDevice())
       .add("channels", hardware.outputChannels(device))
-      .add("sampleRate", hardware.nominalSampleRate(device))
+      .add("maxChannels", can.maxChannels)
+      .add("sampleRate", can.currentSampleRate)
       .add("sampleRates", rates)
-      .add("formats", formatsJson(hardware.physicalFormats(device)));
-  if (const auto buffer = hardware.bufferFrameSizeRange(device)) {
-    object.add("bufferMinimum", buffer->minimum).add("bufferMaximum", buffer->maximum);
-  }
-  const pid_t owner = hardware.hogOwner(device);
-  if (owner < 0) {
+      .add("bits", can.currentBitDepth)
+      .add("bitDepths", std::vector<double>(can.bitDepths.begin(), can.bitDepths.end()))
+      .add("formats", formatsJson(hardware.physicalFormats(device)))
+      .add("dsd", can.supportsDSD)
+      .add("hardwareVolume", can.supportsHardwareVolume)
+      .add("bufferFrames", can.bufferFrameSize)
+      .add("bufferMinimum", can.bufferFrameRange.first)
+      .add("bufferMaximum", can.bufferFrameRange.second);
+  if (can.hogPID < 0) {
     object.addNull("exclusiveOwner");
   } else {
-    object.add("exclusiveOwner", static_cast<std::int64_t>(owner));
+    object.add("exclusiveOwner", static_cast<std::int64_t>(can.hogPID));
   }
   return object;
 }
@@ -63,21 +68,46 @@ std::string ratesText(const std::vector<RateRange>& ranges) {
 std::string formatsText(const std::vector<PhysicalFormat>& formats) {
   std::string text;
   for (const PhysicalFormat& format : formats) {
+    if (format.bits <= 1) continue;  // told as DSD
     text += fmt::format("{}{}-bit{}", text.empty() ? "" : ", ", format.bits,
                         format.isFloat ? " float" : "");
   }
   return text.empty() ? "not known" : text;
 }
 
-void print(const AudioHardware& hardware, AudioDeviceID device) {
+/// "48 kHz, 24-bit"; what the device does not tell is left out.
+std::string nowText(const DACCapabilities& can) {
+  std::string text = can.currentSampleRate > 0 ? rateText(can.currentSampleRate) : "";
+  if (can.currentBitDepth > 0) {
+    text += fmt::format("{}{}-bit", text.empty() ? "" : ", ", can.currentBitDepth);
+  }
+  return text.empty() ? "not known" : text;
+}
+
+std::string bufferText(const DACCapabilities& can) {
+  const auto [least, most] = can.bufferFrameRange;
+  const std::string range =
+      least == most ? fmt::format("{}", least) : fmt::format("{} to {}", least, most);
+  return can.bufferFrameSize == 0 ? range + " frames"
+                                  : fmt::format("{} frames, {}", can.bufferFrameSize, range);
+}
+
+void print(const AudioHardware& hardware, AudioDeviceID device, const DACCapabilities& can) {
   const bool isDefault = device == hardware.defaultOutputDevice();
-  fmt::print("{}{}\n", text::escapeForTerminal(hardware.deviceName(device)),
-             isDefault ? "  (default)" : "");
-  fmt::print("  UID       {}\n", text::escapeForTerminal(hardware.deviceUID(device)));
-  fmt::print("  attached  {}\n", transportName(hardware.transportType(device)));
-  fmt::print("  channels  {}\n", hardware.outputChannels(device));
-  fmt::print("  rates     {}\n", ratesText(hardware.availableSampleRates(device)));
-  fmt::print("  formats   {}\n", formatsText(hardware.physicalFormats(device)));
+  const auto line = [](const char* name, const std::string& value) {
+    fmt::print("  {:<9} {}\n", name, text::escapeForTerminal(value));
+  };
+  fmt::print("{}{}\n", text::escapeForTerminal(can.name), isDefault ? "  (default)" : "");
+  line("UID", hardware.deviceUID(device));
+  line("maker", can.manufacturer);
+  line("attached", can.transportType);
+  line("channels", std::to_string(hardware.outputChannels(device)));
+  line("rates", ratesText(hardware.availableSampleRates(device)));
+  line("formats", formatsText(hardware.physicalFormats(device)) + (can.supportsDSD ? ", DSD" : ""));
+  line("now", nowText(can));
+  line("buffer", bufferText(can));
+  line("volume", can.supportsHardwareVolume ? "on the device" : "in software alone");
+  if (can.hogPID >= 0) line("held by", fmt::format("process {}", can.hogPID));
 }
 
 }  // namespace
@@ -89,12 +119,14 @@ int runDevices(const DevicesOptions& options) {
   std::vector<JsonObject> objects;
   bool any = false;
   for (const AudioDeviceID device : made.hardware->devices()) {
-    if (!made.hardware->hasOutputStreams(device)) continue;
+    // One that goes meanwhile is no device any more.
+    const auto can = deviceCapabilities(*made.hardware, device);
+    if (!can) continue;
     any = true;
     if (options.json) {
-      objects.push_back(json(*made.hardware, device));
+      objects.push_back(json(*made.hardware, device, *can));
     } else {
-      print(*made.hardware, device);
+      print(*made.hardware, device, *can);
     }
   }
   if (options.json) {

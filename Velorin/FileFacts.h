@@ -1,9 +1,8 @@
-// What a music file says of itself.
+// What the player's own decoder says of a music file.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
-#include <optional>
 #include <string>
 
 #include "foundation/Result.h"
@@ -14,24 +13,21 @@ struct FileFacts {
   std::filesystem::path path;
   std::string format;  ///< "FLAC"
   std::uint32_t sampleRate = 0;
-  std::uint32_t bitsPerSample = 0;
+  std::uint32_t bitsPerSample = 0;  ///< 0 for lossy formats, 1 for DSD
   std::uint32_t channels = 0;
   std::uint64_t totalFrames = 0;  ///< 0 when the file does not tell
   std::uint64_t fileSize = 0;     ///< bytes
   std::string md5;                ///< of the decoded samples, hexadecimal; empty when not stored
-  // Tags, valid UTF-8; empty when the file has none.
-  std::string title;
-  std::string artist;
-  std::string album;
-  std::string trackNumber;
-  // ReplayGain tags: dB, and linear peaks.
-  std::optional<double> trackGain;
-  std::optional<double> albumGain;
-  std::optional<double> trackPeak;
-  std::optional<double> albumPeak;
+  bool isLossless = true;
+  bool isFloat = false;       ///< samples are floating point
+  std::uint32_t dsdRate = 0;  ///< Hz of one-bit audio, whose frames are those of PCM; else 0
 
   double duration() const noexcept {
     return sampleRate == 0 ? 0 : static_cast<double>(totalFrames) / sampleRate;
+  }
+  /// Of each channel, as the file has them: of DSD one-bit samples.
+  std::uint64_t totalSamples() const noexcept {
+    return dsdRate == 0 || sampleRate == 0 ? totalFrames : totalFrames * (dsdRate / sampleRate);
   }
 };
 
@@ -40,7 +36,8 @@ struct FileError {
   std::string text;
 };
 
-/// Reads a file's headers. Never blocks on a pipe or a device. Any thread.
+/// Opens a file that the player has a decoder for, of any format. Never blocks on a pipe or a
+/// device. Any thread.
 Result<FileFacts, FileError> readFileFacts(const std::filesystem::path& path);
 
 /// What is wrong with a file that could not be played, as a FileError says it.

@@ -34,6 +34,23 @@ struct FileReport {
   std::optional<std::string> md5() const {
     return decoded && !decoded->md5.empty() ? std::optional(decoded->md5) : std::nullopt;
   }
+  /// Bits of a sample; nothing for lossy formats.
+  std::optional<int> depth() const {
+    if (!decoded) return item.track.bitDepth;
+    if (!decoded->isLossless || decoded->bitsPerSample == 0) return std::nullopt;
+    return static_cast<int>(decoded->bitsPerSample);
+  }
+  /// Of the sound as the file has it; nothing where it does not tell.
+  std::optional<std::uint64_t> samples() const {
+    if (!decoded || decoded->totalFrames == 0) return std::nullopt;
+    return decoded->totalSamples();
+  }
+  /// Hz; of DSD the one-bit rate.
+  std::optional<int> rate() const {
+    if (!decoded) return item.track.sampleRate;
+    return static_cast<int>(decoded->dsdRate > 0 ? decoded->dsdRate : decoded->sampleRate);
+  }
+  double duration() const { return samples() ? decoded->duration() : item.track.duration; }
 };
 
 Result<FileReport, FileError> report(const std::filesystem::path& path) {
@@ -67,12 +84,15 @@ JsonObject json(const FileReport& file) {
   const auto add = [&object](const char* key, const auto& value) { addTo(object, key, value); };
   object.add("path", file.path.native());
   add("format", track.format);
-  add("sampleRate", track.sampleRate);
-  add("bitsPerSample", track.bitDepth);
+  add("codec", file.decoded ? std::optional(file.decoded->format) : std::nullopt);
+  add("lossless", file.decoded ? std::optional(file.decoded->isLossless) : std::nullopt);
+  add("float", file.decoded ? std::optional(file.decoded->isFloat) : std::nullopt);
+  add("sampleRate", file.rate());
+  add("bitsPerSample", file.depth());
   add("channels", track.channels);
   add("bitRate", track.bitRate);
-  add("totalSamples", file.decoded ? std::optional(file.decoded->totalFrames) : std::nullopt);
-  object.add("duration", track.duration);
+  add("totalSamples", file.samples());
+  object.add("duration", file.duration());
   add("fileSize", track.fileSize);
   add("lastModified",
       track.lastModified ? std::optional(jsonMoment(*track.lastModified)) : std::nullopt);
@@ -95,19 +115,22 @@ JsonObject json(const FileReport& file) {
   return object;
 }
 
-/// "FLAC 44.1 kHz 16-bit", "MP3 44.1 kHz 192 kbit/s".
-std::string formatLine(const Track& track) {
-  std::string text = track.format.value_or("");
-  if (track.sampleRate) text += " " + rateText(*track.sampleRate);
-  if (track.bitDepth) text += fmt::format(" {}-bit", *track.bitDepth);
+/// "FLAC 44.1 kHz 16-bit", "MP3 44.1 kHz 192 kbit/s", "DSF DSD64 2822.4 kHz 1-bit".
+std::string formatLine(const FileReport& file) {
+  const Track& track = file.item.track;
+  std::string text = file.decoded ? file.decoded->format : track.format.value_or("");
+  if (file.decoded && file.decoded->dsdRate > 0) text += " " + dsdText(file.decoded->dsdRate);
+  if (const auto rate = file.rate()) text += " " + rateText(*rate);
+  if (const auto depth = file.depth()) text += fmt::format(" {}-bit", *depth);
+  if (file.decoded && file.decoded->isFloat && file.depth()) text += " float";
   if (track.bitRate) text += fmt::format(" {} kbit/s", (*track.bitRate + 500) / 1000);
   return text;
 }
 
 std::string durationLine(const FileReport& file) {
-  if (file.item.track.duration <= 0) return "not stated";
-  const std::string time = timeText(file.item.track.duration);
-  return file.decoded ? fmt::format("{} ({} samples)", time, file.decoded->totalFrames) : time;
+  if (file.duration() <= 0) return "not stated";
+  const std::string time = timeText(file.duration());
+  return file.samples() ? fmt::format("{} ({} samples)", time, *file.samples()) : time;
 }
 
 void print(const FileReport& file) {
@@ -121,7 +144,7 @@ void print(const FileReport& file) {
     if (peak) fmt::print("  {:<10} peak {:.6f}\n", name, *peak);
   };
   fmt::print("{}\n", text::pathForDisplay(file.path));
-  line("format", std::optional(formatLine(track)));
+  line("format", std::optional(formatLine(file)));
   line("channels", track.channels);
   line("duration", std::optional(durationLine(file)));
   fmt::print("  {:<10} {} bytes\n", "size", track.fileSize.value_or(0));

@@ -24,6 +24,10 @@ struct EngineOptions {
   std::optional<int> multiplier;    ///< 2 to 64
   std::optional<double> fixedRate;  ///< Hz
   std::optional<double> start;      ///< seconds into the first file
+  bool forceHighRate = false;       ///< high rates although the device's buffer is short there
+  bool memory = false;              ///< play from RAM
+  std::optional<int> memoryLimit;   ///< MiB of a file
+  std::optional<VolumeMode> volumeMode;
   std::optional<double> volume;     ///< linear, 0 to 1
   std::filesystem::path chain;      ///< file of the effect chain; empty: the stored one
   bool noGapless = false;           ///< each track starts anew
@@ -120,7 +124,8 @@ struct RunOptions {
 
 struct ControlOptions {
   InstanceAction action = InstanceAction::playPause;
-  bool json = false;  ///< of status
+  std::vector<std::string> words = {};  ///< of set: the setting and what it is set to
+  bool json = false;                    ///< of status and path
 };
 
 /// Text that was asked for: help, version.

@@ -61,28 +61,44 @@ class PlaySession : private PlayRunListener {
 
   int run(AudioDeviceID device) {
     log::setSink([this](log::Level, std::string_view line) { _console.printError(line); });
-    const auto fault = prepare(device);
-    if (fault) {
-      log::setSink({});
-      reportError(*fault);
-      return kExitFailure;
-    }
-    attachTerminal();
     const SignalWatch signals({.stop = [this] { quit(); },
                                .suspend = [this] { suspendTerminal(); },
                                .resume = [this] { resumeTerminal(); }});
-    _run.start(_tracks, firstTrack(), _options.engine.start);
-    _reader.start([this](TrackReader::Batch batch) { append(std::move(batch)); });
+    choose(device);
     MainThread::instance().run();
     _redraw.stop();
     _console.clearStatus();
+    if (!_fault.empty()) {
+      log::setSink({});
+      reportError(_fault);
+      return kExitFailure;
+    }
     if (_heard) trackEnded(*_heard, /*playedOut=*/false);
     log::setSink({});
     return summarise();
   }
 
  private:
-  std::optional<std::string> prepare(AudioDeviceID device) {
+  /// The profile of a device reaches the player on this thread; what was typed counts after it.
+  void choose(AudioDeviceID device) {
+    _player.engineQueue().async([this, device] {
+      if (device != kNoDevice) _engine.selectOutputDevice(device);
+      MainThread::instance().post([this] { begin(); });
+    });
+  }
+
+  void begin() {
+    if (_quitting) return;
+    if (const auto fault = prepare()) {
+      _fault = *fault;
+      return quit();
+    }
+    attachTerminal();
+    _run.start(_tracks, firstTrack(), _options.engine.start);
+    _reader.start([this](TrackReader::Batch batch) { append(std::move(batch)); });
+  }
+
+  std::optional<std::string> prepare() {
     applySettings(_options.engine, _player);
     // What the last session left does not count here: the order is the one that was typed.
     _player.setShuffle(_options.shuffle);
@@ -90,7 +106,6 @@ class PlaySession : private PlayRunListener {
     std::optional<std::string> fault;
     _player.engineQueue().sync([&] {
       if (!_options.engine.chain.empty()) fault = applyChainFile(_options.engine.chain, _engine);
-      if (device != kNoDevice) _engine.selectOutputDevice(device);
     });
     return fault;
   }
@@ -297,6 +312,7 @@ class PlaySession : private PlayRunListener {
   bool _wasAsked = false;        ///< the listener quit
   bool _waitsForReader = false;  ///< all that was read has been played
   bool _quitting = false;
+  std::string _fault;  ///< why nothing can be played; empty when it can
 };
 
 }  // namespace

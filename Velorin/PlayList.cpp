@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "PlaylistFile.h"
 #include "engine/decoders/DecoderFactory.h"
 #include "foundation/Text.h"
 #include "library/cue/ExternalTracks.h"
@@ -58,11 +59,6 @@ bool isSupported(const std::string& path) {
 
 bool isSheet(const fs::path& path) {
   return text::fileExtension(path.native()) == "cue";
-}
-
-bool isPlaylist(const fs::path& path) {
-  const std::string extension = text::fileExtension(path.native());
-  return extension == "m3u" || extension == "m3u8";
 }
 
 /// A sheet finds its audio file from the folder that it lies in, which a bare name does not tell.
@@ -162,7 +158,7 @@ class Expansion {
   void add(const fs::path& input) {
     std::error_code error;
     if (fs::is_directory(input, error)) return addFolder(input);
-    if (isPlaylist(input)) return addPlaylist(input);
+    if (isPlaylistFile(input.native())) return addPlaylist(input);
     addFile(input);
   }
 
@@ -174,7 +170,7 @@ class Expansion {
     if (const std::error_code failed = walk.visit(folder)) {
       complain(folder, failed.message() + ": make the folder readable");
     } else if (walk.entries.empty()) {
-      complain(folder, "no music in this folder: choose one with FLAC files");
+      complain(folder, "no music in this folder: choose another");
     }
     append(std::move(walk.entries));
   }
@@ -193,25 +189,15 @@ class Expansion {
   }
 
   void addPlaylist(const fs::path& file) {
-    std::vector<M3UManager::ParsedEntry> lines;
+    std::vector<fs::path> files;
     try {
-      lines = M3UManager::parse(file.native());
+      files = filesOfPlaylist(file);
     } catch (const M3UError& error) {
       return complain(file, fmt::format("{}: choose a playlist that can be read", error.what()));
     }
-    if (lines.empty()) complain(file, "the playlist names no files: choose another");
+    if (files.empty()) complain(file, "the playlist names no files: choose another");
     // A list inside a list is left to the decoder, which says what it is not: no endless rounds.
-    for (const auto& line : lines) addFile(meantBy(line));
-  }
-
-  /// The first of the line's meanings that exists.
-  static fs::path meantBy(const M3UManager::ParsedEntry& line) {
-    std::error_code error;
-    if (fs::exists(line.path, error)) return line.path;
-    for (const std::string& other : line.otherPaths) {
-      if (fs::exists(other, error)) return other;
-    }
-    return line.path;
+    for (const fs::path& each : files) addFile(each);
   }
 
   void append(std::vector<PlayListEntry> entries) {

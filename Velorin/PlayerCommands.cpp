@@ -1,4 +1,4 @@
-// `velorin`, `velorin run`, `velorin open` and `velorin control`.
+// `velorin`, `velorin run`, `velorin open`, `velorin control` and `velorin path`.
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -6,10 +6,12 @@
 
 #include "Commands.h"
 #include "Console.h"
+#include "LibraryText.h"
 #include "foundation/Log.h"
 #include "foundation/Paths.h"
 #include "shell/InstanceSocket.h"
 #include "shell/OpenFiles.h"
+#include "shell/PathReport.h"
 #include "shell/PlayerStatus.h"
 #include "shell/VelorinApp.h"
 
@@ -78,7 +80,8 @@ int runPlayer(const RunOptions& options) {
 }
 
 int runControl(const ControlOptions& options) {
-  const auto reached = instance::ask(paths::runtimeDirectory(), {options.action, {}});
+  const auto reached =
+      instance::ask(paths::runtimeDirectory(), {options.action, {}, options.words});
   if (const auto* failure = std::get_if<instance::Failure>(&reached)) {
     reportError(failure->text);
     return kExitFailure;
@@ -88,10 +91,15 @@ int runControl(const ControlOptions& options) {
     return kExitFailure;
   }
   const auto& answer = std::get<InstanceAnswer>(reached);
-  if (answer.ok && options.action == InstanceAction::status && !options.json) {
-    return print(statusText(answer.text).value_or(answer.text));
+  if (!answer.ok || options.json) return showAnswer(answer);
+  switch (options.action) {
+    case InstanceAction::status:
+      return print(statusText(answer.text).value_or(answer.text));
+    case InstanceAction::path:
+      return print(pathText(answer.text, outputColumns()).value_or(answer.text));
+    default:
+      return showAnswer(answer);
   }
-  return showAnswer(answer);
 }
 
 }  // namespace velorin

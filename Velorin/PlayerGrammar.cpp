@@ -63,9 +63,11 @@ struct PlayerGrammar::Fields {
   CLI::App* runCommand = nullptr;
   CLI::App* openCommand = nullptr;
   CLI::App* controlCommand = nullptr;
+  CLI::App* pathCommand = nullptr;
   RunOptions run;
   RunOptions open;
   ControlOptions control;
+  ControlOptions path{.action = InstanceAction::path};
 
   void addRun(CLI::App& app) {
     runCommand = app.add_subcommand("run", "Start the player; 'velorin' alone does the same");
@@ -110,12 +112,21 @@ struct PlayerGrammar::Fields {
       }
     }
   }
+
+  void addPath(CLI::App& app) {
+    pathCommand = app.add_subcommand("path", "Show what happens to the sound that plays now");
+    pathCommand->add_flag("--json", path.json, "Print JSON");
+    pathCommand->footer(
+        "Each line is a stage on the way from the file to the device, with what is left of the\n"
+        "file's quality behind it. What the device does is read back from it.");
+  }
 };
 
 PlayerGrammar::PlayerGrammar(CLI::App& app) : _fields(std::make_unique<Fields>()) {
   _fields->addRun(app);
   _fields->addOpen(app);
   _fields->addControl(app);
+  _fields->addPath(app);
 }
 
 PlayerGrammar::~PlayerGrammar() = default;
@@ -124,6 +135,7 @@ std::optional<Command> PlayerGrammar::chosen() const {
   if (*_fields->runCommand) return _fields->run;
   if (*_fields->openCommand) return _fields->open;
   if (*_fields->controlCommand) return _fields->control;
+  if (*_fields->pathCommand) return _fields->path;
   return std::nullopt;
 }
 

@@ -14,7 +14,7 @@ class App;
 
 namespace velorin {
 
-/// `run`, `open` and `control`. Lives as long as the parse.
+/// `run`, `open`, `control` and `path`. Lives as long as the parse.
 class PlayerGrammar {
  public:
   explicit PlayerGrammar(CLI::App& app);

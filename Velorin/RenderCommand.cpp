@@ -45,11 +45,13 @@ struct RenderTrack {
   TrackInfo info;
   FileFacts file;
 
-  /// Frames that the track has at least: a sheet's bounds fall anywhere between frames.
-  double leastFrames() const {
+  /// Frames that the track has at least at that rate in Hz: a sheet's bounds, and the end of sound
+  /// at another rate, fall anywhere between frames.
+  double leastFrames(double rate) const {
     const Track& track = info.track;
-    if (!track.cueStartTime) return static_cast<double>(file.totalFrames);
-    return std::floor(track.duration * file.sampleRate) - 1;
+    if (track.cueStartTime) return std::floor(track.duration * rate) - 1;
+    if (rate == file.sampleRate) return static_cast<double>(file.totalFrames);
+    return std::floor(file.duration() * rate) - 1;
   }
 };
 
@@ -205,13 +207,14 @@ class RenderSession : private PlayRunListener {
   // --- PlayRunListener ---
 
   void trackStarted(const TrackInfo& track, std::optional<Join> join) override {
-    _isResampled = _engine.facts().resampledTo > 0;
+    const PlaybackFacts facts = _engine.facts();
+    _isResampled = facts.resampledTo > 0;
     _heardSince = _recorder->settledFrames();
     _expected = 0;
     const auto known = std::find_if(_tracks.begin(), _tracks.end(), [&](const RenderTrack& each) {
       return isSameItem(each.info, track);
     });
-    if (known != _tracks.end()) _expected = expectedFrames(*known, join);
+    if (known != _tracks.end()) _expected = expectedFrames(*known, join, facts);
     // Once its effects are set, and everybody who follows the events has heard of it.
     _player.engineQueue().async([this, number = _announcement] {
       MainThread::instance().post([this, number] {
@@ -241,8 +244,10 @@ class RenderSession : private PlayRunListener {
     quit();
   }
 
-  double expectedFrames(const RenderTrack& track, std::optional<Join> join) const {
-    const double rate = track.file.sampleRate;
+  double expectedFrames(const RenderTrack& track, std::optional<Join> join,
+                        const PlaybackFacts& facts) const {
+    // Of DSD the engine chooses the rate.
+    const double rate = facts.dsdRate > 0 ? facts.clientFormat.sampleRate : track.file.sampleRate;
     double skipped = 0;
     // The start is kept in microseconds, so it may fall a few frames to either side.
     if (_recorder->frames() == 0 && _options.engine.start) {
@@ -250,7 +255,7 @@ class RenderSession : private PlayRunListener {
     }
     // A track is told of where its crossfade is over.
     if (join == Join::crossfade) skipped = std::ceil(_player.crossfadeDuration() * rate) + 1;
-    return std::max(0.0, track.leastFrames() - skipped);
+    return std::max(0.0, track.leastFrames(rate) - skipped);
   }
 
   void complain(const std::string& path, const std::string& reason) {
@@ -281,7 +286,7 @@ class RenderSession : private PlayRunListener {
 
   void refresh() {
     double total = 0;
-    for (const RenderTrack& track : _tracks) total += track.leastFrames();
+    for (const RenderTrack& track : _tracks) total += track.leastFrames(track.file.sampleRate);
     const double done = static_cast<double>(_recorder->frames());
     _console.setStatus(
         total <= 0 ? fmt::format("rendering: {} frames", _recorder->frames())

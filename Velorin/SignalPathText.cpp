@@ -20,20 +20,43 @@ std::string deviceText(const PlaybackFacts& facts) {
   return text;
 }
 
+bool isLossy(const PlaybackFacts& facts) {
+  return facts.decoder && !facts.decoder->isLossless;
+}
+
+/// "44.1 kHz 16-bit", "96 kHz 32-bit float", "48 kHz lossy", "DSD64".
+std::string soundText(const PlaybackFacts& facts) {
+  if (facts.dsdRate > 0) return dsdText(facts.dsdRate);
+  const std::string rate = rateText(facts.fileFormat.sampleRate);
+  if (isLossy(facts)) return rate + " lossy";
+  if (facts.sourceBitDepth <= 0) return rate;
+  return fmt::format("{} {}-bit{}", rate, facts.sourceBitDepth,
+                     facts.fileFormat.isFloat() ? " float" : "");
+}
+
+/// The same in few characters: "44.1 kHz/16", "DSD64".
+std::string shortSoundText(const PlaybackFacts& facts) {
+  if (facts.dsdRate > 0) return dsdText(facts.dsdRate);
+  const std::string rate = rateText(facts.fileFormat.sampleRate);
+  if (isLossy(facts) || facts.sourceBitDepth <= 0) return rate;
+  return fmt::format("{}/{}", rate, facts.sourceBitDepth);
+}
+
 /// "FLAC 44.1 kHz 16-bit", with the channels where there are not two: "… 6 ch".
 std::string formatText(const PlaybackFacts& facts) {
   const std::string name =
       facts.decoder ? facts.decoder->formatTag.value_or(facts.decoder->name) : std::string("file");
-  std::string text = fmt::format("{} {} {}-bit", name, rateText(facts.fileFormat.sampleRate),
-                                 facts.sourceBitDepth);
+  std::string text = text::escapeForTerminal(name) + " " + soundText(facts);
   const std::uint32_t channels = facts.fileFormat.channelsPerFrame;
   if (channels == 1) text += " mono";
   if (channels > 2) text += fmt::format(" {} ch", channels);
+  if (facts.isInMemory) text += " from RAM";
   return text;
 }
 
 std::string processingText(const PlaybackFacts& facts) {
   std::string text;
+  if (facts.dsdRate > 0) text += rateText(facts.fileFormat.sampleRate) + " → ";
   if (facts.resampledTo > 0) text += rateText(facts.resampledTo) + " → ";
   return text + (facts.isIntegerOutput ? "integer" : "float");
 }
@@ -43,6 +66,13 @@ std::string processingText(const PlaybackFacts& facts) {
 std::string rateText(double hertz) {
   // At most three decimals, without zeros at the end.
   return fmt::format("{:g} kHz", std::round(hertz) / 1000);
+}
+
+std::string dsdText(double hertz) {
+  for (const int multiple : {64, 128, 256, 512}) {
+    if (hertz == multiple * 44100.0) return fmt::format("DSD{}", multiple);
+  }
+  return "DSD";
 }
 
 std::string timeText(double seconds) {
@@ -57,8 +87,7 @@ std::vector<std::string> pathTexts(const PlaybackFacts& facts) {
   const std::string word = verdict.bitPerfect ? "bit-perfect" : "not bit-perfect";
   const std::string reason = verdict.reason.empty() ? "" : ": " + verdict.reason;
   const std::string format = formatText(facts);
-  const std::string source =
-      fmt::format("{}/{}", rateText(facts.fileFormat.sampleRate), facts.sourceBitDepth);
+  const std::string source = shortSoundText(facts);
   const std::string road =
       fmt::format(" → {} → {} · {}", processingText(facts), deviceText(facts), word);
   return {format + road + reason, format + road, source + road, source + " · " + word, word};

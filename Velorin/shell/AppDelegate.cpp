@@ -19,6 +19,7 @@
 #include "records/Events.h"
 #include "shell/InstanceSocket.h"
 #include "shell/OpenFiles.h"
+#include "shell/PathReport.h"
 #include "shell/PlayerStatus.h"
 
 namespace velorin {
@@ -229,6 +230,9 @@ InstanceAnswer AppDelegate::control(InstanceAction action) {
       break;
     case InstanceAction::status:
       return {true, statusJSON(*_player)};
+    case InstanceAction::path:
+      if (auto path = pathJSON(*_player)) return {true, *std::move(path)};
+      return {false, "nothing is playing: start music with 'velorin control play' or give files"};
     case InstanceAction::quit:
       // After the answer is on its way.
       MainThread::instance().postAfter(std::chrono::milliseconds(20), [this] { willTerminate(); });

@@ -1,5 +1,6 @@
 #include "shell/InstanceMessage.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <nlohmann/json.hpp>
@@ -15,7 +16,7 @@ using nlohmann::json;
 constexpr int kVersion = 1;
 constexpr const char* kVersionKey = "velorin";
 
-constexpr std::array<std::pair<InstanceAction, std::string_view>, 13> kActions{{
+constexpr std::array<std::pair<InstanceAction, std::string_view>, 15> kActions{{
     {InstanceAction::open, "open"},
     {InstanceAction::playNow, "playNow"},
     {InstanceAction::playNext, "playNext"},
@@ -26,8 +27,10 @@ constexpr std::array<std::pair<InstanceAction, std::string_view>, 13> kActions{{
     {InstanceAction::stop, "stop"},
     {InstanceAction::next, "next"},
     {InstanceAction::previous, "previous"},
+    {InstanceAction::set, "set"},
     {InstanceAction::foldersChanged, "foldersChanged"},
     {InstanceAction::status, "status"},
+    {InstanceAction::path, "path"},
     {InstanceAction::quit, "quit"},
 }};
 
@@ -43,11 +46,11 @@ bool isUnreserved(char c) {
          c == '-' || c == '.' || c == '_' || c == '~';
 }
 
-std::string encodedPath(std::string_view path) {
+std::string encodedBytes(std::string_view bytes) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
   std::string text;
-  text.reserve(path.size());
-  for (const char c : path) {
+  text.reserve(bytes.size());
+  for (const char c : bytes) {
     if (isUnreserved(c)) {
       text += c;
     } else {
@@ -67,10 +70,10 @@ int hexValue(char c) {
   return -1;
 }
 
-/// An absolute path without NUL, else nothing.
-std::optional<std::string> decodedPath(std::string_view text) {
-  std::string path;
-  path.reserve(text.size());
+/// Bytes without NUL, else nothing.
+std::optional<std::string> decodedBytes(std::string_view text) {
+  std::string bytes;
+  bytes.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
     char c = text[i];
     if (c == '%') {
@@ -83,10 +86,29 @@ std::optional<std::string> decodedPath(std::string_view text) {
       return std::nullopt;
     }
     if (c == '\0') return std::nullopt;
-    path += c;
+    bytes += c;
   }
-  if (!path.starts_with('/')) return std::nullopt;
-  return path;
+  return bytes;
+}
+
+using Bytes = std::optional<std::vector<std::string>>;
+
+/// The texts of a list that the message may have; nothing where it is no such list.
+Bytes bytesOf(const json& message, const char* key) {
+  std::vector<std::string> all;
+  const auto list = message.find(key);
+  if (list == message.end()) return all;
+  if (!list->is_array()) return std::nullopt;
+  for (const json& each : *list) {
+    auto bytes = each.is_string() ? decodedBytes(each.get_ref<const std::string&>()) : std::nullopt;
+    if (!bytes) return std::nullopt;
+    all.push_back(std::move(*bytes));
+  }
+  return all;
+}
+
+bool isAbsolute(const std::string& path) {
+  return path.starts_with('/');
 }
 
 Result<json, InstanceMessageError> parse(std::string_view line) {
@@ -128,7 +150,11 @@ std::string encode(const InstanceRequest& request) {
   json message = {{kVersionKey, kVersion}, {"action", nameOf(request.action)}};
   if (!request.paths.empty()) {
     json& paths = message["paths"] = json::array();
-    for (const auto& path : request.paths) paths.push_back(encodedPath(path.native()));
+    for (const auto& path : request.paths) paths.push_back(encodedBytes(path.native()));
+  }
+  if (!request.words.empty()) {
+    json& words = message["words"] = json::array();
+    for (const auto& word : request.words) words.push_back(encodedBytes(word));
   }
   return lineOf(message);
 }
@@ -146,18 +172,16 @@ Result<InstanceRequest, InstanceMessageError> decodeRequest(std::string_view lin
                           ? actionOf(name->get_ref<const std::string&>())
                           : std::nullopt;
   if (!action) return InstanceMessageError{"the running player does not know this command"};
-  InstanceRequest request{*action, {}};
-  const auto paths = message.find("paths");
-  if (paths == message.end()) return request;
-  if (!paths->is_array() || !takesPaths(*action)) {
-    return InstanceMessageError{"not a message of Velorin"};
+  const bool isMisplaced = (message.contains("paths") && !takesPaths(*action)) ||
+                           (message.contains("words") && *action != InstanceAction::set);
+  if (isMisplaced) return InstanceMessageError{"not a message of Velorin"};
+  const Bytes paths = bytesOf(message, "paths");
+  if (!paths || !std::ranges::all_of(*paths, isAbsolute)) {
+    return InstanceMessageError{"a path in the message is not absolute or misspelt"};
   }
-  for (const json& each : *paths) {
-    auto path = each.is_string() ? decodedPath(each.get_ref<const std::string&>()) : std::nullopt;
-    if (!path) return InstanceMessageError{"a path in the message is not absolute or misspelt"};
-    request.paths.emplace_back(std::move(*path));
-  }
-  return request;
+  Bytes words = bytesOf(message, "words");
+  if (!words) return InstanceMessageError{"a word in the message is misspelt"};
+  return InstanceRequest{*action, {paths->begin(), paths->end()}, std::move(*words)};
 }
 
 Result<InstanceAnswer, InstanceMessageError> decodeAnswer(std::string_view line) {

@@ -3,8 +3,9 @@
 // One line of JSON each way over a local socket:
 //   {"velorin":1,"action":"playNext","paths":["/music/a%20b.flac"]}
 //   {"velorin":1,"ok":true,"text":"2 files play next"}
-// "velorin" is the version of the language. Paths are absolute; their bytes need not be UTF-8, so
-// that every byte but letters, digits, "/" and "-._~" is written as in a URL (RFC 3986, 2.1).
+// "velorin" is the version of the language. Paths are absolute; their bytes, and those of
+// "words", need not be UTF-8, so that every byte but letters, digits, "/" and "-._~" is written as
+// in a URL (RFC 3986, 2.1).
 #pragma once
 
 #include <cstddef>
@@ -30,8 +31,10 @@ enum class InstanceAction {
   stop,
   next,
   previous,
+  set,             ///< words: a setting and its value or values, see ControlSettings.h
   foldersChanged,  ///< another program added music folders to the library, or removed some
   status,          ///< answers with a JSON object as its text, see PlayerStatus.h
+  path,            ///< the same with the signal path, see PathReport.h
   quit,
 };
 
@@ -42,6 +45,7 @@ bool takesPaths(InstanceAction action) noexcept;
 struct InstanceRequest {
   InstanceAction action = InstanceAction::open;
   std::vector<std::filesystem::path> paths;
+  std::vector<std::string> words = {};  ///< any bytes but NUL
   bool operator==(const InstanceRequest&) const = default;
 };
 

@@ -1,28 +1,27 @@
 #include "shell/OpenFiles.h"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <set>
 #include <system_error>
 #include <thread>
 #include <utility>
 
+#include "PlaylistFile.h"
+#include "engine/decoders/DecoderFactory.h"
 #include "foundation/MainThread.h"
 #include "foundation/Text.h"
 #include "foundation/ThreadName.h"
 #include "foundation/Unicode.h"
+#include "library/playlists/M3UManager.h"
 
 namespace velorin {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::array<std::string_view, 15> kOpenableExtensions{
-    "flac", "alac", "aiff", "aif",  "wav", "m4a", "mp3", "dsf",
-    "dff",  "ape",  "wv",   "opus", "ogg", "caf", "cue"};
 
 void sortByPath(std::vector<fs::path>& paths) {
   const unicode::NameOrder order;
@@ -84,12 +83,39 @@ void addFolder(const fs::path& folder, FilesToOpen& found) {
   std::move(walk.files.begin(), walk.files.end(), std::back_inserter(found.files));
 }
 
+/// A list inside a list is no music: no endless rounds.
+void addPlaylist(const fs::path& list, FilesToOpen& found) {
+  std::vector<fs::path> files;
+  try {
+    files = filesOfPlaylist(list);
+  } catch (const M3UError& error) {
+    found.problems.push_back(fmt::format("{}: {}: choose a playlist that can be read",
+                                         text::pathForDisplay(list), error.what()));
+    return;
+  }
+  std::size_t missing = 0;
+  for (fs::path& file : files) {
+    std::error_code error;
+    if (isOpenable(file.native()) && fs::exists(file, error)) {
+      found.files.push_back(std::move(file));
+    } else {
+      ++missing;
+    }
+  }
+  if (files.empty() || missing > 0) {
+    found.problems.push_back(
+        text::pathForDisplay(list) +
+        (files.empty() ? ": the playlist names no files: choose another"
+                       : fmt::format(": {} of {} entries cannot be opened: check where they are",
+                                     missing, files.size())));
+  }
+}
+
 }  // namespace
 
 bool isOpenable(std::string_view path) {
   const std::string extension = text::fileExtension(path);
-  return std::find(kOpenableExtensions.begin(), kOpenableExtensions.end(), extension) !=
-         kOpenableExtensions.end();
+  return extension == "cue" || DecoderFactory::isSupportedExtension(extension);
 }
 
 std::optional<std::string> problemWith(const fs::path& path) {
@@ -101,9 +127,10 @@ std::optional<std::string> problemWith(const fs::path& path) {
     return shown + ": no such file or command: check the path, or see 'velorin --help'";
   }
   if (error) return shown + ": " + error.message() + ": make it readable";
-  if (isOpenable(path.native())) return std::nullopt;
+  if (isOpenable(path.native()) || isPlaylistFile(path.native())) return std::nullopt;
   return shown +
-         ": not a kind of file that the player opens: choose music files, CUE sheets or folders";
+         ": not a kind of file that the player opens: choose music files, CUE sheets, playlists or "
+         "folders";
 }
 
 fs::path absolutePath(const fs::path& path) {
@@ -124,6 +151,8 @@ FilesToOpen filesToOpen(const std::vector<fs::path>& paths) {
       found.problems.push_back(std::move(*problem));
     } else if (fs::is_directory(path, error)) {
       addFolder(path, found);
+    } else if (isPlaylistFile(path.native())) {
+      addPlaylist(path, found);
     } else {
       found.files.push_back(path);
     }

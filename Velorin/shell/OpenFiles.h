@@ -10,7 +10,8 @@
 
 namespace velorin {
 
-/// True for the extensions of files that the player opens, in any case. Pure.
+/// True for the extensions of files that the player opens one by one, in any case: what it has a
+/// decoder for, and CUE sheets. Pure.
 bool isOpenable(std::string_view path);
 
 /// What came of the paths that were handed over.
@@ -20,16 +21,17 @@ struct FilesToOpen {
   std::vector<std::string> problems;
 };
 
-/// Why the path cannot be opened and what to do, in one line; nothing for a folder that is there
-/// and an openable file. Looks at the path alone.
+/// Why the path cannot be opened and what to do, in one line; nothing for a folder that is there,
+/// an openable file and a playlist. Looks at the path alone.
 std::optional<std::string> problemWith(const std::filesystem::path& path);
 
 /// The path without "." and "..", from the present folder on: what another process can use.
 std::filesystem::path absolutePath(const std::filesystem::path& path);
 
-/// The files in the order given; a folder stands for the openable files in it and below, by the
-/// order of their paths in the listener's language. Hidden files and folders inside a folder are
-/// passed over; a folder that several links lead to is entered once. Blocks for the file system.
+/// The files in the order given; an M3U playlist stands for the files that it names, a folder for
+/// the openable files in it and below, by the order of their paths in the listener's language.
+/// Hidden files and folders inside a folder are passed over; a folder that several links lead to is
+/// entered once. Blocks for the file system.
 FilesToOpen filesToOpen(const std::vector<std::filesystem::path>& paths);
 
 /// The same, with all files in the order of their paths.
