@@ -6,6 +6,7 @@
 #include <array>
 #include <string>
 
+#include "engine/decoders/APEDecoder.h"
 #include "engine/decoders/ExtAudioFileDecoder.h"
 #include "engine/decoders/FLACDecoder.h"
 #include "engine/decoders/FileHandle.h"
@@ -34,6 +35,20 @@ DecoderFactory::Opened makeAny(std::unique_ptr<ReadableFile> file, std::string_v
   return opened(ExtAudioFileDecoder::create(std::move(file), extension));
 }
 
+/// What an Ogg file holds stands at the start of its first page's content, behind a table of as
+/// many bytes as the header's last one tells.
+DecoderFactory::Opened makeOgg(std::unique_ptr<ReadableFile> file, std::string_view extension) {
+  std::array<std::byte, 27 + 255 + 8> page{};
+  const std::size_t got = file->readInto(page);
+  file->seek(0);
+  const std::size_t start = 27 + std::to_integer<std::size_t>(page[26]);
+  const std::string_view bytes(reinterpret_cast<const char*>(page.data()), got);
+  const std::string_view content = bytes.substr(std::min(start, got));
+  if (content.starts_with("OpusHead")) return make<OpusDecoder>(std::move(file), extension);
+  if (content.starts_with("\177FLAC")) return make<FLACDecoder>(std::move(file), extension);
+  return makeAny(std::move(file), extension);
+}
+
 template <DSDFormat format>
 DecoderFactory::Opened makeDSD(std::unique_ptr<ReadableFile> file, std::string_view) {
   return opened(DSDDecoder::create(std::move(file), format));
@@ -45,6 +60,7 @@ struct Format {
 };
 
 constexpr std::array kFormats = {
+    Format{.extension = "ape", .make = make<APEDecoder>},
     Format{.extension = "dff", .make = makeDSD<DSDFormat::dsdiff>},
     Format{.extension = "dsf", .make = makeDSD<DSDFormat::dsf>},
     Format{.extension = "flac", .make = make<FLACDecoder>},
@@ -73,8 +89,8 @@ constexpr std::array kFormats = {
     Format{.extension = "webm", .make = makeAny},
     Format{.extension = "mp2", .make = makeAny},
     Format{.extension = "ac3", .make = makeAny},
-    Format{.extension = "ogg", .make = makeAny},
-    Format{.extension = "oga", .make = makeAny},
+    Format{.extension = "ogg", .make = makeOgg},
+    Format{.extension = "oga", .make = makeOgg},
 };
 
 // ASCII only: no extension of ours has other letters, and the locale must not matter.
@@ -98,7 +114,7 @@ std::string_view withoutDot(std::string_view extension) noexcept {
 
 DecoderError unsupported(std::string_view extension) {
   if (extension.empty()) {
-    return {.text = "the file name has no extension to tell its format; rename it, e.g. to .flac"};
+    return {.text = "the file name has no extension to tell its format; rename it, e.g. to .flac or .mp3"};
   }
   return {.text = fmt::format("the format \"{}\" is not supported by this build; convert the file "
                               "to FLAC",

@@ -123,9 +123,12 @@ Result<std::unique_ptr<MediaFile>, MediaError> MediaFile::open(std::shared_ptr<M
   media->_context->format_whitelist = copyOf(rules.demuxers);
   media->_context->codec_whitelist = copyOf(rules.decoders);
 
+  AVDictionary* options = nullptr;
+  if (rules.options) av_dict_parse_string(&options, rules.options, "=", ":", 0);
   // A failed opening frees the context.
-  if (const int code = avformat_open_input(&media->_context, rules.name.c_str(), nullptr, nullptr);
-      code < 0) {
+  const int code = avformat_open_input(&media->_context, rules.name.c_str(), nullptr, &options);
+  av_dict_free(&options);
+  if (code < 0) {
     return mediaError("the file cannot be read as music", code);
   }
   const int found = avformat_find_stream_info(media->_context, nullptr);

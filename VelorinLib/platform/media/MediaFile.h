@@ -40,6 +40,7 @@ struct MediaRules {
   std::string name;                ///< helps to tell formats apart; nothing is opened by it
   const char* demuxers = nullptr;  ///< the library's names, separated by commas; null for all
   const char* decoders = nullptr;  ///< likewise
+  const char* options = nullptr;   ///< of demuxers, as "name=value:name=value"
 };
 
 /// Its bytes come from one file that was opened before, so that no protocol is ever chosen by what

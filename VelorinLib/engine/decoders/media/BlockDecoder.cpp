@@ -1,5 +1,7 @@
 #include "engine/decoders/media/BlockDecoder.h"
 
+#include <new>
+
 extern "C" {
 #include <libavutil/intreadwrite.h>
 #include <libavutil/opt.h>
@@ -14,34 +16,49 @@ DecoderError cannotDecode(const char* what) {
   return {.text = fmt::format("the sound cannot be decoded: {}; convert the file to FLAC", what)};
 }
 
+DecoderError noMemory() {
+  return {.kind = DecoderError::Kind::allocationFailed,
+          .text = "not enough memory for a decoder; close other programs"};
+}
+
+/// Of two decoders the one that computes in floating point: the other one rounds to 16 bits, with
+/// an error that it carries on for ever.
+const AVCodec* decoderOf(AVCodecID codec) {
+  if (codec == AV_CODEC_ID_MP2) return avcodec_find_decoder_by_name("mp2float");
+  if (codec == AV_CODEC_ID_MP1) return avcodec_find_decoder_by_name("mp1float");
+  return avcodec_find_decoder(codec);
+}
+
 /// Side data: frames to cut at the start and at the end, two little-endian words.
 constexpr std::size_t kCutBytes = 10;
 
 }  // namespace
 
 Result<std::unique_ptr<BlockDecoder>, DecoderError> BlockDecoder::open(PacketReader& packets) {
-  const AVCodecParameters& parameters = packets.codec();
-  const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
-  if (!codec) return cannotDecode("there is no decoder for this codec");
   std::unique_ptr<BlockDecoder> decoder(new BlockDecoder(packets));
-  decoder->_codec.reset(avcodec_alloc_context3(codec));
   decoder->_frame.reset(av_frame_alloc());
-  if (!decoder->_codec || !decoder->_frame ||
-      avcodec_parameters_to_context(decoder->_codec.get(), &parameters) < 0) {
-    return DecoderError{.kind = DecoderError::Kind::allocationFailed,
-                        .text = "not enough memory for a decoder; close other programs"};
-  }
-  AVCodecContext& context = *decoder->_codec;
+  if (!decoder->_frame) return noMemory();
+  if (auto problem = decoder->openCodec()) return *problem;
+  return decoder;
+}
+
+std::optional<DecoderError> BlockDecoder::openCodec() {
+  const AVCodecParameters& parameters = _packets.codec();
+  const AVCodec* codec = decoderOf(parameters.codec_id);
+  if (!codec) return cannotDecode("there is no decoder for this codec");
+  _codec.reset(avcodec_alloc_context3(codec));
+  if (!_codec || avcodec_parameters_to_context(_codec.get(), &parameters) < 0) return noMemory();
+  AVCodecContext& context = *_codec;
   context.thread_count = 1;
-  context.pkt_timebase = packets.stream().time_base;
+  context.pkt_timebase = _packets.stream().time_base;
   context.flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
-  context.codec_whitelist = av_strdup(packets.rules().decoders);
+  context.codec_whitelist = av_strdup(_packets.rules().decoders);
   // Of what a codec fills in by chance: the same each time.
   av_opt_set_int(&context, "cons_noisegen", 1, AV_OPT_SEARCH_CHILDREN);
   if (const int code = avcodec_open2(&context, codec, nullptr); code < 0) {
     return cannotDecode(mediaError("the decoder does not start", code).reason.c_str());
   }
-  return decoder;
+  return std::nullopt;
 }
 
 bool BlockDecoder::next() noexcept {
@@ -87,6 +104,18 @@ void BlockDecoder::flush() noexcept {
   avcodec_flush_buffers(_codec.get());
   av_frame_unref(_frame.get());
   _isDraining = false;
+}
+
+bool BlockDecoder::restart() noexcept {
+  av_frame_unref(_frame.get());
+  _isDraining = false;
+  try {
+    if (!openCodec()) return true;
+  } catch (const std::bad_alloc&) {
+  }
+  _isDraining = true;
+  _codec.reset(avcodec_alloc_context3(nullptr));
+  return false;
 }
 
 }  // namespace velorin::media

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "engine/decoders/media/PacketReader.h"
 
@@ -35,10 +36,15 @@ class BlockDecoder {
   /// Forgets what was decoded so far; to be called after each seek of the reader.
   void flush() noexcept;
 
+  /// The same as after opening, which a flush does not bring about with every codec. False when
+  /// there is not enough memory; nothing is decoded then.
+  bool restart() noexcept;
+
   const AVCodecContext& context() const noexcept { return *_codec; }
 
  private:
   explicit BlockDecoder(PacketReader& packets) : _packets(packets) {}
+  std::optional<DecoderError> openCodec();
   bool feed() noexcept;
 
   PacketReader& _packets;

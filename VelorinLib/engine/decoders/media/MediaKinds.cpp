@@ -60,6 +60,7 @@ std::string nameOfSound(AVCodecID codec, const std::string& container) {
       if (std::string_view(container).starts_with(start)) return std::string(name);
     }
   }
+  if (codec >= AV_CODEC_ID_ADPCM_IMA_QT && codec < AV_CODEC_ID_AMR_NB) return "ADPCM";
   const AVCodecDescriptor* descriptor = avcodec_descriptor_get(codec);
   return descriptor ? descriptor->name : "unknown";
 }
@@ -79,7 +80,7 @@ std::int64_t prerollOf(AVCodecID codec, std::int64_t frameSize, std::int64_t sam
     case AV_CODEC_ID_MP3:
       return 16 * frameSize;
     case AV_CODEC_ID_OPUS:
-      return sampleRate * 80 / 1000;
+      return sampleRate;
     case AV_CODEC_ID_VORBIS:
       return 2 * 8192;
     case AV_CODEC_ID_SPEEX:

@@ -28,8 +28,9 @@ bool isPCM(AVCodecID codec) noexcept;
 bool isLossless(AVCodecID codec) noexcept;
 
 /// Frames to decode and throw away so that what follows is what decoding from the start gives:
-/// overlapping windows, the bit reservoir of MP3 (511 bytes, nine of its smallest frames), the 80
-/// ms that RFC 7845 section 4.6 asks for Opus. `frameSize` is that of the codec's own frames.
+/// overlapping windows, the bit reservoir of MP3 (511 bytes, nine of its smallest frames), and of
+/// Opus far more than the 80 ms that RFC 7845 section 4.6 asks for, until no difference is left.
+/// `frameSize` is that of the codec's own frames.
 std::int64_t prerollOf(AVCodecID codec, std::int64_t frameSize, std::int64_t sampleRate) noexcept;
 
 }  // namespace velorin::media

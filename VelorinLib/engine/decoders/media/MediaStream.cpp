@@ -20,6 +20,9 @@ using media::PacketReader;
 // Seconds. A longer hole in the numbering is a header's lie rather than damage.
 constexpr int kLongestLoss = 10;
 
+// Seconds of sound, with long windows, in a page of Ogg: 255 packets.
+constexpr int kLongestPage = 8;
+
 DecoderError initFailed(std::string text) {
   return {.kind = DecoderError::Kind::initFailed, .text = std::move(text)};
 }
@@ -28,7 +31,9 @@ media::MediaRules rulesFor(MediaStream::Kinds kinds, std::string_view extension)
   const bool isApe = kinds == MediaStream::Kinds::ape;
   return {.name = fmt::format("track.{}", extension),
           .demuxers = isApe ? media::kApeDemuxers : media::kMusicDemuxers,
-          .decoders = isApe ? media::kApeDecoders : media::kMusicDecoders};
+          .decoders = isApe ? media::kApeDecoders : media::kMusicDecoders,
+          // The library cuts to whole packets and whole milliseconds; see EditList.h.
+          .options = "ignore_editlist=1"};
 }
 
 bool isFloatFormat(AVSampleFormat format) {
@@ -110,9 +115,16 @@ std::optional<DecoderError> MediaStream::begin() {
   const media::SoundSpan span =
       media::findSoundSpan(packets, decoder, firstStamp, decoder.frames(), movedOn);
   _library->preroll = media::prerollOf(codec.codec_id, decoder.frames(), rate);
+  _isTotalExact = packets.numbers() != PacketReader::Numbers::none || media::isPCM(codec.codec_id);
   _begin = span.begin;
   _format.totalFrames = span.frames;
   if (span.isBinding) _end = span.begin + span.frames;
+  // A CAF file may count whole packets although its last one holds less.
+  const bool isCAF = std::string_view(packets.context().iformat->name) == "caf";
+  if (isCAF && !media::isPCM(codec.codec_id) && _isTotalExact && span.frames > 0) {
+    measureEnd(decoder.frames());
+    movedOn = true;
+  }
   if (movedOn) {
     if (!goTo(_begin)) _isEOF = true;
     return std::nullopt;
@@ -120,6 +132,14 @@ std::optional<DecoderError> MediaStream::begin() {
   _silence = std::clamp<std::int64_t>(first, 0, std::int64_t{kLongestLoss} * rate);
   takeBlock();
   return std::nullopt;
+}
+
+void MediaStream::measureEnd(std::int64_t frameSize) noexcept {
+  if (!goTo(_begin + std::max<std::int64_t>(0, _format.totalFrames - 2 * frameSize))) return;
+  do {
+    pass(_silence + _blockLeft);
+  } while (nextBlock());
+  _format.totalFrames = std::min(_format.totalFrames, _next - _begin);
 }
 
 std::int64_t MediaStream::position() const noexcept {
@@ -208,7 +228,8 @@ bool MediaStream::nextBlock() noexcept {
 bool MediaStream::seek(std::int64_t frame) noexcept {
   const std::int64_t target = std::max<std::int64_t>(frame, 0);
   // Known to be past the end: refused before the block that is being read is dropped.
-  if (_format.totalFrames > 0 && target >= _format.totalFrames) return false;
+  const std::int64_t total = _format.totalFrames;
+  if (total > 0 && target >= total && _isTotalExact) return false;
   if (target > std::numeric_limits<std::int64_t>::max() / 2) return false;
   const std::int64_t before = _next;
   if (goTo(_begin + target)) {
@@ -229,18 +250,28 @@ bool MediaStream::goTo(std::int64_t number) noexcept {
   const auto second = static_cast<std::int64_t>(_format.sampleRate);
   // The nearest packet at or before the target; where that turns out to lie behind it, or gives
   // nothing, ever earlier ones.
+  std::int64_t preroll = _library->preroll;
+  // Ogg counts back from the end of a page, but not from that of the last one, where padding is
+  // cut.
+  const bool isOgg = std::string_view(packets.context().iformat->name) == "ogg";
+  if (isOgg && number > _begin + _format.totalFrames - kLongestPage * second) {
+    preroll += kLongestPage * second;
+  }
   for (const std::int64_t earlier : {std::int64_t{0}, second, 8 * second, 64 * second}) {
-    const std::int64_t from = std::max<std::int64_t>(0, number - _library->preroll - earlier);
+    const std::int64_t from = std::max<std::int64_t>(0, number - preroll - earlier);
     if (!packets.seek(from)) break;
-    _library->decoder->flush();
+    if (from > 0) {
+      _library->decoder->flush();
+    } else if (!_library->decoder->restart()) {
+      return false;
+    }
     _next = -1;
     const Search found = decodeUpTo(number);
     if (found == Search::reached) return true;
     if (found == Search::ended && _next >= 0) return false;
     if (from == 0) break;
   }
-  if (!packets.rewind()) return false;
-  _library->decoder->flush();
+  if (!packets.rewind() || !_library->decoder->restart()) return false;
   _next = packets.numbers() == PacketReader::Numbers::none ? 0 : -1;
   return decodeUpTo(number) == Search::reached;
 }

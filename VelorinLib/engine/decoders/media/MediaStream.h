@@ -73,6 +73,7 @@ class MediaStream {
 
   explicit MediaStream(std::unique_ptr<Library> library) noexcept;
   std::optional<DecoderError> begin();
+  void measureEnd(std::int64_t frameSize) noexcept;
   bool nextBlock() noexcept;
   void takeBlock() noexcept;
   bool goTo(std::int64_t number) noexcept;
@@ -90,6 +91,7 @@ class MediaStream {
   std::int64_t _silence = 0;  // frames to deliver ahead of the block, in place of lost ones
   std::int64_t _blockAt = 0;  // frames of the block that were delivered
   std::int64_t _blockLeft = 0;
+  bool _isTotalExact = false;
   bool _isEOF = false;
 };
 

@@ -43,6 +43,13 @@ bool isExact(AVRational timeBase, int sampleRate) {
   return frames > 0 && (ticks % frames == 0 || frames == 2 * ticks);
 }
 
+/// Whether a stamp is that of the first frame of its packet. Not of Speex, whose decoder is late by
+/// an unknown number of frames, nor of ADPCM, whose blocks the library splits as it likes.
+bool areStampsTrue(AVCodecID codec) {
+  return codec != AV_CODEC_ID_SPEEX &&
+         (codec < AV_CODEC_ID_ADPCM_IMA_QT || codec >= AV_CODEC_ID_AMR_NB);
+}
+
 /// Stamps are foreign numbers: kept so small that no difference of them overflows.
 std::int64_t inFrames(std::int64_t stamp, AVRational timeBase, int sampleRate) {
   constexpr std::int64_t kFarthest = std::int64_t{1} << 60;
@@ -74,7 +81,8 @@ std::int64_t PacketReader::setScale(std::int64_t firstStamp, std::int64_t frameS
     _numbers = Numbers::counted;
     return (_nextCount - 1) * frameSize;
   }
-  if (firstStamp != AV_NOPTS_VALUE && isExact(stream().time_base, sampleRate)) {
+  if (firstStamp != AV_NOPTS_VALUE && areStampsTrue(codec().codec_id) &&
+      isExact(stream().time_base, sampleRate)) {
     _numbers = Numbers::stamped;
     _firstStamp = inFrames(firstStamp, stream().time_base, sampleRate);
   }

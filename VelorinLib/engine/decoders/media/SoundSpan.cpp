@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <optional>
 #include <string_view>
 
+#include "engine/decoders/media/EditList.h"
 #include "engine/decoders/media/InfoTag.h"
 #include "engine/decoders/media/MediaKinds.h"
 
@@ -65,23 +65,39 @@ std::int64_t pcmFramesThere(PacketReader& packets, const AVCodecContext& codec) 
 
 /// What iTunes writes of AAC: priming, remainder and length in samples, as hexadecimal words behind
 /// a first one of zeros.
-struct ITunesGaps {
-  std::int64_t priming = 0;
-  std::int64_t frames = 0;
-};
-std::optional<ITunesGaps> iTunesGaps(const AVFormatContext& context) {
+bool takeITunesGaps(const AVFormatContext& context, SoundSpan& span) {
   const AVDictionaryEntry* entry = av_dict_get(context.metadata, "iTunSMPB", nullptr, 0);
-  if (!entry) return std::nullopt;
+  if (!entry) return false;
   std::array<std::int64_t, 4> words{};
   std::string_view text(entry->value);
   for (std::int64_t& word : words) {
     text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), word, 16);
-    if (error != std::errc() || word < 0) return std::nullopt;
+    if (error != std::errc() || word < 0) return false;
     text.remove_prefix(static_cast<std::size_t>(end - text.data()));
   }
-  if (words[3] == 0) return std::nullopt;
-  return ITunesGaps{.priming = words[1], .frames = words[3]};
+  const auto [zero, priming, remainder, frames] = words;
+  if (frames == 0 || priming > span.frames || frames > span.frames - priming) return false;
+  span.begin = priming;
+  span.frames = frames;
+  return true;
+}
+
+/// Cuts a track of an MP4 file to its edit.
+void takeEdit(PacketReader& packets, int sampleRate, SoundSpan& span) {
+  const auto edit = findEdit(packets);
+  if (!edit) return;
+  const auto rate = static_cast<std::uint64_t>(sampleRate);
+  const std::int64_t start = av_rescale(edit->mediaStart, sampleRate, edit->trackTicks);
+  if (start < 0 || start >= span.frames) return;
+  span.begin = start;
+  span.frames -= start;
+  if (edit->duration == 0 || edit->duration > std::uint64_t{1} << 40) return;
+  // A movie counts in ticks that are longer than a frame, so the edit's end is known that well
+  // only; within a tick of the sound's own end it means that.
+  const auto told = static_cast<std::int64_t>(edit->duration * rate / edit->movieTicks);
+  const auto tick = static_cast<std::int64_t>(rate / edit->movieTicks) + 1;
+  if (told < span.frames - tick) span.frames = told;
 }
 
 }  // namespace
@@ -109,18 +125,12 @@ SoundSpan findSoundSpan(PacketReader& packets, const BlockDecoder& decoder, std:
     span.begin = firstStamp < 0 ? -firstStamp : 0;
     span.isBinding = span.frames > 0;
   }
-  if (decoder.wantedStartCut() > 0) {
-    span.begin = decoder.wantedStartCut();
-  } else if (codec.codec_id == AV_CODEC_ID_OPUS) {
+  if (decoder.wantedStartCut() > 0) span.begin = decoder.wantedStartCut();
+  if (codec.codec_id == AV_CODEC_ID_OPUS && span.begin == 0) {
     span.begin = packets.codec().initial_padding;
   }
-  if (codec.codec_id == AV_CODEC_ID_AAC) {
-    const auto gaps = iTunesGaps(packets.context());
-    if (gaps && (span.frames == 0 || gaps->frames <= span.frames)) {
-      span.frames = gaps->frames;
-      if (span.begin == 0) span.begin = gaps->priming;
-    }
-  }
+  const bool isMP4 = std::string_view(packets.context().iformat->name).starts_with("mov");
+  if (isMP4 && !takeITunesGaps(packets.context(), span)) takeEdit(packets, codec.sample_rate, span);
   return span;
 }
 
