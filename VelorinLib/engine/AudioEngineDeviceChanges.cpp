@@ -28,12 +28,13 @@ bool AudioEngine::followsSystemDefaultOutput() const noexcept {
   return _impl->follower.followsSystemDefault();
 }
 
+std::optional<DACCapabilities> AudioEngine::deviceCapabilities(AudioDeviceID device) const {
+  return velorin::deviceCapabilities(_impl->hardware, device);
+}
+
 void AudioEngine::selectOutputDevice(AudioDeviceID device) {
   RecursiveMutexLock hold(_impl->lifecycleLock);
-  if (_impl->hardware.hasOutputStreams(device)) {
-    _impl->follower.choose(_impl->hardware.deviceUID(device));
-  }
-  _impl->switchToDevice(device, Impl::SwitchCause::asked);
+  _impl->selectOutputDevice(device);
 }
 
 void AudioEngine::followSystemDefault() {
@@ -41,13 +42,43 @@ void AudioEngine::followSystemDefault() {
   _impl->followSystemDefault();
 }
 
+void AudioEngine::Impl::startDevices() {
+  RecursiveMutexLock hold(lifecycleLock);
+  devices.setCurrent(follower.deviceAtStart());
+  devices.ensureValidOutputDevice();
+  noteDeviceInUse();
+  const auto profile = profiles.start(playbackSettings(), hardware.deviceUID(devices.current()));
+  // Exclusive access is the player's to ask for, from the preferences.
+  if (profile) applyPlaybackSettings(*profile);
+  listenToDevices();
+  aggregates.destroyStale();
+  restoreMultiOutput();
+}
+
+void AudioEngine::Impl::selectOutputDevice(AudioDeviceID device) {
+  if (hardware.hasOutputStreams(device) && device != aggregates.device()) {
+    endMultiOutputFor(device);
+    follower.choose(hardware.deviceUID(device));
+  }
+  switchToDevice(device, SwitchCause::asked);
+}
+
+void AudioEngine::Impl::endMultiOutputFor(AudioDeviceID next) {
+  if (aggregates.exists()) {
+    disableMultiOutput(next);
+  } else {
+    preferences.setBool("multiOutputEnabled", false);
+  }
+}
+
 void AudioEngine::Impl::followSystemDefault() {
-  follower.followSystemDefault();
   const AudioDeviceID device = hardware.defaultOutputDevice();
+  endMultiOutputFor(device);
+  follower.followSystemDefault();
   if (device != kNoDevice && hardware.hasOutputStreams(device)) {
     switchToDevice(device, SwitchCause::asked);
   } else {
-    devices.ensureValidOutputDevice();
+    (void)ensureDeviceInUse();
   }
   bus.postOnMain(AudioDevicesDidChange{});
 }
@@ -78,6 +109,11 @@ void AudioEngine::Impl::devicesChanged() {
 }
 
 void AudioEngine::Impl::applyDeviceRules() {
+  if (aggregates.exists()) {
+    if (aggregates.isAlive()) return;
+    log::line("⚠️ Aggregate device lost, disabling multi-output");
+    return disableMultiOutput(std::nullopt);
+  }
   const bool lostHog = devices.noticeLostHogMode();
   const AudioDeviceID from = devices.current();
   const DeviceDecision decision = follower.decide(settings.exclusiveMode);

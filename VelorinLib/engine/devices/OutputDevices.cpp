@@ -5,14 +5,13 @@
 
 #include <thread>
 
+#include "engine/devices/AggregateDeviceManager.h"
 #include "foundation/EventBus.h"
 #include "foundation/Log.h"
 #include "records/Events.h"
 
 namespace velorin {
 namespace {
-
-constexpr std::string_view kOwnAggregatePrefix = "com.velorin.aggregate.";
 
 constexpr double kRateTolerance = 1.0;
 constexpr std::uint32_t kBufferFramesWhenUnknown = 4096;
@@ -40,7 +39,7 @@ std::vector<AudioDevice> OutputDevices::enumerateOutputDevices() const {
     device.id = id;
     device.name = _hardware.deviceName(id);
     device.uid = _hardware.deviceUID(id);
-    if (device.uid.starts_with(kOwnAggregatePrefix)) continue;
+    if (isOwnAggregate(device.uid)) continue;
     for (const RateRange& range : _hardware.availableSampleRates(id)) {
       device.sampleRates.push_back(range.minimum);
     }
