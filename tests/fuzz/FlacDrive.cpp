@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "engine/decoders/FLACDecoder.h"
-#include "engine/decoders/MemoryFile.h"
+#include "engine/memory/MemoryFileHandle.h"
 #include "support/FlacFixture.h"
 
 namespace velorin::test {
@@ -48,9 +48,8 @@ void seekOnce(FLACDecoder& decoder, std::int64_t target) {
 
 void driveFlac(std::span<const std::uint8_t> input) {
   if (input.size() < kFlacScriptBytes) return;
-  const auto* file = reinterpret_cast<const std::byte*>(input.data());
-  auto made = FLACDecoder::create(std::make_unique<MemoryFile>(
-      std::vector<std::byte>(file + kFlacScriptBytes, file + input.size())));
+  auto made = FLACDecoder::create(
+      std::make_unique<MemoryFileHandle>(std::as_bytes(input.subspan(kFlacScriptBytes))));
   if (!made) {
     require(!made.error().text.empty(), "an error has a text");
     return;
