@@ -67,6 +67,8 @@ class SourceReader {
   void resumeAt(const Place& place) noexcept;
 
   const SourceFacts& facts() const noexcept { return *_facts; }
+  /// Null but for one-bit audio.
+  DSDSource* dsd() const noexcept { return _decoder->dsd(); }
   /// Goes on in the same file as another track of it.
   void setFacts(SharedFacts facts) noexcept { _facts = std::move(facts); }
 

@@ -1,5 +1,6 @@
 #include "engine/joins/TrackJoins.h"
 
+#include "engine/dsd/DSDSource.h"
 #include "foundation/Log.h"
 
 namespace velorin {
@@ -34,6 +35,9 @@ void TrackJoins::commit(PreparedJoin prepared, bool isDrained) {
   if (prepared.opened) {
     std::unique_ptr<ResampleStage> resampler = std::move(prepared.opened->resampler);
     if (prepared.continuesResampler && reader) resampler = reader->releaseResampler();
+    if (facts->dsd && reader && facts->bounds.start == 0) {
+      prepared.opened->decoder->dsd()->continueFrom(*reader->dsd());
+    }
     // The old file is closed before the new one is read.
     reader.reset();
     reader = std::make_unique<SourceReader>(std::move(prepared.opened->decoder), facts,
