@@ -435,6 +435,24 @@ TEST_F(PipeWireBackendTest, TheServerMayDieAndComeBack) {
   playAndCompare("any", Kind::float32, 48000);
 }
 
+TEST_F(PipeWireBackendTest, ASinkThatIsNoLongerConnectedIsLost) {
+  Player player;
+  AudioDeviceID both = kNoDevice;
+  auto unit = player.playingOn(*hardware, device("any"), 48000);
+  ASSERT_TRUE(hardware->createAggregate({"Both", "both", {"fixed44", "fixed96"}}, both).ok());
+  ASSERT_TRUE(session->restartSessionManager()) << session->error();
+  EXPECT_TRUE(eventually([&] { return player.lost == 1; }));
+  EXPECT_TRUE(eventually([&] { return !hardware->hasOutputStreams(both); }));
+  unit.reset();
+  // This session manager takes up no sink that it did not make; together with the server it does.
+  session->killServer();
+  ASSERT_TRUE(session->restartServer()) << session->error();
+  ASSERT_TRUE(eventually([&] { return device("any") != kNoDevice; }));
+  Player again;
+  unit = again.playingOn(*hardware, device("any"), 48000);
+  EXPECT_EQ(player.lost, 1);
+}
+
 TEST_F(PipeWireBackendTest, AFrozenServerHoldsNobodyUp) {
   Player player;
   auto unit = player.playingOn(*hardware, device("any"), 48000);

@@ -108,6 +108,10 @@ bool PipeWireSession::startServer() {
   std::filesystem::remove(socket);
   _server.start({"pipewire"}, folder() / "pipewire.log");
   if (!waitFor("PipeWire", [&] { return std::filesystem::exists(socket); })) return false;
+  return startSessionManager();
+}
+
+bool PipeWireSession::startSessionManager() {
   _sessionManager.start({"wireplumber"}, folder() / "wireplumber.log");
   return waitFor("a default sink", [] {
     return runProgram({"pw-metadata", "0", "default.audio.sink"}).find("\"name\"") !=
@@ -170,6 +174,16 @@ void PipeWireSession::killServer() {
 
 bool PipeWireSession::restartServer() {
   return startServer();
+}
+
+bool PipeWireSession::restartSessionManager() {
+  _sessionManager.kill();
+  return waitFor("the end of WirePlumber",
+                 [] {
+                   return runProgram({"pw-cli", "ls", "Client"}).find("WirePlumber\"") ==
+                          std::string::npos;
+                 }) &&
+         startSessionManager();
 }
 
 void PipeWireSession::freezeServer(bool frozen) {

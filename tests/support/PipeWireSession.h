@@ -52,11 +52,14 @@ class PipeWireSession {
   void killServer();
   /// Starts both again and waits as start() does.
   bool restartServer();
+  /// Kills WirePlumber alone, and starts it again: its links go with it, the sinks stay.
+  bool restartSessionManager();
   /// Stops PipeWire's process without ending it, and lets it go on.
   void freezeServer(bool frozen);
 
  private:
   bool startServer();
+  bool startSessionManager();
   bool waitFor(const char* what, const std::function<bool()>& condition);
   void setVariable(const std::string& name, const std::string& value);
 

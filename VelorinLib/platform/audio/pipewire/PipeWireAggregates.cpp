@@ -78,12 +78,12 @@ class PipeWireAggregates::Module {
 PipeWireAggregates::PipeWireAggregates(std::shared_ptr<PipeWireSystem> system)
     : _system(std::move(system)) {
   PipeWireLock lock(_system->loop());
-  _system->setSinkRemoved([this] { endSilentOnes(); });
+  _system->setPartsGone([this] { endSilentOnes(); });
 }
 
 PipeWireAggregates::~PipeWireAggregates() {
   PipeWireLock lock(_system->loop());
-  _system->setSinkRemoved({});
+  _system->setPartsGone({});
   _modules.clear();
 }
 
@@ -110,7 +110,9 @@ AudioStatus PipeWireAggregates::create(const AudioHardware::AggregateDescription
   }
   _modules[description.uid] = std::make_unique<Module>(module);
   _system->setAggregate(description.uid, description.subDeviceUIDs);
+  _beingMade = description.uid;
   AudioStatus status = waitForLinks(description);
+  _beingMade.clear();
   const PipeWireDevice* device = _system->deviceNamed(description.uid);
   if (status.ok() && device) {
     created = device->id();
@@ -167,8 +169,14 @@ void PipeWireAggregates::forget(const std::string& uid) {
 void PipeWireAggregates::endSilentOnes() {
   for (auto module = _modules.begin(); module != _modules.end();) {
     const PipeWireDevice* device = _system->deviceNamed(module->first);
-    // It stays a device of ours until the server has taken it back.
-    module = device && _system->sinksOf(*device).empty() ? _modules.erase(module) : ++module;
+    const auto isHeard = [&](const PipeWireDevice* sink) {
+      return isLinked(module->first, sink->uid());
+    };
+    // It stays a device of ours until the server has taken it back. One that is being made has no
+    // links yet.
+    const bool isSilent = device && device->uid() != _beingMade &&
+                          std::ranges::none_of(_system->sinksOf(*device), isHeard);
+    module = isSilent ? _modules.erase(module) : std::next(module);
   }
 }
 

@@ -35,11 +35,13 @@ class PipeWireAggregates {
   bool isLinked(const std::string& uid, const std::string& subDeviceUID) const;
   AudioStatus waitForLinks(const AudioHardware::AggregateDescription& description);
   void forget(const std::string& uid);
-  /// An aggregate without a sink would play to nobody.
+  /// An aggregate that is connected to no sink plays to nobody.
   void endSilentOnes();
 
   const std::shared_ptr<PipeWireSystem> _system;
-  std::map<std::string, std::unique_ptr<Module>> _modules;  ///< by UID; with the loop's lock held
+  // With the loop's lock held.
+  std::map<std::string, std::unique_ptr<Module>> _modules;  ///< by UID
+  std::string _beingMade;                                   ///< UID
 };
 
 }  // namespace velorin

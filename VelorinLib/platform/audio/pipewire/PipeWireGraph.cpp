@@ -60,10 +60,10 @@ void PipeWireGraph::globalAdded(pw_registry* registry, const PipeWireGlobal& glo
   }
 }
 
-void PipeWireGraph::globalRemoved(std::uint32_t id) {
+bool PipeWireGraph::globalRemoved(std::uint32_t id) {
   _clients.erase(id);
-  _links.erase(id);
   _streams.erase(id);
+  return _links.erase(id) > 0;
 }
 
 void PipeWireGraph::disconnected() {

@@ -32,7 +32,8 @@ class PipeWireGraph {
 
   /// Notes clients, playback streams and links; ignores everything else.
   void globalAdded(pw_registry* registry, const PipeWireGlobal& global);
-  void globalRemoved(std::uint32_t id);
+  /// True when it was a link.
+  bool globalRemoved(std::uint32_t id);
   void disconnected();
 
   /// The streams that are linked to the sink's inputs, each once.

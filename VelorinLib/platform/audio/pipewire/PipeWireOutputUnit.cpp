@@ -226,6 +226,10 @@ void PipeWireOutputUnit::sinkLost() {
   _system->loop().signal();
 }
 
+void PipeWireOutputUnit::linksGone() {
+  if (_settled && !isLinked()) sinkLost();
+}
+
 void PipeWireOutputUnit::streamChanged() {
   const PipeWireRenderer::Changes changes = _renderer->takeChanges();
   if (changes.xrun) post(OutputEvent::xrun);

@@ -32,6 +32,7 @@ class PipeWireOutputUnit : public OutputUnit, private PipeWireSinkUser {
   std::optional<PipeWireCycle> runningCycle() const override;
   bool isExclusive() const override { return _setup.exclusive; }
   void sinkLost() override;
+  void linksGone() override;
 
   AudioStatus checkSetup() const;
   PipeWireStreamSetup setupFor(const PipeWireDevice& device) const;

@@ -9,6 +9,7 @@ namespace velorin {
 namespace {
 
 constexpr std::chrono::milliseconds kAnswerTimeout{1000};
+constexpr std::chrono::milliseconds kRelinkTime{300};
 
 }  // namespace
 
@@ -156,7 +157,7 @@ void PipeWireSystem::addSink(const PipeWireGlobal& global) {
 }
 
 void PipeWireSystem::globalRemoved(std::uint32_t id) {
-  _graph.globalRemoved(id);
+  if (_graph.globalRemoved(id)) checkLinksSoon();
   _metadata.globalRemoved(id);
   _cards.erase(id);
   const auto sink = _sinks.find(id);
@@ -166,8 +167,21 @@ void PipeWireSystem::globalRemoved(std::uint32_t id) {
   _listeners.notify(AudioProperty::devices);
   // Not from within the server's call, and only if somebody still wants to know.
   _loop->defer([this] {
-    if (_sinkRemoved) _sinkRemoved();
+    if (_partsGone) _partsGone();
   });
+}
+
+// The links between a player and a sink are the session manager's: they go when it is restarted,
+// and it does not take up again what it finds. Moving a stream also ends links, for a moment.
+void PipeWireSystem::checkLinksSoon() {
+  if (std::exchange(_checksLinks, true)) return;
+  _loop->defer(
+      [this] {
+        _checksLinks = false;
+        for (PipeWireSinkUser* user : _users) user->linksGone();
+        if (_partsGone) _partsGone();
+      },
+      kRelinkTime);
 }
 
 void PipeWireSystem::loseUsersOf(std::uint32_t sinkNodeId) {

@@ -36,6 +36,8 @@ class PipeWireSinkUser {
   virtual bool isExclusive() const = 0;
   /// The sink or the server is gone; the stream must be destroyed before this returns.
   virtual void sinkLost() = 0;
+  /// Links went a moment ago; a unit that has none any more has lost its sink.
+  virtual void linksGone() = 0;
 };
 
 /// All operations with the loop's lock held, but for loop(), listeners() and events().
@@ -72,8 +74,9 @@ class PipeWireSystem : private PipeWireGlobals {
   std::vector<const PipeWireDevice*> sinksOf(const PipeWireDevice& device) const;
   /// What the device can run at: an aggregate at the rates that all its sinks have.
   PipeWireOffer offerOf(const PipeWireDevice& device) const;
-  /// Called with the lock held, on the loop's thread, soon after a sink went.
-  void setSinkRemoved(std::function<void()> removed) { _sinkRemoved = std::move(removed); }
+  /// Called with the lock held, on the loop's thread, when a sink is gone, and when a link is and
+  /// nobody has made another in its place.
+  void setPartsGone(std::function<void()> gone) { _partsGone = std::move(gone); }
 
   void addUser(PipeWireSinkUser* user);
   void removeUser(PipeWireSinkUser* user);
@@ -88,6 +91,7 @@ class PipeWireSystem : private PipeWireGlobals {
   void disconnected() override;
   void addSink(const PipeWireGlobal& global);
   void loseUsersOf(std::uint32_t sinkNodeId);
+  void checkLinksSoon();
 
   struct Sink {
     std::unique_ptr<PipeWireDevice> device;
@@ -105,7 +109,8 @@ class PipeWireSystem : private PipeWireGlobals {
   std::map<std::string, AudioDeviceID, std::less<>> _idsByUID;
   std::map<AudioDeviceID, PipeWireWishes> _wishes;
   std::map<std::string, std::vector<std::string>, std::less<>> _aggregates;
-  std::function<void()> _sinkRemoved;
+  std::function<void()> _partsGone;
+  bool _checksLinks = false;  ///< a check is on its way
   std::uint64_t _arrivals = 0;
   std::vector<PipeWireSinkUser*> _users;
   SerialQueue _events{"com.velorin.pipewire.events"};
