@@ -114,7 +114,9 @@ std::string_view withoutDot(std::string_view extension) noexcept {
 
 DecoderError unsupported(std::string_view extension) {
   if (extension.empty()) {
-    return {.text = "the file name has no extension to tell its format; rename it, e.g. to .flac or .mp3"};
+    return {
+        .text =
+            "the file name has no extension to tell its format; rename it, e.g. to .flac or .mp3"};
   }
   return {.text = fmt::format("the format \"{}\" is not supported by this build; convert the file "
                               "to FLAC",

@@ -1,5 +1,7 @@
 #include "engine/decoders/media/BlockDecoder.h"
 
+#include <fmt/format.h>
+
 #include <new>
 
 extern "C" {
