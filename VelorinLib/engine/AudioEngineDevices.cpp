@@ -107,6 +107,8 @@ void AudioEngine::Impl::moveToFallback() {
 
 void AudioEngine::Impl::applyPlaybackSettings(const DeviceSettings& profile) {
   applyPlayback(profile, settings, joins->settings);
+  joins->files.memory().setOn(profile.memoryPlayback);
+  joins->files.memory().setLimitMB(profile.memoryPlaybackLimitMB);
   if (settings.lowLatencyMode) fillThread.elevate();
   setVolumeMode(fromRaw<VolumeMode>(profile.volumeMode).value_or(VolumeMode::software));
 }
@@ -114,6 +116,8 @@ void AudioEngine::Impl::applyPlaybackSettings(const DeviceSettings& profile) {
 DeviceSettings AudioEngine::Impl::playbackSettings() const {
   DeviceSettings now;
   capturePlayback(settings, joins->settings, now);
+  now.memoryPlayback = joins->files.memory().isOn();
+  now.memoryPlaybackLimitMB = joins->files.memory().limitMB();
   now.volumeMode = static_cast<int>(controls->volumeMode.load());
   return now;
 }

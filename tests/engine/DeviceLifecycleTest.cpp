@@ -46,6 +46,14 @@ struct Devices : EngineHarness {
              engine->state() == PlaybackState::playing;
     });
   }
+  /// Also for what is told on no thread of ours.
+  bool waitUntil(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!MainThread::instance().runUntil(condition, std::chrono::milliseconds(2))) {
+      if (std::chrono::steady_clock::now() > deadline) return false;
+    }
+    return true;
+  }
   bool has(const std::string& event) const {
     return std::ranges::find(events, event) != events.end();
   }
@@ -158,7 +166,7 @@ TEST(DeviceLifecycle, ADeviceThatIsAwayForAMomentPlaysOn) {
     h.hardware.removeDevice(h.a);
     h.plug("A");
     ASSERT_TRUE(h.waitUntil([&] {
-      return h.engine->playGeneration() > generation && h.engine->currentDevice() == h.a &&
+      return h.engine->playGeneration() > generation + 1 && h.engine->currentDevice() == h.a &&
              h.engine->state() == (paused ? PlaybackState::paused : PlaybackState::playing);
     }));
     EXPECT_NEAR(h.engine->currentPosition(), position, 1e-5);

@@ -1,7 +1,5 @@
 #include "engine/devices/PlaybackProfile.h"
 
-#include <limits>
-
 #include "engine/EngineSettings.h"
 #include "engine/joins/JoinSettings.h"
 #include "foundation/Preferences.h"
@@ -10,8 +8,6 @@ namespace velorin {
 namespace {
 
 constexpr std::string_view kExclusiveKey = "exclusiveMode";
-constexpr std::string_view kMemoryKey = "memoryPlayback";
-constexpr std::string_view kMemoryLimitKey = "memoryPlaybackLimitMB";
 constexpr std::string_view kVolumeModeKey = "volumeMode";
 
 /// Calls visit(key, member) for each playback field with the key that it has for all devices.
@@ -20,8 +16,8 @@ void forEachPlaybackField(Visit&& visit) {
   visit(kExclusiveKey, &DeviceSettings::exclusiveMode);
   visit("integerMode", &DeviceSettings::integerMode);
   visit("gaplessPlayback", &DeviceSettings::gaplessPlayback);
-  visit(kMemoryKey, &DeviceSettings::memoryPlayback);
-  visit(kMemoryLimitKey, &DeviceSettings::memoryPlaybackLimitMB);
+  visit("memoryPlayback", &DeviceSettings::memoryPlayback);
+  visit("memoryPlaybackLimitMB", &DeviceSettings::memoryPlaybackLimitMB);
   visit("forceHighSampleRate", &DeviceSettings::forceHighSampleRate);
   visit("sampleRateStrategy", &DeviceSettings::sampleRateStrategy);
   visit("resamplingMultiplier", &DeviceSettings::resamplingMultiplier);
@@ -76,11 +72,6 @@ void storePlayback(const DeviceSettings& profile, Preferences& preferences) {
 
 void loadLatePlayback(const Preferences& preferences, DeviceSettings& into) {
   into.exclusiveMode = preferences.getBool(kExclusiveKey).value_or(false);
-  into.memoryPlayback = preferences.getBool(kMemoryKey).value_or(false);
-  const auto limit = preferences.getInt(kMemoryLimitKey).value_or(0);
-  if (limit > 0 && limit <= std::numeric_limits<int>::max()) {
-    into.memoryPlaybackLimitMB = static_cast<int>(limit);
-  }
   const auto mode = fromRaw<VolumeMode>(preferences.getInt(kVolumeModeKey).value_or(0));
   into.volumeMode = static_cast<int>(mode.value_or(VolumeMode::software));
 }

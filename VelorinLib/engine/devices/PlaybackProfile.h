@@ -10,7 +10,8 @@ class JoinSettings;
 class Preferences;
 struct EngineSettings;
 
-/// Engine fields into a profile; the volume mode and the effects' fields stay as they are.
+/// Engine fields into a profile; memory playback, volume mode and the effects' fields stay as they
+/// are.
 void capturePlayback(const EngineSettings& settings, const JoinSettings& joins,
                      DeviceSettings& into);
 
@@ -22,7 +23,7 @@ void applyPlayback(const DeviceSettings& profile, EngineSettings& settings, Join
 void storePlayback(const DeviceSettings& profile, Preferences& preferences);
 
 /// Fills in what is set for all devices and is no field of the engine before the player has
-/// started: exclusive access, memory playback, volume mode.
+/// started: exclusive access and volume mode.
 void loadLatePlayback(const Preferences& preferences, DeviceSettings& into);
 
 }  // namespace velorin
