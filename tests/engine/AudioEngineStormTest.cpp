@@ -4,6 +4,8 @@
 
 #include "engine/EngineHarness.h"
 #include "foundation/SerialQueue.h"
+#include "support/DSDFixture.h"
+#include "support/EncodedFixture.h"
 
 namespace velorin {
 namespace {
@@ -15,12 +17,26 @@ constexpr int kSteps = 400;
 TEST(AudioEngineStorm, NothingSticksLeaksOrLies) {
   auto device = test::wideDevice(VirtualClock::paced);
   device.bufferRange = {64, 2048};
+  // No other: a switch takes its time. What is not at this rate is converted.
+  device.rates = {{48000, 48000}};
+  device.nominalRate = 48000;
   EngineHarness h(device);
+  const test::SignalRecipe second{.frames = 48000};
+  test::encodeWavPack(h.folder / "packed.wv", test::makeSignal(second), second);
+  test::encodeOpus(h.folder / "lossy.opus", test::makeSignal(second), second);
+  const auto oneBit = test::oneBitNoise(2, 352'800);
+  test::writeFile(h.folder / "onebit.dsf", test::dsdFile(oneBit));
+  test::writeFile(h.folder / "onebit.dff",
+                  test::dsdFile(oneBit, {.format = DSDFormat::dsdiff, .rate = DSDRate::dsd128}));
   std::vector<Track> tracks = {
       h.file("short.flac", {.sampleRate = 48000, .frames = 5000}),
       h.file("long.flac", {.bits = 24, .sampleRate = 48000, .frames = 48000 * 4}),
       h.file("mono.flac", {.channels = 1, .sampleRate = 48000, .frames = 48000}),
       h.trackOf("missing.flac"),
+      h.trackOf("packed.wv"),
+      h.trackOf("lossy.opus"),
+      h.trackOf("onebit.dsf"),
+      h.trackOf("onebit.dff"),
   };
   Track cue = h.trackOf("long.flac");
   cue.cueStartTime = 1.0;
@@ -62,6 +78,9 @@ TEST(AudioEngineStorm, NothingSticksLeaksOrLies) {
       [](AudioEngine& engine, int choice) { engine.setIntegerMode(choice % 2 == 0); },
       [](AudioEngine& engine, int choice) { engine.setExclusiveMode(choice % 2 == 0); },
       [](AudioEngine& engine, int) { engine.stop(); },
+      [&](AudioEngine& engine, int choice) {
+        engine.setNextTrack(tracks[static_cast<std::size_t>(choice) % tracks.size()]);
+      },
   };
   for (int step = 0; step < kSteps; ++step) {
     const std::size_t action = random() % actions.size();
