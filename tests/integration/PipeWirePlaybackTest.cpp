@@ -1,70 +1,15 @@
-// The engine on a real sound server: what reaches the sink is what is in the file, and a sink or
-// server that goes away never takes the player with it.
+// The engine on a real sound server: what reaches the sink is what is in the file.
 #include <gtest/gtest.h>
 
-#include <thread>
-
-#include "engine/AudioEngine.h"
-#include "foundation/EventBus.h"
-#include "foundation/Log.h"
-#include "foundation/MainThread.h"
-#include "foundation/Preferences.h"
-#include "platform/audio/AudioHardware.h"
-#include "platform/audio/AudioHardwareFactory.h"
-#include "records/Events.h"
-#include "support/FlacFixture.h"
-#include "support/PipeWireMonitorRecorder.h"
+#include "integration/SinkPlayer.h"
 #include "support/PipeWireSession.h"
-#include "support/TemporaryFolder.h"
 
 namespace velorin {
 namespace {
 
 using namespace std::chrono_literals;
 using test::MonitorFormat;
-
-/// A player on the session's sinks.
-struct Player {
-  explicit Player(const std::string& sink) {
-    MainThread::instance();
-    auto choice = createAudioHardware(AudioBackendChoice::pipewire);
-    hardware = std::move(choice.hardware);
-    if (!hardware) return;
-    engine.emplace(*hardware, preferences, bus);
-    engine->selectOutputDevice(hardware->deviceForUID(sink));
-    ended = bus.subscribe<PlayNextTrack>(Delivery::mainThread, [this](auto&) { hasEnded = true; });
-  }
-  ~Player() {
-    engine.reset();
-    MainThread::instance().runReady();
-  }
-
-  Track write(const std::string& name, const test::FlacRecipe& recipe) {
-    fixture = test::FlacFixture::make(recipe);
-    fixture.write(folder / name);
-    Track track;
-    track.filePath = (folder / name).string();
-    return track;
-  }
-
-  bool until(const std::function<bool()>& condition) {
-    return MainThread::instance().runUntil(condition, 15s);
-  }
-  bool moves() {
-    const double before = engine->currentPosition();
-    return until([&] { return engine->currentPosition() > before + 0.05; });
-  }
-
-  test::TemporaryFolder folder;
-  log::Capture log;
-  Preferences preferences;
-  EventBus bus;
-  std::unique_ptr<AudioHardware> hardware;
-  test::FlacFixture fixture;
-  bool hasEnded = false;
-  EventBus::Subscription ended;
-  std::optional<AudioEngine> engine;
-};
+using Player = test::SinkPlayer;
 
 /// Interleaved samples of the recording, at the top of 32-bit words.
 std::vector<std::int32_t> recorded(const std::vector<std::byte>& bytes, MonitorFormat format) {
@@ -157,49 +102,6 @@ TEST(PipeWirePlayback, EveryBitOfTheFileReachesTheSink) {
     while (!playAndCompare(c) && take < kTakes) ++take;
     EXPECT_LT(take, kTakes) << "no take without an xrun";
   }
-}
-
-TEST(PipeWirePlayback, ALostSinkHandsTheMusicToAnother) {
-  VELORIN_NEEDS_PIPEWIRE();
-  test::PipeWireSession session({{.name = "stays", .rate = 48000}});
-  ASSERT_TRUE(session.start()) << session.error();
-  ASSERT_TRUE(session.createSink({.name = "goes", .rate = 48000}));
-  Player player("goes");
-  ASSERT_TRUE(player.hardware);
-  const Track track = player.write("a.flac", {.sampleRate = 48000, .frames = 48000 * 30});
-  player.engine->play(track);
-  ASSERT_TRUE(player.moves());
-  const double before = player.engine->currentPosition();
-
-  ASSERT_TRUE(session.removeSink("goes"));
-  ASSERT_TRUE(player.until([&] {
-    return player.hardware->deviceUID(player.engine->currentDevice()) == "stays" &&
-           player.engine->state() == PlaybackState::playing;
-  }));
-  EXPECT_TRUE(player.log.contains("⚠️ Output device lost: goes"));
-  EXPECT_GE(player.engine->currentPosition(), before - 0.2);
-  EXPECT_TRUE(player.moves()) << "and it is heard there";
-}
-
-TEST(PipeWirePlayback, AServerThatDiesAndReturnsIsSurvived) {
-  VELORIN_NEEDS_PIPEWIRE();
-  test::PipeWireSession session({{.name = "sink", .rate = 48000}});
-  ASSERT_TRUE(session.start()) << session.error();
-  Player player("sink");
-  ASSERT_TRUE(player.hardware);
-  player.engine->play(player.write("a.flac", {.sampleRate = 48000, .frames = 48000 * 30}));
-  ASSERT_TRUE(player.moves());
-
-  session.killServer();
-  ASSERT_TRUE(player.until([&] { return player.engine->state() == PlaybackState::stopped; }));
-  ASSERT_TRUE(session.restartServer()) << session.error();
-  ASSERT_TRUE(player.until([&] { return player.engine->state() == PlaybackState::playing; }))
-      << "the music goes on by itself";
-  EXPECT_TRUE(player.moves());
-
-  session.killServer();
-  ASSERT_TRUE(player.until([&] { return player.engine->state() == PlaybackState::stopped; }));
-  player.engine->stop();  // the listener gave up; nothing may hang on the way out
 }
 
 }  // namespace
