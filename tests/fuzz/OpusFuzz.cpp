@@ -1,5 +1,5 @@
-// libFuzzer entry: opus_fuzz -detect_leaks=0 CORPUS_FOLDER (encoded_fuzz_seeds opus fills one).
-// opusfile 0.12 itself loses the tags of some links that it refuses, a few hundred bytes.
+// libFuzzer entry: opus_fuzz CORPUS_FOLDER (encoded_fuzz_seeds opus fills one), with
+// LSAN_OPTIONS=suppressions=tests/support/lsan.supp for what opusfile itself loses.
 #include "foundation/Log.h"
 #include "fuzz/DecoderDrive.h"
 
