@@ -57,18 +57,25 @@ struct Run {
 template <class Word, class Sample>
 void copyRun(const Run& run, Word* out) {
   const auto* in = reinterpret_cast<const Sample*>(run.samples);
-  if (run.stride == 1) {
-    // The forms that nearly every codec gives, at the speed of the processor.
-    if constexpr (std::is_same_v<Word, Sample>) {
-      std::memcpy(out, in, run.count * sizeof(Word));
-      return;
-    } else if constexpr (std::is_same_v<Word, float> && std::is_same_v<Sample, std::int16_t>) {
-      return vector::int16ToFloat(in, 0x1p-15f, out, run.count);
-    } else if constexpr (std::is_same_v<Word, float> && std::is_same_v<Sample, std::int32_t>) {
-      return vector::int32ToFloat(in, 0x1p-31f, out, run.count);
+  if (run.stride > 1) {
+    // Picked out in short runs, which the processor's fast conversions then take.
+    std::array<Sample, 512> picked;
+    for (std::uint32_t done = 0; done < run.count;) {
+      const auto count = std::min<std::uint32_t>(run.count - done, picked.size());
+      for (std::uint32_t i = 0; i < count; ++i) picked[i] = in[(done + i) * run.stride];
+      const auto* start = reinterpret_cast<const std::uint8_t*>(picked.data());
+      copyRun<Word, Sample>({.samples = start, .stride = 1, .count = count}, out + done);
+      done += count;
     }
+  } else if constexpr (std::is_same_v<Word, Sample>) {
+    std::memcpy(out, in, run.count * sizeof(Word));
+  } else if constexpr (std::is_same_v<Word, float> && std::is_same_v<Sample, std::int16_t>) {
+    vector::int16ToFloat(in, 0x1p-15f, out, run.count);
+  } else if constexpr (std::is_same_v<Word, float> && std::is_same_v<Sample, std::int32_t>) {
+    vector::int32ToFloat(in, 0x1p-31f, out, run.count);
+  } else {
+    for (std::uint32_t i = 0; i < run.count; ++i) out[i] = converted<Word>(in[i]);
   }
-  for (std::uint32_t i = 0; i < run.count; ++i) out[i] = converted<Word>(in[i * run.stride]);
 }
 
 template <class Word>
@@ -97,7 +104,7 @@ bool copyChannel(AVSampleFormat packed, const Run& run, Word* out) {
   }
 }
 
-/// Interleaved samples of the usual formats, all channels in one go. False for others.
+/// Interleaved integers that keep their width, all channels in one go. False for others.
 bool deinterleave(AVSampleFormat format, const std::uint8_t* samples, std::uint32_t channels,
                   const AudioBufferList& target, std::uint32_t at, std::uint32_t count,
                   TargetWord word) {
@@ -107,22 +114,16 @@ bool deinterleave(AVSampleFormat format, const std::uint8_t* samples, std::uint3
     for (std::uint32_t i = 0; i < channels; ++i) starts[i] = target.channel<Word>(i) + at;
     return starts;
   };
-  vector::PCMWord source = vector::PCMWord::int16;
-  if (format == AV_SAMPLE_FMT_S32) source = vector::PCMWord::int32;
-  if (format == AV_SAMPLE_FMT_FLT) source = vector::PCMWord::float32;
-  if (format != AV_SAMPLE_FMT_S16 && format != AV_SAMPLE_FMT_S32 && format != AV_SAMPLE_FMT_FLT) {
-    return false;
-  }
-  if (word == TargetWord::float32) {
-    vector::deinterleave(in, source, channels, count, planes.operator()<float>().data());
-  } else if (word == TargetWord::int16 && source == vector::PCMWord::int16) {
+  if (word == TargetWord::int16 && format == AV_SAMPLE_FMT_S16) {
     vector::deinterleave(in, channels, count, planes.operator()<std::int16_t>().data());
-  } else if (word == TargetWord::int32 && source != vector::PCMWord::float32) {
-    vector::deinterleave(in, source, channels, count, planes.operator()<std::int32_t>().data());
-  } else {
-    return false;
+    return true;
   }
-  return true;
+  if (word == TargetWord::int32 && format == AV_SAMPLE_FMT_S32) {
+    vector::deinterleave(in, vector::PCMWord::int32, channels, count,
+                         planes.operator()<std::int32_t>().data());
+    return true;
+  }
+  return false;
 }
 
 }  // namespace
