@@ -34,11 +34,14 @@ PlayerState::Impl::Impl(AudioEngine& engine, Preferences& preferences_, EventBus
       history(services.database),
       link(engine, [this](const EngineLink::Outcome& outcome) { onFinished(outcome); }),
       settings(preferences_, [this](auto call) { link.call(std::move(call)); }),
+      sound(engine, preferences_, soundServices()),
+      comparison(sound, [this] { note(PlayerChange::effects); }),
       sleep(preferences_, sleepServices()) {
   timeline.rememberShuffled(preferences.getBool("shuffleEnabled").value_or(false));
   repeatMode = repeatModeFromRaw(preferences.getInt("repeatMode").value_or(0));
   autoplay.setEnabled(preferences.getBool("autoplayEnabled").value_or(true));
   subscribe();
+  lookAtHardwareVolume();
   if (options.restoresSession) {
     restorer.restore([this](RestoreOutcome outcome) { restore(std::move(outcome)); });
   } else {
@@ -54,7 +57,9 @@ PlayerState::PlayerState(AudioEngine& engine, Preferences& preferences, EventBus
                          PlayerServices services)
     : PlayerState(engine, preferences, bus, std::move(services), Options()) {}
 
-PlayerState::~PlayerState() = default;
+PlayerState::~PlayerState() {
+  _impl->saveProfile();
+}
 
 // --- What to play ---
 
@@ -386,51 +391,6 @@ bool PlayerState::sleepTimerFadeEnabled() const noexcept {
 }
 void PlayerState::setSleepTimerFadeEnabled(bool on) {
   _impl->sleep.setFadeEnabled(on);
-}
-
-// --- Settings ---
-
-double PlayerState::volume() const noexcept {
-  return _impl->settings.volume();
-}
-void PlayerState::setVolume(double volume) {
-  if (_impl->settings.setVolume(volume)) _impl->note(PlayerChange::volume);
-}
-bool PlayerState::gaplessEnabled() const noexcept {
-  return _impl->settings.gapless();
-}
-void PlayerState::setGaplessEnabled(bool on) {
-  _impl->settingChanged(_impl->settings.setGapless(on));
-}
-bool PlayerState::crossfadeEnabled() const noexcept {
-  return _impl->settings.crossfade();
-}
-void PlayerState::setCrossfadeEnabled(bool on) {
-  _impl->settingChanged(_impl->settings.setCrossfade(on));
-}
-double PlayerState::crossfadeDuration() const noexcept {
-  return _impl->settings.crossfadeDuration();
-}
-void PlayerState::setCrossfadeDuration(double seconds) {
-  _impl->settingChanged(_impl->settings.setCrossfadeDuration(seconds));
-}
-bool PlayerState::keepsAlbumsUncrossfaded() const noexcept {
-  return _impl->settings.keepsAlbums();
-}
-void PlayerState::setKeepsAlbumsUncrossfaded(bool on) {
-  _impl->settingChanged(_impl->settings.setKeepsAlbums(on));
-}
-bool PlayerState::exclusiveMode() const noexcept {
-  return _impl->settings.exclusiveMode();
-}
-void PlayerState::setExclusiveMode(bool on) {
-  _impl->settingChanged(_impl->settings.setExclusiveMode(on));
-}
-bool PlayerState::integerMode() const noexcept {
-  return _impl->settings.integerMode();
-}
-void PlayerState::setIntegerMode(bool on) {
-  _impl->settingChanged(_impl->settings.setIntegerMode(on));
 }
 
 // --- For the shell ---

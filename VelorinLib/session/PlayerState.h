@@ -3,8 +3,8 @@
 // The interface, the menus, media keys, the command line and the browser remote all act on it, and
 // it alone tells AudioEngine what to do. It is a face over parts that each own their fields: the
 // timeline (what the listener asked for), the autoplay queue (what the system chose), the history
-// and the walk through it, the count of what was heard, bursts of skips, bookmarks, the sleep timer
-// and the stored session.
+// and the walk through it, the count of what was heard, bursts of skips, bookmarks, the sleep
+// timer, the settings of the sound, their comparison and the stored session.
 //
 // Threads: everything on the main thread, where nothing blocks: calls that can, into the engine and
 // the database, go to queues of their own in the order in which they were made.
@@ -27,10 +27,12 @@
 
 namespace velorin {
 
+class ABComparison;
 class AudioEngine;
 class EventBus;
 class Preferences;
 class SerialQueue;
+class SoundSettings;
 struct SignalPath;
 
 class PlayerState {
@@ -170,10 +172,22 @@ class PlayerState {
   bool sleepTimerFadeEnabled() const noexcept;
   void setSleepTimerFadeEnabled(bool on);
 
-  // --- Settings of the sound. Stored, and told to the engine on its queue. ---
+  // --- Settings of the sound. Stored, for all devices and in the profile of the one in use, and
+  // told to the engine on its queue. A value that is no change does nothing. ---
+
+  /// The effects, the equalizer and the chain.
+  SoundSettings& sound() noexcept;
+  const SoundSettings& sound() const noexcept;
+  /// Two settings of the effects side by side.
+  ABComparison& comparison() noexcept;
 
   double volume() const noexcept;  ///< linear, 0 to 1
+  /// With VolumeMode::hardware to the device; nothing with VolumeMode::fixed.
   void setVolume(double volume);
+  VolumeMode volumeMode() const noexcept;
+  /// VolumeMode::hardware only where the device has a control.
+  void setVolumeMode(VolumeMode mode);
+  bool hardwareVolumeAvailable() const noexcept;
   bool gaplessEnabled() const noexcept;
   void setGaplessEnabled(bool on);
   bool crossfadeEnabled() const noexcept;
@@ -187,6 +201,20 @@ class PlayerState {
   void setExclusiveMode(bool on);
   bool integerMode() const noexcept;
   void setIntegerMode(bool on);
+  bool memoryPlayback() const noexcept;
+  void setMemoryPlayback(bool on);
+  int memoryPlaybackLimitMB() const noexcept;
+  void setMemoryPlaybackLimitMB(int mebibytes);  ///< below 1 becomes 256
+  bool forceHighSampleRate() const noexcept;
+  void setForceHighSampleRate(bool on);
+  SampleRateStrategy sampleRateStrategy() const noexcept;
+  void setSampleRateStrategy(SampleRateStrategy strategy);
+  int resamplingMultiplier() const noexcept;
+  void setResamplingMultiplier(int multiplier);  ///< held within 2 and 64
+  double fixedSampleRate() const noexcept;
+  void setFixedSampleRate(double rate);  ///< Hz; what is no rate becomes 0, for none
+  bool lowLatencyMode() const noexcept;
+  void setLowLatencyMode(bool on);
 
   // --- For the shell ---
 

@@ -7,7 +7,6 @@
 #include "foundation/Log.h"
 #include "foundation/Preferences.h"
 #include "session/PlayerStateImpl.h"
-#include "session/TrackEffects.h"
 
 namespace velorin {
 namespace {
@@ -29,12 +28,16 @@ void PlayerState::Impl::subscribe() {
   on(std::function([this](const PlaybackStateDidChange& e) { onStateDidChange(e.state); }));
   on(std::function([this](const PlayNextTrack& event) { onPlayNextTrack(event); }));
   on(std::function([this](const PlaybackFileUnavailable& event) { onUnavailable(event); }));
-  on(std::function([this](const HardwareVolumeDidChange& event) {
-    if (settings.showVolume(event.volume)) note(PlayerChange::volume);
-  }));
+  on(std::function([this](const HardwareVolumeDidChange& e) { onHardwareVolume(e.volume); }));
+  on(std::function([this](const AudioDeviceSettingsWillSwitch& e) { takeOver(e.settings); }));
+  on(std::function([this](const AudioDevicesDidChange&) { lookAtHardwareVolume(); }));
+  on(std::function([this](const MultiOutputDidChange&) { onMultiOutput(); }));
   on(std::function([this](const RequestNextTrack&) { updateNextTrack(); }));
   on(std::function([this](const PlayPreviousTrack&) { skip(Reach::backward); }));
-  on(std::function([this](const SavePlaybackState&) { saver.saveNow(); }));
+  on(std::function([this](const SavePlaybackState&) {
+    saveProfile();
+    saver.saveNow();
+  }));
   on(std::function(
       [this](const OpenExternalFiles& event) { playFiles(event.files, ServiceMode::playNow); }));
   on(std::function([this](const ServicePlayFiles& e) { playFiles(e.urls, e.mode); }));
@@ -97,7 +100,7 @@ void PlayerState::Impl::followTrack() {
   note(PlayerChange::track | PlayerChange::state | PlayerChange::position);
 
   updateNextTrack();
-  link.call([track = currentTrack->track](AudioEngine& sound) { prepareEffects(track, sound); });
+  sound.updateHeadroom();
   // The same track starts anew after a seek across a join, or on another device.
   if (!std::exchange(isNews, false)) return;
   if (services.loadWaveforms) {

@@ -5,6 +5,7 @@
 
 #include "foundation/EventBus.h"
 #include "foundation/MainThread.h"
+#include "session/ABComparison.h"
 #include "session/AutoplayQueue.h"
 #include "session/Bookmarks.h"
 #include "session/ChangeBroadcast.h"
@@ -22,6 +23,7 @@
 #include "session/SessionSaver.h"
 #include "session/SkipBurst.h"
 #include "session/SleepTimer.h"
+#include "session/SoundSettings.h"
 #include "session/Timeline.h"
 #include "session/UpNext.h"
 
@@ -107,6 +109,23 @@ struct PlayerState::Impl {
   /// Joins may follow other rules now.
   void settingChanged(bool changed);
 
+  // --- Settings of the sound (PlayerStateSettings.cpp) ---
+  SoundSettings::Services soundServices();
+  /// What the profile of the device in use holds was changed: it is saved in a moment, once for all
+  /// changes until then.
+  void profileChanged();
+  void saveProfile();
+  /// A setting that the profile holds; joins may follow other rules now.
+  void playbackSettingChanged(bool changed);
+  void setVolume(double volume);
+  void setVolumeMode(VolumeMode mode);
+  void volumeChanged();
+  void takeOver(const DeviceSettings& settings);
+  void onHardwareVolume(double volume);
+  /// Asks the device, on the engine's queue, whether it has a volume of its own and what it is.
+  void lookAtHardwareVolume();
+  void onMultiOutput();
+
   // --- History and session (PlayerStateSession.cpp) ---
   void addCurrentToHistory();
   void recordPlayback();
@@ -149,6 +168,8 @@ struct PlayerState::Impl {
   bool isNews = false;             // the track has not been told of yet
   bool isRefilling = false;
   bool isSpectrumRunning = false;
+  std::optional<double> hardwareVolume;  // of the device in use, as last heard of
+  bool isProfileChanged = false;
 
   Timeline timeline;
   AutoplayQueue autoplay;
@@ -169,6 +190,8 @@ struct PlayerState::Impl {
   std::vector<EventBus::Subscription> subscriptions;
   EngineLink link;
   PlayerSettings settings;
+  SoundSettings sound;
+  ABComparison comparison;
   SleepTimer sleep;
 };
 

@@ -62,10 +62,18 @@ void PlayerState::Impl::bookmarksStored(std::int64_t trackId,
 SleepTimer::Services PlayerState::Impl::sleepServices() {
   SleepTimer::Services sleeping;
   sleeping.isIntegerMode = [this] { return settings.integerMode(); };
-  sleeping.volumeMode = [this] { return link.engine().volumeMode(); };
+  sleeping.volumeMode = [this] { return settings.volumeMode(); };
   sleeping.volume = [this] { return settings.volume(); };
   sleeping.setVolume = [this](double volume) {
-    if (settings.fadeVolume(volume)) note(PlayerChange::volume);
+    if (settings.fadeVolume(volume)) volumeChanged();
+  };
+  sleeping.deviceVolume = [this] {
+    const AudioEngine& engine = link.engine();
+    return engine.hardwareVolume(engine.currentDevice());
+  };
+  sleeping.setDeviceVolume = [this](float volume) {
+    AudioEngine& engine = link.engine();
+    return engine.setHardwareVolume(engine.currentDevice(), volume);
   };
   sleeping.updateNextTrack = [this] { updateNextTrack(); };
   sleeping.pause = [this](std::function<void()> done) {

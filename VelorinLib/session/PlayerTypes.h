@@ -54,7 +54,8 @@ enum class PlayerChange : std::uint32_t {
   bookmarks = 1 << 8,
   sleepTimer = 1 << 9,
   volume = 1 << 10,
-  settings = 1 << 11,  ///< gapless, crossfade, exclusive, integer, rates, device
+  settings = 1 << 11,  ///< gapless, crossfade, exclusive, integer, memory, rates, volume mode
+  effects = 1 << 12,   ///< switches, parameters, equalizer, chain, headroom, comparison
 };
 
 class PlayerChanges {

@@ -13,4 +13,10 @@ void prepareEffects(const Track& track, AudioEngine& engine) {
   effects.headroomDSP.setHeadroom(static_cast<float>(effects.requiredHeadroomDB(&track)));
 }
 
+void updateHeadroom(const std::optional<Track>& track, AudioEngine& engine) {
+  if (track) return prepareEffects(*track, engine);
+  DSPEffects& effects = engine.effects();
+  effects.headroomDSP.setHeadroom(effects.requiredHeadroomDB(nullptr));
+}
+
 }  // namespace velorin

@@ -3,6 +3,7 @@
 
 #include <fstream>
 
+#include "shell/ControlSettings.h"
 #include "shell/InstanceMessage.h"
 #include "shell/OpenFiles.h"
 #include "shell/menus/MenuModel.h"
@@ -19,6 +20,7 @@ TEST(InstanceMessages, ComeBackWhateverThePathsHold) {
   const InstanceRequest requests[] = {
       {InstanceAction::open, {}},
       {InstanceAction::playNext, {"/a b%41.flac", everyByte, "/", "/new\nline", "/丸の内"}},
+      {InstanceAction::set, {}, {"device", everyByte, ""}},
       {InstanceAction::quit, {}},
   };
   for (const InstanceRequest& request : requests) {
@@ -26,8 +28,7 @@ TEST(InstanceMessages, ComeBackWhateverThePathsHold) {
     EXPECT_EQ(line.find('\n'), line.size() - 1);
     const auto back = decodeRequest(line);
     ASSERT_TRUE(back) << line << back.error().text;
-    EXPECT_EQ(back->action, request.action);
-    EXPECT_EQ(back->paths, request.paths);
+    EXPECT_EQ(back.value(), request) << line;
   }
   const InstanceAnswer answer{true, "line\nof “text” \xff"};
   const auto back = decodeAnswer(encode(answer));
@@ -55,10 +56,43 @@ TEST(InstanceMessages, NonsenseIsRefused) {
       R"({"velorin":1,"action":"open","paths":["/a%zz"]})",
       R"({"velorin":1,"action":"open","paths":["/a%00b"]})",
       R"({"velorin":1,"action":"open","paths":["/a b"]})",
+      R"({"velorin":1,"action":"play","words":["volume"]})",
+      R"({"velorin":1,"action":"set","words":"volume"})",
+      R"({"velorin":1,"action":"set","words":["volume",1]})",
+      R"({"velorin":1,"action":"set","words":["a%00b"]})",
       R"({"velorin":1,"action":)" + deep,
   };
   for (const std::string& request : requests) EXPECT_FALSE(decodeRequest(request)) << request;
   EXPECT_FALSE(decodeAnswer(R"({"velorin":1,"ok":true})"));
+}
+
+TEST(ControlSettings, TakeWhatTheySayTheyTake) {
+  const struct {
+    std::vector<std::string> words;
+    bool isFine;
+  } cases[] = {
+      {{}, false},
+      {{"loudness", "on"}, false},
+      {{"volume"}, false},
+      {{"volume", "0.5"}, true},
+      {{"volume", "1"}, true},
+      {{"volume", "1.5"}, false},
+      {{"volume", "nan"}, false},
+      {{"volume", "0.5x"}, false},
+      {{"volume", "0.5", "0.5"}, false},
+      {{"exclusive", "on"}, true},
+      {{"exclusive", "yes"}, false},
+      {{"volume-mode", "fixed"}, true},
+      {{"volume-mode", "loud"}, false},
+      {{"memory-limit", "0"}, false},
+      {{"strategy", "powerOf2"}, true},
+      {{"device"}, false},
+      {{"device", "default"}, true},
+      {{"device", "a", "b"}, true},
+  };
+  for (const auto& each : cases) {
+    EXPECT_EQ(!problemWithSetting(each.words), each.isFine) << testing::PrintToString(each.words);
+  }
 }
 
 TEST(FilesToOpen, FoldersStandForTheirMusicByPath) {
@@ -83,6 +117,12 @@ TEST(FilesToOpen, FoldersStandForTheirMusicByPath) {
   const FilesToOpen bad = filesToOpen({at("notes.txt"), at("gone.flac"), at("empty")});
   EXPECT_TRUE(bad.files.empty());
   EXPECT_EQ(bad.problems.size(), 3U);
+
+  std::ofstream(folder / "list.M3U8") << "single.ogg\nb/2.flac\nnotes.txt\ngone.flac\n";
+  const FilesToOpen listed = filesToOpen({at("list.M3U8")});
+  EXPECT_EQ(listed.files, (std::vector{at("single.ogg"), at("b/2.flac")}));
+  ASSERT_EQ(listed.problems.size(), 1U);
+  EXPECT_NE(listed.problems[0].find("2 of 4 entries"), std::string::npos) << listed.problems[0];
   EXPECT_EQ(absolutePath("x/./y").native(), (fs::current_path() / "x/y").native());
 }
 
@@ -113,7 +153,7 @@ TEST(Menus, ShowWhatThePlayerDoes) {
             "Previous [backward.end.fill]\n-\n(Stop) [stop.fill]\n(Stop After Current)\n"
             "Sleep Timer [moon]\n{End of Current Track\n15 Minutes\n30 Minutes\n1 Hour\n-\n"
             "Settings…\n}\n-\n(Audio)\n  (DAC)\n-\nExclusive Mode (HOG)\nInteger Mode\n"
-            "Gapless Playback ✓\n(Memory Playback)\nSR: Native\nStereo Width Off\n");
+            "Gapless Playback ✓\nMemory Playback\nSR: Native\nStereo Width Off\n");
 
   MenuState playing;
   playing.track = {{.title = "Song",

@@ -140,9 +140,7 @@ void addAudioSection(const MenuState& state, Menu& menu) {
       check("Exclusive Mode (HOG)", MenuAction::menuToggleExclusive, state.exclusiveMode));
   menu.push_back(check("Integer Mode", MenuAction::menuToggleInteger, state.integerMode));
   menu.push_back(check("Gapless Playback", MenuAction::menuToggleGapless, state.gaplessPlayback));
-  menu.push_back(enabledIf(state.memoryPlayback.has_value(),
-                           check("Memory Playback", MenuAction::menuToggleMemory,
-                                 state.memoryPlayback.value_or(false))));
+  menu.push_back(check("Memory Playback", MenuAction::menuToggleMemory, state.memoryPlayback));
   menu.push_back(command(strategyTitle(state), MenuAction::menuCycleResampling));
   menu.push_back(command(widenerTitle(state), MenuAction::menuToggleStereoWidener));
 }

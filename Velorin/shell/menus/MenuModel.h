@@ -70,8 +70,7 @@ struct MenuState {
   bool exclusiveMode = false;
   bool integerMode = false;
   bool gaplessPlayback = true;
-  /// Empty where playing from memory is not to be had.
-  std::optional<bool> memoryPlayback;
+  bool memoryPlayback = false;
   SampleRateStrategy strategy = SampleRateStrategy::native;
   int multiplier = 2;
   bool stereoWidener = false;

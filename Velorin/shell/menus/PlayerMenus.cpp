@@ -3,19 +3,14 @@
 #include <algorithm>
 
 #include "desktop/TrackNotification.h"
-#include "dsp/DSPEffects.h"
 #include "engine/AudioEngine.h"
-#include "foundation/Preferences.h"
-#include "foundation/SerialQueue.h"
 #include "foundation/Uuid.h"
 #include "session/PlayerState.h"
+#include "session/SoundSettings.h"
 
 namespace velorin {
 namespace {
 
-constexpr const char* kStrategyKey = "sampleRateStrategy";
-constexpr const char* kMultiplierKey = "resamplingMultiplier";
-constexpr int kSmallestMultiplier = 2;
 constexpr int kSecondsPerMinute = 60;
 
 void callIfThere(const std::function<void()>& function) {
@@ -48,15 +43,11 @@ MenuState PlayerMenus::state() const {
   state.exclusiveMode = _player.exclusiveMode();
   state.integerMode = _player.integerMode();
   state.gaplessPlayback = _player.gaplessEnabled();
-  if (_seams.memoryPlayback) state.memoryPlayback = _seams.memoryPlayback();
-  const auto stored = _preferences.getInt(kStrategyKey);
-  state.strategy = stored ? fromRaw<SampleRateStrategy>(*stored).value_or(state.strategy)
-                          : SampleRateStrategy::native;
-  state.multiplier = static_cast<int>(std::max<std::int64_t>(
-      _preferences.getInt(kMultiplierKey).value_or(kSmallestMultiplier), kSmallestMultiplier));
-  const StereoWidenerDSP& widener = engine.effects().stereoWidener;
-  state.stereoWidener = widener.isEnabled();
-  state.stereoWidth = widener.width();
+  state.memoryPlayback = _player.memoryPlayback();
+  state.strategy = _player.sampleRateStrategy();
+  state.multiplier = _player.resamplingMultiplier();
+  state.stereoWidener = _player.sound().isEffectEnabled(DSPEffectType::stereoWidener);
+  state.stereoWidth = static_cast<float>(_player.sound().value(DSPSetting::stereoWidenerWidth));
   return state;
 }
 
@@ -91,9 +82,9 @@ void PlayerMenus::apply(MenuAction action, int tag) {
     case MenuAction::menuToggleGapless:
       return _player.setGaplessEnabled(!_player.gaplessEnabled());
     case MenuAction::menuToggleMemory:
-      return callIfThere(_seams.toggleMemoryPlayback);
+      return _player.setMemoryPlayback(!_player.memoryPlayback());
     case MenuAction::menuCycleResampling:
-      return cycleResampling();
+      return _player.setSampleRateStrategy(nextStrategy(_player.sampleRateStrategy()));
     case MenuAction::menuToggleStereoWidener:
       return toggleStereoWidener();
     case MenuAction::menuSleepTimerEndOfTrack:
@@ -108,26 +99,18 @@ void PlayerMenus::apply(MenuAction action, int tag) {
   }
 }
 
-void PlayerMenus::cycleResampling() {
-  const SampleRateStrategy next = nextStrategy(state().strategy);
-  _preferences.setInt(kStrategyKey, static_cast<std::int64_t>(next));
-  _player.engineQueue().async(
-      [engine = &_player.engine(), next] { engine->setSampleRateStrategy(next); });
-}
-
 void PlayerMenus::toggleStereoWidener() {
-  _player.engineQueue().async([engine = &_player.engine()] {
-    std::vector<DSPChainEntry> entries = engine->effects().entries();
-    const auto widener = std::find_if(entries.begin(), entries.end(), [](const auto& entry) {
-      return entry.effectType == DSPEffectType::stereoWidener;
-    });
-    if (widener == entries.end()) {
-      entries.push_back({makeUuid(), DSPEffectType::stereoWidener, true, std::nullopt});
-    } else {
-      widener->enabled = !widener->enabled;
-    }
-    engine->applyDSPChainConfig(entries);
-  });
+  SoundSettings& sound = _player.sound();
+  std::vector<DSPChainEntry> entries = sound.dspChainEntries();
+  const auto isWidener = [](const auto& entry) {
+    return entry.effectType == DSPEffectType::stereoWidener;
+  };
+  if (std::ranges::any_of(entries, isWidener)) {
+    return sound.toggleEffect(DSPEffectType::stereoWidener);
+  }
+  // Outside the chain it would not be heard.
+  entries.push_back({makeUuid(), DSPEffectType::stereoWidener, true, std::nullopt});
+  sound.setChain(std::move(entries));
 }
 
 }  // namespace velorin

@@ -10,7 +10,6 @@
 namespace velorin {
 
 class PlayerState;
-class Preferences;
 
 /// Parts that the menus reach beyond the player. What is empty is not there: its item does nothing.
 struct MenuSeams {
@@ -18,8 +17,6 @@ struct MenuSeams {
   std::function<void(std::int64_t trackId)> toggleFavorite;
   /// Starts radio from the current track.
   std::function<void()> startRadio;
-  std::function<std::optional<bool>()> memoryPlayback;
-  std::function<void()> toggleMemoryPlayback;
   std::function<void()> showMainWindow;
   std::function<void()> openSleepTimer;
 };
@@ -27,9 +24,8 @@ struct MenuSeams {
 /// Main thread.
 class PlayerMenus {
  public:
-  /// Both outlive this object.
-  PlayerMenus(PlayerState& player, Preferences& preferences, MenuSeams seams)
-      : _player(player), _preferences(preferences), _seams(std::move(seams)) {}
+  /// The player outlives this object.
+  PlayerMenus(PlayerState& player, MenuSeams seams) : _player(player), _seams(std::move(seams)) {}
 
   /// Asks the engine as well: for a menu that opens, not for every tick.
   MenuState state() const;
@@ -37,11 +33,9 @@ class PlayerMenus {
   void apply(MenuAction action, int tag);
 
  private:
-  void cycleResampling();
   void toggleStereoWidener();
 
   PlayerState& _player;
-  Preferences& _preferences;
   const MenuSeams _seams;
 };
 
