@@ -8,7 +8,6 @@
 #include "foundation/Paths.h"
 #include "foundation/Preferences.h"
 #include "foundation/PropertyList.h"
-#include "foundation/SerialQueue.h"
 #include "foundation/Text.h"
 #include "platform/audio/AudioHardware.h"
 #include "session/PlayerState.h"
@@ -39,6 +38,13 @@ std::unique_ptr<Preferences> preferencesOfThisRun() {
 void applySettings(const EngineOptions& options, PlayerState& player) {
   if (options.integer) player.setIntegerMode(true);
   if (options.exclusive) player.setExclusiveMode(true);
+  if (options.strategy) player.setSampleRateStrategy(*options.strategy);
+  if (options.multiplier) player.setResamplingMultiplier(*options.multiplier);
+  if (options.fixedRate) player.setFixedSampleRate(*options.fixedRate);
+  if (options.forceHighRate) player.setForceHighSampleRate(true);
+  if (options.memory) player.setMemoryPlayback(true);
+  if (options.memoryLimit) player.setMemoryPlaybackLimitMB(*options.memoryLimit);
+  if (options.volumeMode) player.setVolumeMode(*options.volumeMode);
   if (options.volume) player.setVolume(*options.volume);
   if (options.noGapless) player.setGaplessEnabled(false);
   if (options.crossfade) {
@@ -46,11 +52,6 @@ void applySettings(const EngineOptions& options, PlayerState& player) {
     if (*options.crossfade > 0) player.setCrossfadeDuration(*options.crossfade);
   }
   if (options.noAlbumCrossfade) player.setKeepsAlbumsUncrossfaded(true);
-  player.engineQueue().sync([&options, &engine = player.engine()] {
-    if (options.strategy) engine.setSampleRateStrategy(*options.strategy);
-    if (options.multiplier) engine.setResamplingMultiplier(*options.multiplier);
-    if (options.fixedRate) engine.setFixedSampleRate(*options.fixedRate);
-  });
 }
 
 AudioDeviceID findDevice(AudioHardware& hardware, std::string_view wanted) {

@@ -97,6 +97,12 @@ class Grammar {
     addEngine(_playCommand, _play.engine);
     static const std::map<std::string, RepeatMode> kRepeats = {
         {"off", RepeatMode::off}, {"all", RepeatMode::all}, {"one", RepeatMode::one}};
+    static const std::map<std::string, VolumeMode> kVolumeModes = {
+        {"software", VolumeMode::software},
+        {"hardware", VolumeMode::hardware},
+        {"fixed", VolumeMode::fixed}};
+    addChoice(_playCommand, "--volume-mode", _play.engine.volumeMode, kVolumeModes,
+              "Where the volume is applied: software, hardware or fixed");
     _playCommand->add_flag("--shuffle", _play.shuffle, "Play in a random order");
     addChoice(_playCommand, "--repeat", _play.repeat, kRepeats,
               "What follows the last track: off, all or one");
@@ -347,6 +353,12 @@ class Grammar {
     command->add_option("--fixed-rate", engine.fixedRate, "Rate of the strategy fixed")
         ->check(rate())
         ->type_name("HZ");
+    command->add_flag("--force-high-rate", engine.forceHighRate,
+                      "Take a high rate although the device's buffer is short there");
+    command->add_flag("--memory", engine.memory, "Read each track into RAM before it plays");
+    command->add_option("--memory-limit", engine.memoryLimit, "Largest file to read into RAM [256]")
+        ->check(CLI::Range(1, 1 << 20))
+        ->type_name("MIB");
     command->add_option("--start", engine.start, "Begin so far into the first file")
         ->check(finite(0, 1e9))
         ->type_name("SECONDS");

@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "ChoiceOption.h"
+#include "shell/ControlSettings.h"
 
 namespace velorin {
 namespace {
@@ -111,6 +112,36 @@ struct PlayerGrammar::Fields {
         command->add_flag("--json", control.json, "Print JSON");
       }
     }
+    addDevice();
+    for (const ControlSetting& setting : controlSettings()) addSetting(setting);
+  }
+
+  void addDevice() {
+    CLI::App* const command = addWords(kDeviceSetting, "Choose what to play on", "NAME");
+    command->footer(
+        "A name or UID as 'velorin devices' shows it, several of them to play on all at once (the\n"
+        "first sets the clock), or 'default' to follow the system.");
+  }
+
+  void addSetting(const ControlSetting& setting) {
+    CLI::App* const command =
+        addWords(setting.name, std::string(setting.description), std::string(setting.values));
+    command->footer("Kept for the next start.");
+  }
+
+  /// A command whose name and values are the words of a request.
+  CLI::App* addWords(std::string_view name, const std::string& description,
+                     const std::string& values) {
+    CLI::App* const command = controlCommand->add_subcommand(std::string(name), description);
+    command->add_option("VALUE", control.words, values)->required()->type_name(values);
+    command->callback([this, name] {
+      control.action = InstanceAction::set;
+      control.words.insert(control.words.begin(), std::string(name));
+      if (const auto problem = problemWithSetting(control.words)) {
+        throw CLI::ValidationError(*problem);
+      }
+    });
+    return command;
   }
 
   void addPath(CLI::App& app) {

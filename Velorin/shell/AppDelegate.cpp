@@ -17,6 +17,7 @@
 #include "library/volumes/MountObserver.h"
 #include "platform/desktop/SessionBus.h"
 #include "records/Events.h"
+#include "shell/ControlSettings.h"
 #include "shell/InstanceSocket.h"
 #include "shell/OpenFiles.h"
 #include "shell/PathReport.h"
@@ -158,6 +159,9 @@ void AppDelegate::willTerminate() {
 void AppDelegate::handle(InstanceRequest request, InstanceServer::Answer answer) {
   if (_player == nullptr || _isTerminating) {
     return answer({false, "the player is not ready: try again"});
+  }
+  if (request.action == InstanceAction::set) {
+    return applyControlSetting(*_player, request.words, std::move(answer));
   }
   if (!takesPaths(request.action)) return answer(control(request.action));
   if (request.paths.empty()) {

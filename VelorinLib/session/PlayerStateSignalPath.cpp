@@ -3,7 +3,6 @@
 
 #include "dsp/DSPEffects.h"
 #include "engine/AudioEngine.h"
-#include "engine/EngineSettings.h"
 #include "foundation/Preferences.h"
 #include "session/PlayerStateImpl.h"
 #include "session/SignalPath.h"
@@ -56,7 +55,7 @@ SignalPath PlayerState::buildSignalPath() {
   if (const auto& current = _impl->currentTrack) input.track = current->track;
   input.exclusiveMode = exclusiveMode();
   input.integerMode = integerMode();
-  input.strategy = EngineSettings::load(_impl->preferences).rates.strategy;
+  input.strategy = sampleRateStrategy();
   input.volumeMode = engine.volumeMode();
   input.volume = volume();
   input.effects = effectsThatRun(effects, _impl->preferences);

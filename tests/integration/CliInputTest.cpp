@@ -38,6 +38,12 @@ TEST(CliUsage, WrongUsageEndsWith2AndOneLine) {
       {"render", "a.flac", "-o", "out.wav", "--device-rates", "44100,many"},
       {"render", "a.flac", "-o", "out.wav", "--device-buffer-max", "0"},
       {"devices", "extra"},
+      {"path", "extra"},
+      {"control", "volume", "2"},
+      {"control", "exclusive"},
+      {"control", "device"},
+      {"play", "a.flac", "--memory-limit", "0"},
+      {"play", "a.flac", "--volume-mode", "loud"},
       {"info"},
       {"search"},
       {"search", "a", "--limit", "0"},
@@ -200,6 +206,9 @@ TEST(CliDevices, PrintsJson) {
   ASSERT_FALSE(list.empty());
   EXPECT_TRUE(list[0].at("default").get<bool>());
   EXPECT_FALSE(list[0].at("sampleRates").empty());
+  EXPECT_FALSE(list[0].at("bitDepths").empty());
+  EXPECT_GE(list[0].at("bufferMaximum"), list[0].at("bufferMinimum"));
+  EXPECT_FALSE(list[0].at("hardwareVolume").get<bool>());
   const TemporaryFolder folder;
   FlacFixture::make({}).write(folder / "a.flac");
   const Outcome unknown =

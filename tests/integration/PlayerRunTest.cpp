@@ -125,6 +125,38 @@ TEST_F(PlayerRun, OfManyStartsOneBecomesThePlayer) {
   EXPECT_NE(nobody.err.find("no player is running"), std::string::npos) << nobody.err;
 }
 
+TEST_F(PlayerRun, TellsItsSignalPathAndTakesSettings) {
+  const auto says = [](const std::vector<std::string>& arguments, int code, const char* text) {
+    const Outcome outcome = run(arguments);
+    EXPECT_EQ(outcome.exitCode, code) << testing::PrintToString(arguments);
+    EXPECT_NE((outcome.out + outcome.err).find(text), std::string::npos)
+        << testing::PrintToString(arguments) << outcome.out << outcome.err;
+  };
+  says({"path"}, 1, "no player is running");
+  TerminalRun program(player(), kColumns);
+  ASSERT_TRUE(eventually([] { return status().is_object(); })) << program.screen();
+  says({"path", "--json"}, 1, "nothing is playing");
+  EXPECT_EQ(run({"open", song()}).exitCode, 0);
+  ASSERT_TRUE(plays("1"));
+
+  says({"path"}, 0, "FLAC Decoder");
+  says({"control", "volume", "0.25"}, 0, "");
+  const json path = json::parse(run({"path", "--json"}).out);
+  EXPECT_EQ(path.at("stages").front().at("format"), "16-bit / 8 kHz");
+  EXPECT_EQ(path.at("stages").at(2).at("format"), "25%");
+  EXPECT_EQ(path.at("quality"), "enhanced");
+  EXPECT_FALSE(path.at("bitPerfect").get<bool>());
+  EXPECT_EQ(path.at("device").at("backend"), "virtual");
+
+  const json device = json::parse(run({"devices", "--audio", "virtual", "--json"}).out).at(0);
+  says({"control", "device", device.at("uid")}, 0, "playing on ");
+  says({"control", "device", device.at("name")}, 0, "playing on ");
+  says({"control", "device", "default"}, 0, "following the system's default");
+  says({"control", "device", "no-such"}, 1, "velorin devices");
+  EXPECT_EQ(run({"control", "quit"}).exitCode, 0);
+  EXPECT_EQ(program.waitForExit(), 0);
+}
+
 TEST_F(PlayerRun, FilesOfAnyNameAreHandedOver) {
   TerminalRun program(player(), kColumns);
   const fs::path odd = song("b %41 \xff\n.flac");
