@@ -65,7 +65,8 @@ std::string startLine(const SourceFacts& facts) {
 
 void AudioEngine::Impl::prefill() {
   const auto playing = currentSession();
-  const bool isDSD = playing->source->dsd.has_value();
+  // Of a short file the fill thread may have joined the next one already.
+  const bool isDSD = playing->clock.read(0).facts->dsd.has_value();
   if (waitForPrefill(*playing, kFirstPrefillWait)) return;
   log::line("{}", isDSD ? "⚠️ DSD Prefill: 0 frames — retrying"
                         : "⚠️ Prefill: 0 frames after 1s — retrying");
