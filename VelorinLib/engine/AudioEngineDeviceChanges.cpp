@@ -60,7 +60,7 @@ void AudioEngine::Impl::selectOutputDevice(AudioDeviceID device) {
     endMultiOutputFor(device);
     follower.choose(hardware.deviceUID(device));
   }
-  switchToDevice(device, SwitchCause::asked);
+  switchToDevice(device);
 }
 
 void AudioEngine::Impl::endMultiOutputFor(AudioDeviceID next) {
@@ -76,7 +76,7 @@ void AudioEngine::Impl::followSystemDefault() {
   endMultiOutputFor(device);
   follower.followSystemDefault();
   if (device != kNoDevice && hardware.hasOutputStreams(device)) {
-    switchToDevice(device, SwitchCause::asked);
+    switchToDevice(device);
   } else {
     (void)ensureDeviceInUse();
   }
@@ -122,20 +122,20 @@ void AudioEngine::Impl::applyDeviceRules() {
       if (lostHog && settings.exclusiveMode) devices.enableHogMode();
       break;
     case DeviceMove::followDefault:
-      switchToDevice(decision.to, SwitchCause::devicesChanged);
+      switchToDevice(decision.to);
       bus.postOnMain(AudioDevicesDidChange{});
       break;
     case DeviceMove::switchBack:
       log::line("🔄 Pending device re-appeared, switching back: {}",
                 hardware.deviceName(decision.to));
       follower.noteReturned();
-      switchToDevice(decision.to, SwitchCause::devicesChanged);
+      switchToDevice(decision.to);
       postAutoSwitch(from, std::nullopt);
       break;
     case DeviceMove::useSaved:
       log::line("💾 Saved device found ({}), switching to it: {}", follower.chosenUID(),
                 decision.to);
-      switchToDevice(decision.to, SwitchCause::devicesChanged);
+      switchToDevice(decision.to);
       postAutoSwitch(from, std::nullopt);
       break;
     case DeviceMove::replaceLost:
@@ -149,7 +149,7 @@ void AudioEngine::Impl::leaveLostDevice(const DeviceDecision& decision) {
   const DeviceInUse lost = inUse;
   follower.noteLost(lost.id);
   if (decision.move == DeviceMove::replaceLost) {
-    switchToDevice(decision.to, SwitchCause::devicesChanged);
+    switchToDevice(decision.to);
     postAutoSwitch(lost.id, lost.name);
     return;
   }

@@ -55,7 +55,7 @@ std::optional<Resumption> AudioEngine::Impl::interruptOrTake() {
   return where;
 }
 
-void AudioEngine::Impl::switchToDevice(AudioDeviceID device, SwitchCause cause) {
+void AudioEngine::Impl::switchToDevice(AudioDeviceID device) {
   if (device == kNoDevice || !hardware.hasOutputStreams(device)) {
     log::line("⚠️ Ignoring non-output/invalid device id: {}", device);
     return;
@@ -66,12 +66,7 @@ void AudioEngine::Impl::switchToDevice(AudioDeviceID device, SwitchCause cause) 
   const auto where = interruptOrTake();
   devices.disableHogMode();
   useDevice(device);
-  if (!where) return;
-  if (cause == SwitchCause::asked) {
-    goOn(*where);
-  } else {
-    recover(*where);
-  }
+  if (where) recover(*where);
 }
 
 void AudioEngine::Impl::useDevice(AudioDeviceID device) {

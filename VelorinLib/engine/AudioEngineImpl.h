@@ -92,9 +92,8 @@ struct AudioEngine::Impl {
 
   // --- Devices (AudioEngineDevices.cpp) ---
   void setExclusiveMode(bool on) REQUIRES(lifecycleLock);
-  /// A device that came by itself may not be ready yet, and is tried for some seconds.
-  enum class SwitchCause { asked, devicesChanged };
-  void switchToDevice(AudioDeviceID device, SwitchCause cause) REQUIRES(lifecycleLock);
+  /// A device that does not start at once is tried for some seconds, from where the music was.
+  void switchToDevice(AudioDeviceID device) REQUIRES(lifecycleLock);
   /// The device comes into use in the mode that its profile says: settings, effects, exclusive
   /// access, volume. Nothing plays meanwhile, and the device left is free.
   void useDevice(AudioDeviceID device) REQUIRES(lifecycleLock);

@@ -243,9 +243,9 @@ bool AudioEngine::Impl::startAudioOutput(double start) {
   effects->formatChanged(playing->clientFormat.sampleRate, playing->clientFormat.channelsPerFrame);
 
   outputGeneration.store(playGeneration.load());
-  const auto prepared = output.prepare(
-      formatForDevice(playing->clientFormat),
-      [this](OutputEvent event) { onOutputEvent(event, outputGeneration.load()); });
+  const auto prepared =
+      output.prepare(formatForDevice(playing->clientFormat),
+                     [this](OutputEvent event) { onOutputEvent(event, outputGeneration.load()); });
   if (prepared == OutputSession::Prepared::failed) return false;
   if (prepared == OutputSession::Prepared::formatRefused) {
     if (!fallBackToFloat(start)) return false;

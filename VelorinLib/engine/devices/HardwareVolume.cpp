@@ -37,8 +37,9 @@ void VolumeListener::start(AudioDeviceID device) {
     return _hardware.addListener(AudioProperty::volume, device, element, _queue,
                                  [this, device] { _changed(device); });
   };
+  // One is enough to hear of each change once.
   _master = listen(kWhole);
-  _channel = listen(kLeft);
+  if (!_master) _channel = listen(kLeft);
 }
 
 }  // namespace velorin

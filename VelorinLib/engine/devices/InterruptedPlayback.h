@@ -1,6 +1,7 @@
 // Playback that lost its device, until it goes on elsewhere or is given up.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <utility>
 
@@ -50,11 +51,21 @@ class InterruptedPlayback {
     return _begunGeneration == generation && where.position < _begunAt + kProgress;
   }
 
-  void renewAttempts() noexcept { _attemptsLeft = kAttempts; }
-  /// False when there is none left.
-  bool useAttempt() noexcept { return _attemptsLeft > 0 && _attemptsLeft-- > 0; }
+  void renewAttempts() noexcept {
+    _attemptsLeft = kAttempts;
+    _deadline = Clock::now() + kPatience;
+  }
+  /// False when there is none left, or they took too long.
+  bool useAttempt() noexcept {
+    if (_attemptsLeft <= 0 || Clock::now() >= _deadline) return false;
+    --_attemptsLeft;
+    return true;
+  }
 
  private:
+  using Clock = std::chrono::steady_clock;
+  /// A server that does not answer makes each attempt take seconds.
+  static constexpr std::chrono::seconds kPatience{15};
   static constexpr double kProgress = 0.5;  ///< seconds
 
   std::optional<Resumption> _where;
@@ -63,6 +74,7 @@ class InterruptedPlayback {
   double _begunAt = 0;
   int _begunGeneration = -1;
   int _attemptsLeft = kAttempts;
+  Clock::time_point _deadline = Clock::now() + kPatience;
 };
 
 }  // namespace velorin

@@ -33,7 +33,8 @@ class PipeWireAggregates {
  private:
   class Module;
   bool isLinked(const std::string& uid, const std::string& subDeviceUID) const;
-  AudioStatus waitForLinks(const AudioHardware::AggregateDescription& description);
+  AudioStatus waitForLinks(const AudioHardware::AggregateDescription& description)
+      REQUIRES(_system->loop());
   void forget(const std::string& uid);
   /// An aggregate that is connected to no sink plays to nobody.
   void endSilentOnes();
