@@ -46,7 +46,9 @@ TEST(CliDsp, ListsTellWhatThereIs) {
     EXPECT_NE(text.find('\n' + effects[i]["effectType"].get<std::string>() + ' '), text.npos);
     for (const json& parameter : effects[i]["parameters"]) {
       EXPECT_NE(text.find("\n  " + parameter["name"].get<std::string>() + ' '), text.npos);
-      if (parameter.contains("choices")) {
+      if (parameter.contains("takes")) {
+        EXPECT_FALSE(parameter["takes"].get<std::string>().empty());
+      } else if (parameter.contains("choices")) {
         EXPECT_NE(std::ranges::find(parameter["choices"], json{{"name", parameter["default"]}}),
                   parameter["choices"].end());
       } else {
