@@ -94,7 +94,7 @@ MediaFile::MediaFile(std::shared_ptr<MediaBytes> bytes)
 }
 
 void MediaFile::renewBudget() noexcept {
-  _bytesLeft = 2 * _bytes->size() + (64U << 20);
+  _bytesLeft = 2 * _size + (64U << 20);
 }
 
 Result<std::unique_ptr<MediaFile>, MediaError> MediaFile::open(const std::string& path) {

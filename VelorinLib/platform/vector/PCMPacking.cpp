@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 #include "platform/vector/VectorKernels.h"
 
@@ -134,6 +135,21 @@ void gather(const std::byte* in, std::size_t stride, PCMWord word, std::size_t c
   }
 }
 
+// Pairs of integers of full scale to float planes.
+template <class Sample, class Part, class ToFloat>
+void pairsToFloat(const std::byte* in, Part part, ToFloat toFloat, std::size_t frames,
+                  float* const* planes) {
+  constexpr float kScale = -1.0f / static_cast<float>(std::numeric_limits<Sample>::min());
+  for (std::size_t start = 0; start < frames; start += kTile) {
+    const std::size_t count = std::min(kTile, frames - start);
+    alignas(64) Sample left[kTile];
+    alignas(64) Sample right[kTile];
+    part(in + start * 2 * sizeof(Sample), left, right, count);
+    toFloat(left, kScale, planes[0] + start, count);
+    toFloat(right, kScale, planes[1] + start, count);
+  }
+}
+
 }  // namespace
 
 std::size_t bytesPerWord(PCMWord word) noexcept {
@@ -176,6 +192,12 @@ void deinterleave(const std::byte* in, PCMWord word, std::size_t channels, std::
   const Kernels& k = activeKernels();
   if (channels == 2 && word == PCMWord::float32) {
     return k.deinterleavePairs32(in, planes[0], planes[1], frames);
+  }
+  if (channels == 2 && word == PCMWord::int16) {
+    return pairsToFloat<std::int16_t>(in, k.deinterleavePairs16, k.int16ToFloat, frames, planes);
+  }
+  if (channels == 2 && word == PCMWord::int32) {
+    return pairsToFloat<std::int32_t>(in, k.deinterleavePairs32, k.int32ToFloat, frames, planes);
   }
   const std::size_t bytes = bytesPerWord(word);
   const std::size_t stride = bytes * channels;

@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <bit>
 #include <new>
+#include <utility>
 
 extern "C" {
 #include <libavutil/intreadwrite.h>
@@ -63,8 +65,33 @@ std::optional<DecoderError> BlockDecoder::openCodec() {
   return std::nullopt;
 }
 
+/// Whether the packets hold the samples as they are in memory already.
+bool BlockDecoder::isPlain() const noexcept {
+  if (std::endian::native != std::endian::little || !_packets.rawFrames()) return false;
+  const AVCodecID codec = _codec->codec_id;
+  return codec == AV_CODEC_ID_PCM_S16LE || codec == AV_CODEC_ID_PCM_S32LE ||
+         codec == AV_CODEC_ID_PCM_F32LE;
+}
+
+/// The next packet as a block.
+bool BlockDecoder::takePlain() noexcept {
+  av_frame_unref(_frame.get());
+  AVPacket* const packet = _packets.next();
+  const int channels = _codec->ch_layout.nb_channels;
+  if (!packet || av_channel_layout_copy(&_frame->ch_layout, &_codec->ch_layout) < 0) return false;
+  _frame->format = _codec->sample_fmt;
+  _frame->sample_rate = _codec->sample_rate;
+  _frame->nb_samples = packet->size / channels / av_get_bytes_per_sample(_codec->sample_fmt);
+  _frame->pts = packet->pts;
+  _frame->buf[0] = std::exchange(packet->buf, nullptr);
+  _frame->data[0] = packet->data;
+  _frame->extended_data = _frame->data;
+  return true;
+}
+
 bool BlockDecoder::next() noexcept {
   _isAfterLoss = false;
+  if (isPlain()) return takePlain();
   for (;;) {
     const int code = avcodec_receive_frame(_codec.get(), _frame.get());
     if (code == 0) {

@@ -46,6 +46,8 @@ class BlockDecoder {
   explicit BlockDecoder(PacketReader& packets) : _packets(packets) {}
   std::optional<DecoderError> openCodec();
   bool feed() noexcept;
+  bool isPlain() const noexcept;
+  bool takePlain() noexcept;
 
   PacketReader& _packets;
   Codec _codec;

@@ -85,8 +85,16 @@ std::int64_t PacketReader::setScale(std::int64_t firstStamp, std::int64_t frameS
       isExact(stream().time_base, sampleRate)) {
     _numbers = Numbers::stamped;
     _firstStamp = inFrames(firstStamp, stream().time_base, sampleRate);
+    if (_firstStamp == 0) findRawSound();
   }
   return 0;
+}
+
+void PacketReader::findRawSound() noexcept {
+  const std::int64_t told =
+      stream().duration > 0 ? inFrames(stream().duration, stream().time_base, _sampleRate) : 0;
+  _raw = RawSound::find(*_bytes, *context().iformat, codec(), firstPlace(), told);
+  if (_raw) _raw->seek(_frameSize);
 }
 
 bool PacketReader::readPacket() noexcept {
@@ -104,6 +112,10 @@ bool PacketReader::readPacket() noexcept {
 }
 
 AVPacket* PacketReader::next() noexcept {
+  if (_raw) {
+    av_packet_unref(_packet.get());
+    return _raw->read(*_bytes, *_packet) ? _packet.get() : nullptr;
+  }
   if (!readPacket()) return nullptr;
   if (_sampleRate > 0) {
     _packet->pts = numberOf(*_packet);
@@ -129,6 +141,10 @@ std::int64_t PacketReader::numberOf(const AVPacket& packet) noexcept {
 
 bool PacketReader::seek(std::int64_t frame) noexcept {
   if (!_file || _numbers == Numbers::none) return false;
+  if (_raw) {
+    _raw->seek(frame);
+    return true;
+  }
   _file->renewBudget();
   if (_numbers == Numbers::stamped) {
     const std::int64_t stamp =
@@ -146,6 +162,7 @@ bool PacketReader::seek(std::int64_t frame) noexcept {
 }
 
 bool PacketReader::rewind() noexcept {
+  if (_raw) return seek(0);
   _nextCount = 0;
   _file.reset();
   try {

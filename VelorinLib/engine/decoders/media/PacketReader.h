@@ -9,6 +9,7 @@
 
 #include "engine/decoders/FillThreadDecoder.h"
 #include "engine/decoders/ReadableFile.h"
+#include "engine/decoders/media/RawSound.h"
 #include "platform/media/MediaFile.h"
 
 namespace velorin::media {
@@ -20,7 +21,7 @@ namespace velorin::media {
 ///  - counted: a stream of frames of one size without a container (MP3, ADTS, AC-3). Packet n
 ///    starts at n frame sizes; an index of the packets' places, made when it is first needed by
 ///    reading the file once, tells n after a jump.
-///  - stamped: time stamps that are exact to the frame.
+///  - stamped: time stamps that are exact to the frame. Raw PCM is read past the library.
 ///  - none: time stamps that are rounded to milliseconds or missing. Who decodes has to count, from
 ///    the start.
 /// One thread at a time.
@@ -59,6 +60,11 @@ class PacketReader {
   /// next packet afterwards until a seek or rewind.
   std::int64_t countPackets() noexcept;
 
+  /// Of raw PCM that lies in one piece; nothing of all else. Known once the scale is set.
+  std::optional<std::int64_t> rawFrames() const noexcept {
+    return _raw ? std::optional(_raw->frames()) : std::nullopt;
+  }
+
   /// Where the first packet that was ever read lies in the file; 0 when the container cannot tell.
   std::uint64_t firstPlace() const noexcept { return _firstPlace.value_or(0); }
 
@@ -73,6 +79,7 @@ class PacketReader {
       : _bytes(std::move(bytes)), _rules(std::move(rules)) {}
   bool readPacket() noexcept;
   std::int64_t numberOf(const AVPacket& packet) noexcept;
+  void findRawSound() noexcept;
   void makeIndex() noexcept;
   bool placePackets();
 
@@ -87,6 +94,7 @@ class PacketReader {
   std::int64_t _nextCount = 0;         // of counted packets: which one is next; -1 when not known
   std::vector<std::uint64_t> _places;  // of counted packets: where each is in the file
   std::optional<std::uint64_t> _firstPlace;
+  std::optional<RawSound> _raw;
   std::int64_t _packetCount = 0;
   bool _isIndexed = false;
 };

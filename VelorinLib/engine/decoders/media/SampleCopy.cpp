@@ -104,7 +104,7 @@ bool copyChannel(AVSampleFormat packed, const Run& run, Word* out) {
   }
 }
 
-/// Interleaved integers that keep their width, all channels in one go. False for others.
+/// The usual formats and words, all channels in one go. False for others.
 bool deinterleave(AVSampleFormat format, const std::uint8_t* samples, std::uint32_t channels,
                   const AudioBufferList& target, std::uint32_t at, std::uint32_t count,
                   TargetWord word) {
@@ -114,6 +114,14 @@ bool deinterleave(AVSampleFormat format, const std::uint8_t* samples, std::uint3
     for (std::uint32_t i = 0; i < channels; ++i) starts[i] = target.channel<Word>(i) + at;
     return starts;
   };
+  if (word == TargetWord::float32 &&
+      (format == AV_SAMPLE_FMT_S16 || format == AV_SAMPLE_FMT_S32 || format == AV_SAMPLE_FMT_FLT)) {
+    const vector::PCMWord from = format == AV_SAMPLE_FMT_S16   ? vector::PCMWord::int16
+                                 : format == AV_SAMPLE_FMT_S32 ? vector::PCMWord::int32
+                                                               : vector::PCMWord::float32;
+    vector::deinterleave(in, from, channels, count, planes.operator()<float>().data());
+    return true;
+  }
   if (word == TargetWord::int16 && format == AV_SAMPLE_FMT_S16) {
     vector::deinterleave(in, channels, count, planes.operator()<std::int16_t>().data());
     return true;

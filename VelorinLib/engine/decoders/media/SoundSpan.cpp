@@ -110,6 +110,10 @@ SoundSpan findSoundSpan(PacketReader& packets, const BlockDecoder& decoder, std:
   const AVCodecContext& codec = decoder.context();
   const AVStream& stream = packets.stream();
   SoundSpan span;
+  if (const auto frames = packets.rawFrames()) {
+    span.frames = *frames;
+    return span;
+  }
   if (stream.duration > 0) {
     span.frames = av_rescale_q(stream.duration, stream.time_base, {1, codec.sample_rate});
   } else if (packets.context().duration > 0) {
