@@ -176,12 +176,13 @@ TEST(CliInfo, KnowsFilesThatOthersDecode) {
   const auto info = nlohmann::json::parse(json.out).at(0);
   EXPECT_EQ(info.at("format"), "MP3");
   EXPECT_EQ(info.at("sampleRate"), 44'100);
-  EXPECT_NEAR(info.at("duration").get<double>(), 2, 0.1);
+  EXPECT_EQ(info.at("totalSamples"), 88'200);
+  EXPECT_EQ(info.at("duration"), 2);
   EXPECT_NEAR(info.at("bitRate").get<double>(), 128'000, 8'000);
   EXPECT_EQ(info.at("title"), "A\nB");
   EXPECT_EQ(info.at("trackNumber"), 3);
   EXPECT_EQ(info.at("year"), 1999);
-  for (const char* unknown : {"bitsPerSample", "totalSamples", "md5", "artist", "album"}) {
+  for (const char* unknown : {"bitsPerSample", "md5", "artist", "album"}) {
     EXPECT_TRUE(info.at(unknown).is_null()) << unknown;
   }
   const Outcome text = run({"info", file});
