@@ -20,7 +20,7 @@ std::optional<std::string> detail(DSPEffectType type, const DSPEffects& effects,
                                   const Preferences& preferences) {
   switch (type) {
     case DSPEffectType::preAmp:
-      return detailOf::preAmp(effects.preAmp.gain());
+      return detailOf::preAmp(effects.preAmp.gain() + effects.preAmp.offset());
     case DSPEffectType::replayGain:
       return detailOf::replayGain(effects.replayGain.gain(),
                                   effects.replayGain.mode() == ReplayGainDSP::Mode::album);
