@@ -103,6 +103,7 @@ TEST(MediaDecoder, LosslessFilesKeepEveryBit) {
       {"24.tta", s24, {"-c:a", "tta"}, "TTA"},
       {"flac.oga", s24, {"-c:a", "flac", "-f", "ogg"}, "FLAC Decoder"},
       {"8.ape", s8, {"-c:a", "pcm_u8", "-f", "wav", "-bitexact"}, "APE"},
+      {"24.ape", s24, {"-c:a", "pcm_s24le", "-f", "wav", "-bitexact"}, "APE"},
       {"16.ape", s16, {"-c:a", "pcm_s16le", "-f", "wav", "-bitexact"}, "APE"},
   };
   const TemporaryFolder folder;
@@ -112,7 +113,13 @@ TEST(MediaDecoder, LosslessFilesKeepEveryBit) {
     if (file.extension() == ".ape") {
       const fs::path wav = folder / "ape.wav";
       fs::rename(file, wav);
+      // Its encoder wants the plain form of the header.
+      std::fstream(wav).seekp(20).write("\1", 2);
       runProgram({"jmac", "c2", wav, file}, std::chrono::seconds(60));
+    }
+    // What follows the chunk of sound is none.
+    if (std::string_view("WAV Wave64 AIFF CAF").find(each.name) != std::string_view::npos) {
+      std::ofstream(file, std::ios::app) << std::string(64, '~');
     }
     const auto decoder = opened(file);
     EXPECT_EQ(decoder->info().name, each.name);
@@ -160,11 +167,15 @@ TEST(MediaDecoder, SeeksMeetTheFullDecodeInEveryLossyFormat) {
   std::mt19937 random(6);
   for (const Lossy& each : kLossy) {
     SCOPED_TRACE(each.file);
-    const auto decoder = opened(encode(tone, folder / each.file, each.options));
+    const fs::path file = encode(tone, folder / each.file, each.options);
+    const auto decoder = opened(file);
     EXPECT_EQ(decoder->bitsPerSample(), 0U);
     EXPECT_FALSE(decoder->info().isLossless);
     const Words all = readAll(*decoder, true);
     const auto frames = static_cast<std::int64_t>(all.size() / 2);
+    const auto memory = DecoderFactory::open(std::make_unique<MemoryFileHandle>(bytesOf(file)),
+                                             file.extension().string().substr(1));
+    EXPECT_TRUE(readAll(*memory.value(), true) == all);
     if (each.isGapless) {
       EXPECT_EQ(frames, kFrames);
     }
@@ -263,6 +274,46 @@ TEST(MediaDecoder, HostileFilesEndSoonAndOrderly) {
     const auto made = DecoderFactory::open(folder / "list.mp3");
     EXPECT_NE(made ? "" : made.error().text, "");
   }
+}
+
+TEST(MediaDecoder, WhatAFileSaysOfItsShapeIsHeldToWhatCanBePlayed) {
+  const TemporaryFolder folder;
+  const auto append = [](const fs::path& file, const fs::path& more) {
+    std::ofstream(file, std::ios::binary | std::ios::app)
+        << std::ifstream(more, std::ios::binary).rdbuf();
+  };
+  // One channel after two: the other one falls silent; a rate that changes is not followed.
+  const fs::path file = encode(risingTone(0, 20'000), folder / "a.aac", {"-c:a", "aac"});
+  const auto before = static_cast<std::size_t>(opened(file)->totalFrames());
+  append(file, encode(risingTone(0, 20'000), folder / "b.aac", {"-c:a", "aac", "-ac", "1"}));
+  append(file, encode(risingTone(0, 20'000), folder / "c.aac", {"-c:a", "aac", "-ar", "22050"}));
+  const auto changing = opened(file);
+  EXPECT_EQ(changing->channels(), 2U);
+  EXPECT_EQ(changing->sampleRate(), 44'100);
+  const Words all = readAll(*changing, true);
+  EXPECT_EQ(static_cast<std::int64_t>(all.size() / 2), changing->totalFrames());
+  ASSERT_GT(all.size(), 5 * before);
+  EXPECT_NE(all[2 * before + 20'000], 0);
+  EXPECT_EQ(all[2 * before + 20'001], 0);
+
+  RawSound wide;
+  wide.bytes = "RIFF\xff\xff\xff\x7fWAVEfmt \x10";
+  for (const int word : {0, 1 + (200 << 16), 44'100, 44'100 * 400, 400 + (16 << 16)}) {
+    wide.add(word, word == 0 ? 3 : 4);
+  }
+  wide.bytes += "data" + std::string(2, '\x10') + std::string(5000, '\0');
+  std::ofstream(folder / "wide.wav", std::ios::binary) << wide.bytes;
+  const auto made = DecoderFactory::open(folder / "wide.wav");
+  EXPECT_NE((made ? "" : made.error().text).find("200 channels"), std::string::npos);
+
+  // 2048 frames of priming where the edit says 1024.
+  const auto plain = opened(encode(risingTone(0, 20'000), folder / "d.mp4", {"-c:a", "aac"}));
+  const auto told = opened(encode(risingTone(0, 20'000), folder / "e.mp4",
+                                  {"-c:a", "aac", "-movflags", "use_metadata_tags", "-metadata",
+                                   "iTunSMPB= 00000000 00000800 000001CA 0000000000001388"}));
+  EXPECT_EQ(told->totalFrames(), 5000);
+  const Words words = readAll(*plain, true);
+  EXPECT_TRUE(readAll(*told, true) == Words(words.begin() + 2048, words.begin() + 2048 + 10'000));
 }
 
 /// Says that it is huge; nothing may be read of it.
