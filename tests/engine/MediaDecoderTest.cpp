@@ -157,6 +157,8 @@ const Lossy kLossy[] = {
     {"adts.aac", {"-c:a", "aac", "-aac_pns", "0"}, false},
     {"layer2.mp2", {"-c:a", "mp2"}, false},
     {"dolby.ac3", {"-c:a", "ac3"}, false},
+    {"aac.mka", {"-c:a", "aac", "-aac_pns", "0"}, false, 2205},
+    {"opus.webm", {"-c:a", "libopus", "-ar", "48000"}, false, 2205},
     {"vorbis.mka", {"-c:a", "libvorbis"}, false, 2205},
     {"windows.wma", {"-c:a", "wmav2"}, false, 4410},
 };

@@ -115,7 +115,9 @@ std::optional<DecoderError> MediaStream::begin() {
   const media::SoundSpan span =
       media::findSoundSpan(packets, decoder, firstStamp, decoder.frames(), movedOn);
   _library->preroll = media::prerollOf(codec.codec_id, decoder.frames(), rate);
-  _isTotalExact = packets.numbers() != PacketReader::Numbers::none || media::isPCM(codec.codec_id);
+  _isTotalExact = packets.numbers() == PacketReader::Numbers::counted ||
+                  packets.numbers() == PacketReader::Numbers::stamped ||
+                  media::isPCM(codec.codec_id);
   _begin = span.begin;
   _format.totalFrames = span.frames;
   if (span.isBinding) _end = span.begin + span.frames;

@@ -50,6 +50,12 @@ bool areStampsTrue(AVCodecID codec) {
          (codec < AV_CODEC_ID_ADPCM_IMA_QT || codec >= AV_CODEC_ID_AMR_NB);
 }
 
+/// Codecs whose packets hold one number of frames, or tell by their first byte that they do.
+bool hasEqualPackets(AVCodecID codec) {
+  return codec == AV_CODEC_ID_AAC || codec == AV_CODEC_ID_MP3 || codec == AV_CODEC_ID_AC3 ||
+         codec == AV_CODEC_ID_OPUS || codec == AV_CODEC_ID_ALAC || codec == AV_CODEC_ID_TTA;
+}
+
 /// Stamps are foreign numbers: kept so small that no difference of them overflows.
 std::int64_t inFrames(std::int64_t stamp, AVRational timeBase, int sampleRate) {
   constexpr std::int64_t kFarthest = std::int64_t{1} << 60;
@@ -86,6 +92,11 @@ std::int64_t PacketReader::setScale(std::int64_t firstStamp, std::int64_t frameS
     _numbers = Numbers::stamped;
     _firstStamp = inFrames(firstStamp, stream().time_base, sampleRate);
     if (_firstStamp == 0) findRawSound();
+  } else if (firstStamp != AV_NOPTS_VALUE && hasEqualPackets(codec().codec_id) &&
+             std::string_view(context().iformat->name).starts_with("matroska")) {
+    _numbers = Numbers::listed;
+    _firstStamp = inFrames(firstStamp, stream().time_base, sampleRate);
+    return (_nextCount - 1) * frameSize;
   }
   return 0;
 }
@@ -129,7 +140,7 @@ std::int64_t PacketReader::numberOf(const AVPacket& packet) noexcept {
   if (_numbers == Numbers::stamped && packet.pts != AV_NOPTS_VALUE) {
     return inFrames(packet.pts, stream().time_base, _sampleRate) - _firstStamp;
   }
-  if (_numbers != Numbers::counted) return AV_NOPTS_VALUE;
+  if (_numbers != Numbers::counted && _numbers != Numbers::listed) return AV_NOPTS_VALUE;
   if (_nextCount < 0 && packet.pos >= 0) {
     const auto found = std::ranges::lower_bound(_places, static_cast<std::uint64_t>(packet.pos));
     if (found != _places.end() && *found == static_cast<std::uint64_t>(packet.pos)) {
@@ -157,8 +168,15 @@ bool PacketReader::seek(std::int64_t frame) noexcept {
   const auto packet =
       static_cast<std::size_t>(std::clamp<std::int64_t>(frame / _frameSize, 0, last));
   _nextCount = -1;
-  return av_seek_frame(&context(), -1, static_cast<std::int64_t>(_places[packet]),
-                       AVSEEK_FLAG_BYTE) >= 0;
+  if (_numbers == Numbers::counted) {
+    return av_seek_frame(&context(), -1, static_cast<std::int64_t>(_places[packet]),
+                         AVSEEK_FLAG_BYTE) >= 0;
+  }
+  // Earlier by what the stamps may be off.
+  const std::int64_t about = _firstStamp + std::min(frame, last * _frameSize) - _sampleRate / 250;
+  const std::int64_t stamp = av_rescale_q(about, {1, _sampleRate}, stream().time_base);
+  return av_seek_frame(&context(), stream().index, std::max(stamp, stream().start_time),
+                       AVSEEK_FLAG_BACKWARD) >= 0;
 }
 
 bool PacketReader::rewind() noexcept {
@@ -189,15 +207,30 @@ void PacketReader::makeIndex() noexcept {
   } catch (const std::bad_alloc&) {
     isComplete = false;
   }
-  if (!isComplete) _places = {};
+  if (!isComplete) {
+    _places = {};
+    if (_numbers == Numbers::listed) _numbers = Numbers::none;
+  }
+}
+
+/// Of Opus, its first byte tells (RFC 6716, 3.1), unless it leaves the number of its parts open.
+bool PacketReader::isOfOneSize(const AVPacket& packet) noexcept {
+  if (_numbers != Numbers::listed || codec().codec_id != AV_CODEC_ID_OPUS) return true;
+  if (packet.size < 1 || (packet.data[0] & 3) == 3) return false;
+  if (_places.empty()) _firstByte = packet.data[0];
+  // The bit of stereo makes no packet longer.
+  return ((packet.data[0] ^ _firstByte) & ~4) == 0;
 }
 
 bool PacketReader::placePackets() {
   bool areRising = true;
   for (; readPacket(); ++_packetCount) {
-    // Only what rises can be found again.
+    // Only what rises can be found again; packets that share a block of Matroska by its first.
     const auto place = static_cast<std::uint64_t>(_packet->pos);
-    areRising = areRising && _packet->pos >= 0 && (_places.empty() || place > _places.back());
+    const std::uint64_t least = _places.empty()               ? 0
+                                : _numbers == Numbers::listed ? _places.back()
+                                                              : _places.back() + 1;
+    areRising = areRising && _packet->pos >= 0 && place >= least && isOfOneSize(*_packet);
     if (areRising) _places.push_back(place);
   }
   return areRising;

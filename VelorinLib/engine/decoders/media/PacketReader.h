@@ -22,12 +22,15 @@ namespace velorin::media {
 ///    starts at n frame sizes; an index of the packets' places, made when it is first needed by
 ///    reading the file once, tells n after a jump.
 ///  - stamped: time stamps that are exact to the frame. Raw PCM is read past the library.
+///  - listed: packets of one size in Matroska, whose time stamps are rounded to milliseconds. They
+///    are counted too, and only the jump is by time. When the index finds that sizes differ after
+///    all, this becomes "none".
 ///  - none: time stamps that are rounded to milliseconds or missing. Who decodes has to count, from
 ///    the start.
 /// One thread at a time.
 class PacketReader {
  public:
-  enum class Numbers { counted, stamped, none };
+  enum class Numbers { counted, stamped, listed, none };
 
   static Result<std::unique_ptr<PacketReader>, DecoderError> open(
       std::unique_ptr<ReadableFile> file, const MediaRules& rules);
@@ -80,6 +83,7 @@ class PacketReader {
   bool readPacket() noexcept;
   std::int64_t numberOf(const AVPacket& packet) noexcept;
   void findRawSound() noexcept;
+  bool isOfOneSize(const AVPacket& packet) noexcept;
   void makeIndex() noexcept;
   bool placePackets();
 
@@ -93,6 +97,7 @@ class PacketReader {
   int _sampleRate = 0;
   std::int64_t _nextCount = 0;         // of counted packets: which one is next; -1 when not known
   std::vector<std::uint64_t> _places;  // of counted packets: where each is in the file
+  std::uint8_t _firstByte = 0;         // of listed packets
   std::optional<std::uint64_t> _firstPlace;
   std::optional<RawSound> _raw;
   std::int64_t _packetCount = 0;
