@@ -123,6 +123,58 @@ TEST_F(CliJoin, PiecesOfOneToneJoinToTheToneAgain) {
   }
 }
 
+TEST_F(CliJoin, CodecsThatPadTheirFilesJoinToTheFrame) {
+  struct Case {
+    const char* extension;
+    Strings codec;
+    Strings options;
+    bool isLossless = true;
+  };
+  const Case cases[] = {
+      {".m4a", {"-c:a", "alac"}, {"--integer"}},
+      {".m4a", {"-c:a", "alac"}, {}},
+      {".aiff", {}, {"--integer"}},
+      {".mp3", {"-c:a", "libmp3lame", "-b:a", "256k"}, {}, false},
+      {".m4a", {"-c:a", "aac", "-b:a", "256k"}, {}, false},
+      {".ogg", {"-c:a", "libvorbis", "-q:a", "8"}, {}, false},
+  };
+  const std::string whole = make("whole.flac", kTone);
+  for (const Case& each : cases) {
+    SCOPED_TRACE(testing::PrintToString(each.codec));
+    Strings tracks = cut(whole, {25'001, 34'999});
+    for (std::string& track : tracks) {
+      Strings command = {"ffmpeg", "-nostdin", "-v", "error", "-y", "-i", track};
+      command.insert(command.end(), each.codec.begin(), each.codec.end());
+      track.replace(track.size() - 5, 5, each.extension);
+      command.push_back(track);
+      ASSERT_EQ(runTool(command).exitCode, 0);
+    }
+    const Rendered expected = render({whole}, each.options);
+    const Rendered joined = render(tracks, each.options);
+    ASSERT_EQ(joined.outcome.exitCode, 0) << joined.outcome.err;
+    EXPECT_EQ(joined.starts, (std::vector<Start>{{0, ""}, {25'001, "gapless"}}));
+    const std::string& there = joined.files.at(0).data;
+    const std::string& original = expected.files.at(0).data;
+    if (each.isLossless) {
+      EXPECT_EQ(firstDifference(there, original), "");
+      continue;
+    }
+    ASSERT_EQ(there.size(), original.size());
+    const auto errorWith = [&](int lag) {
+      double sum = 0;
+      for (std::size_t i = 2 * 25'001; i + 2 < there.size() / 4; ++i) {
+        sum += std::pow(numberAt<float>(there, 4 * i) -
+                            numberAt<float>(original, 4 * (i + static_cast<std::size_t>(2 * lag))),
+                        2);
+      }
+      return sum;
+    };
+    // In the second track no other frame fits better.
+    EXPECT_LT(errorWith(0), 0.5 * errorWith(1));
+    EXPECT_LT(errorWith(0), 0.5 * errorWith(-1));
+  }
+}
+
 TEST_F(CliJoin, TracksOfASheetAreTheRangesOfItsFile) {
   const std::string file = make("album.flac", {.frames = 3 * 44'100});
   const auto sheet = [&](const char* name, const Strings& starts) {
