@@ -50,10 +50,11 @@ bool areStampsTrue(AVCodecID codec) {
          (codec < AV_CODEC_ID_ADPCM_IMA_QT || codec >= AV_CODEC_ID_AMR_NB);
 }
 
-/// Codecs whose packets hold one number of frames, or tell by their first byte that they do.
+/// Codecs whose packets hold one number of frames, or tell by their first bytes that they do.
 bool hasEqualPackets(AVCodecID codec) {
   return codec == AV_CODEC_ID_AAC || codec == AV_CODEC_ID_MP3 || codec == AV_CODEC_ID_AC3 ||
-         codec == AV_CODEC_ID_OPUS || codec == AV_CODEC_ID_ALAC || codec == AV_CODEC_ID_TTA;
+         codec == AV_CODEC_ID_OPUS || codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_ALAC ||
+         codec == AV_CODEC_ID_TTA;
 }
 
 /// Stamps are foreign numbers: kept so small that no difference of them overflows.
@@ -213,8 +214,12 @@ void PacketReader::makeIndex() noexcept {
   }
 }
 
-/// Of Opus, its first byte tells (RFC 6716, 3.1), unless it leaves the number of its parts open.
+/// Of FLAC the second byte tells (RFC 9639, 9.1), of Opus the first (RFC 6716, 3.1), unless it
+/// leaves the number of its parts open.
 bool PacketReader::isOfOneSize(const AVPacket& packet) noexcept {
+  if (_numbers == Numbers::listed && codec().codec_id == AV_CODEC_ID_FLAC) {
+    return packet.size >= 2 && packet.data[1] == 0xF8;
+  }
   if (_numbers != Numbers::listed || codec().codec_id != AV_CODEC_ID_OPUS) return true;
   if (packet.size < 1 || (packet.data[0] & 3) == 3) return false;
   if (_places.empty()) _firstByte = packet.data[0];

@@ -8,6 +8,7 @@
 #include "engine/decoders/media/EditList.h"
 #include "engine/decoders/media/InfoTag.h"
 #include "engine/decoders/media/MediaKinds.h"
+#include "engine/decoders/media/PacketTable.h"
 
 extern "C" {
 #include <libavutil/dict.h>
@@ -83,6 +84,18 @@ bool takeITunesGaps(const AVFormatContext& context, SoundSpan& span) {
   return true;
 }
 
+/// Cuts a CAF file's sound to what its table tells of the gaps.
+void takePacketTable(PacketReader& packets, SoundSpan& span) {
+  const auto table = findPacketTable(packets);
+  if (!table || table->primingFrames < 0 || table->remainderFrames < 0 ||
+      table->primingFrames + table->remainderFrames == 0 || table->validFrames <= 0 ||
+      table->validFrames > span.frames - table->primingFrames) {
+    return;
+  }
+  span.begin = table->primingFrames;
+  span.frames = table->validFrames;
+}
+
 /// Cuts a track of an MP4 file to its edit.
 void takeEdit(PacketReader& packets, int sampleRate, SoundSpan& span) {
   const auto edit = findEdit(packets);
@@ -133,7 +146,9 @@ SoundSpan findSoundSpan(PacketReader& packets, const BlockDecoder& decoder, std:
   if (codec.codec_id == AV_CODEC_ID_OPUS && span.begin == 0) {
     span.begin = packets.codec().initial_padding;
   }
-  const bool isMP4 = std::string_view(packets.context().iformat->name).starts_with("mov");
+  const std::string_view container = packets.context().iformat->name;
+  if (container == "caf") takePacketTable(packets, span);
+  const bool isMP4 = container.starts_with("mov");
   if (isMP4 && !takeITunesGaps(packets.context(), span)) takeEdit(packets, codec.sample_rate, span);
   return span;
 }
