@@ -77,6 +77,7 @@ const Registration kMedia("decode-media", [](BenchReport& report) {
       {"ALAC 16/44.1", "d.m4a", {"-c:a", "alac"}},
       {"WAV 16/44.1", "e.wav", {}},
       {"AIFF 24/44.1", "f.aiff", {"-c:a", "pcm_s24be"}},
+      {"AAC in Matroska", "h.mka", {"-c:a", "aac"}, false},
       {"APE normal 16/44.1", "g.ape", {"-f", "wav", "-bitexact"}},
   };
   for (const Case& each : cases) {
@@ -94,7 +95,9 @@ const Registration kMedia("decode-media", [](BenchReport& report) {
                           .path = path,
                           .frames = kFrames,
                           .decodeAlone = [&] { return decodeWithFFmpeg(path); }};
-    if (each.isLossless) {
+    if (path.extension() == ".mka") {
+      // What the encoder put ahead of the sound is not told, so frames are no measure.
+    } else if (each.isLossless) {
       runDecodeRace(report, race, {false, true});
     } else {
       runDecodeRace(report, race, {false});

@@ -342,7 +342,7 @@ TEST(MediaDecoder, WhatAFileSaysOfItsShapeIsHeldToWhatCanBePlayed) {
       "caff" + big(1 << 16, 4) +
       chunk("desc", big(std::bit_cast<std::uint64_t>(44'100.0), 8) + "aac " + big(0, 8) +
                         big(1024, 4) + big(2, 4) + big(0, 4)) +
-      chunk("kuki", big(0x0380808022000000, 8) + big(0x04808080144015, 7) + big(0, 11) +
+      chunk("kuki", big(0x0380808022000000, 8) + big(0x04808080144015, 7) + std::string(11, '\0') +
                         big(0x05808080021210, 7) + big(0x068080800102, 6)) +
       chunk("pakt",
             big(sizes.size() / 2, 8) + big(20'000, 8) + big(1024, 4) + big(480, 4) + sizes) +

@@ -51,6 +51,8 @@ int main(int argc, char** argv) {
       {"n.wav", "-c:a", "adpcm_ms"},
       {"o.mp2", "-c:a", "mp2"},
       {"p.au"},
+      {"r.mka", "-c:a", "aac"},
+      {"s.mka", "-c:a", "flac"},
       {"q.spx.ogg", "-c:a", "libspeex", "-ar", "16000"},
   };
   const std::vector<Strings> ape = {{"16.wav", "-c:a", "pcm_s16le"}, {"8.wav", "-c:a", "pcm_u8"}};
