@@ -46,7 +46,7 @@ double joinMs(const std::filesystem::path& first, const std::filesystem::path& s
   session.cells.fillThreadShouldRun = true;
   session.cells.rendering = true;
   desk->nextTrack.set(NextTrack::Wish{trackOf(second)});
-  if (isPreOpened) desk->preOpened.put(second.string(), open(second));
+  if (isPreOpened) desk->preOpened.put(second.string(), {.decoder = open(second)});
 
   FillPCM fill(session);
   Clock::time_point lastOfFirst;
