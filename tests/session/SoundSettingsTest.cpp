@@ -113,7 +113,7 @@ TEST_F(SoundSettingsTest, EverySettingGoesEverywhereAndBackAgain) {
 }
 
 TEST_F(SoundSettingsTest, ADragIsOneSaveOfTheProfile) {
-  int saves = 0;
+  std::atomic<int> saves = 0;
   const auto counting =
       preferences.observe(fmt::format("device:{}:balanceValue", uid), [&] { ++saves; });
   for (int i = 1; i <= 100; ++i) sound().set(DSPSetting::balanceValue, i / 100.0);
