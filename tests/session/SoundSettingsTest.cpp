@@ -2,6 +2,8 @@
 // and in the profile of the device.
 #include "session/SoundSettings.h"
 
+#include <atomic>
+
 #include "dsp/DSPEffects.h"
 #include "dsp/presets/BuiltInPresets.h"
 #include "dsp/settings/DeviceSettingsManager.h"
