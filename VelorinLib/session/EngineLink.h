@@ -85,7 +85,7 @@ class EngineLink {
     std::atomic<Serial> begun{0};
   };
   const std::shared_ptr<Progress> _progress = std::make_shared<Progress>();
-  Serial _begun = 0;   // of the last wish that the engine's queue has begun with
+  Serial _begun = 0;  // of the last wish that the engine's queue has begun with
   std::optional<Track> _wished;
   bool _isUnavailable = false;
   bool _isStopping = false;

@@ -8,8 +8,7 @@ namespace {
 
 using test::EngineHarness;
 
-constexpr std::size_t kBytes = 35'280;  // 0.1 s of DSD64
-constexpr std::int64_t kFrames = 8820;  // of it at 88.2 kHz
+constexpr std::size_t kBytes = 35'280;  // 0.1 s of DSD64: 8820 frames at 88.2 kHz
 
 VirtualDeviceDescription dsdDevice(VirtualClock clock) {
   auto device = test::wideDevice(clock);

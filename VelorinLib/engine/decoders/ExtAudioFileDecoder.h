@@ -6,8 +6,8 @@
 
 #include "engine/decoders/FillThreadDecoder.h"
 #include "engine/decoders/ReadableFile.h"
-#include "foundation/Result.h"
 #include "engine/decoders/media/MediaStream.h"
+#include "foundation/Result.h"
 
 namespace velorin {
 

@@ -76,9 +76,7 @@ struct WavPackStream::Library {
   }
 
   /// The library looks at the first byte and puts it back; the file still has it.
-  static int pushBack(void* id, int byte) {
-    return moveTo(id, position(id) - 1) == 0 ? byte : -1;
-  }
+  static int pushBack(void* id, int byte) { return moveTo(id, position(id) - 1) == 0 ? byte : -1; }
 
   static std::int64_t length(void* id) {
     return id == nullptr ? 0 : static_cast<std::int64_t>(fileOf(id).size());
