@@ -14,21 +14,20 @@ namespace velorin::test {
 namespace {
 
 constexpr std::uint32_t kMaxRead = 5000;
-constexpr int kMaxFinalReads = 200;
+constexpr std::size_t kStepBytes = 14;  // of the script; the companion's length follows
 
-void require(bool kept, const char* promise) {
-  if (kept) return;
-  std::fprintf(stderr, "broken promise: %s\n", promise);
-  std::abort();
+void countsFrames(const DecoderRead& read) {
+  require(read.decoder.currentPosition() == read.before + read.frames,
+          "the position counts frames");
 }
 
 std::uint32_t readOnce(FileDecoder& decoder, PlanarBuffers& buffers, std::uint32_t frames,
-                       bool asFloat) {
+                       bool asFloat, const ReadCheck& check) {
   const std::int64_t before = decoder.currentPosition();
   const DecodeResult result = decoder.read(buffers.list(), frames, asFloat);
   require(result.status == 0, "a read succeeds");
   require(result.frames <= frames, "no more frames than wanted");
-  require(decoder.currentPosition() == before + result.frames, "the position counts frames");
+  check({decoder, buffers.list(), before, frames, result.frames, asFloat});
   return result.frames;
 }
 
@@ -40,6 +39,46 @@ void seekOnce(FileDecoder& decoder, std::int64_t target) {
 }
 
 }  // namespace
+
+void require(bool kept, const char* promise) {
+  if (kept) return;
+  std::fprintf(stderr, "broken promise: %s\n", promise);
+  std::abort();
+}
+
+void runScript(FileDecoder& decoder, std::span<const std::uint8_t> script, int finalReads,
+               const ReadCheck& check) {
+  require(decoder.sampleRate() > 0 && decoder.channels() > 0, "the format is stated");
+  // One channel more than the file has, so that the silent one is exercised too.
+  PlanarBuffers buffers(std::min<std::uint32_t>(decoder.channels() + 1, kMaxChannels), kMaxRead, 4);
+  // Each step takes two bytes: what to do, and how far.
+  for (std::size_t i = 0; i + 1 < script.size(); i += 2) {
+    const std::uint32_t amount = script[i + 1];
+    switch (script[i] % 6) {
+      case 0:
+        readOnce(decoder, buffers, amount, false, check);
+        break;
+      case 1:
+        readOnce(decoder, buffers, amount * 19, true, check);
+        break;
+      case 2:
+        seekOnce(decoder, amount * 37);
+        break;
+      case 3:
+        seekOnce(decoder, decoder.totalFrames() - amount);
+        break;
+      case 4:
+        seekOnce(decoder, decoder.totalFrames() + amount);
+        break;
+      default:
+        seekOnce(decoder, decoder.totalFrames() / 256 * amount);
+        break;
+    }
+  }
+  for (int i = 0; i < finalReads; ++i) {
+    if (readOnce(decoder, buffers, kMaxRead, i % 2 == 0, check) == 0) break;
+  }
+}
 
 void driveDecoder(std::span<const std::uint8_t> input, std::string_view extension) {
   if (input.size() < kScriptBytes) return;
@@ -57,37 +96,7 @@ void driveDecoder(std::span<const std::uint8_t> input, std::string_view extensio
     require(!made.error().text.empty(), "an error has a text");
     return;
   }
-  FileDecoder& decoder = *made.value();
-  require(decoder.sampleRate() > 0 && decoder.channels() > 0, "the format is stated");
-  // One channel more than the file has, so that the silent one is exercised too.
-  PlanarBuffers buffers(std::min<std::uint32_t>(decoder.channels() + 1, kMaxChannels), kMaxRead, 4);
-  // Each step takes two bytes: what to do, and how far.
-  for (std::size_t i = 0; i + 1 < 14; i += 2) {
-    const std::uint32_t amount = script[i + 1];
-    switch (script[i] % 6) {
-      case 0:
-        readOnce(decoder, buffers, amount, false);
-        break;
-      case 1:
-        readOnce(decoder, buffers, amount * 19, true);
-        break;
-      case 2:
-        seekOnce(decoder, amount * 37);
-        break;
-      case 3:
-        seekOnce(decoder, decoder.totalFrames() - amount);
-        break;
-      case 4:
-        seekOnce(decoder, decoder.totalFrames() + amount);
-        break;
-      default:
-        seekOnce(decoder, decoder.totalFrames() / 256 * amount);
-        break;
-    }
-  }
-  for (int i = 0; i < kMaxFinalReads; ++i) {
-    if (readOnce(decoder, buffers, kMaxRead, i % 2 == 0) == 0) break;
-  }
+  runScript(*made.value(), script.first(kStepBytes), 200, countsFrames);
 }
 
 std::vector<DecoderSeed> encodedSeeds(std::string_view extension) {
@@ -96,7 +105,7 @@ std::vector<DecoderSeed> encodedSeeds(std::string_view extension) {
   const auto add = [&](std::string name, std::vector<std::byte> file,
                        const std::vector<std::byte>& companion = {}) {
     std::vector<std::uint8_t> input(kScriptBytes);
-    for (std::size_t i = 0; i < 14; ++i) {
+    for (std::size_t i = 0; i < kStepBytes; ++i) {
       input[i] = static_cast<std::uint8_t>(seeds.size() + i * 29);
     }
     input[14] = static_cast<std::uint8_t>(companion.size());

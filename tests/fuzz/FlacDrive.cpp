@@ -1,47 +1,27 @@
 #include "fuzz/FlacDrive.h"
 
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "engine/decoders/FLACDecoder.h"
 #include "engine/memory/MemoryFileHandle.h"
+#include "fuzz/DecoderDrive.h"
 #include "support/FlacFixture.h"
 
 namespace velorin::test {
 namespace {
 
-constexpr std::uint32_t kMaxRead = 5000;
-constexpr int kMaxFinalReads = 400;
-
-void require(bool kept, const char* promise) {
-  if (kept) return;
-  std::fprintf(stderr, "broken promise: %s\n", promise);
-  std::abort();
-}
-
-void readOnce(FLACDecoder& decoder, PlanarBuffers& buffers, std::uint32_t frames, bool asFloat) {
-  const std::int64_t before = decoder.currentPosition();
-  const DecodeResult result = decoder.read(buffers.list(), frames, asFloat);
-  require(result.status == 0, "a read succeeds");
-  require(result.frames <= frames, "no more frames than wanted");
-  require(decoder.currentPosition() >= before + result.frames, "the position counts frames");
-  require(result.frames == frames || decoder.isEOF(), "a short read is the end");
-  if (!asFloat) return;
+void keepsPromises(const FLACDecoder& decoder, const DecoderRead& read) {
+  // Lost frames are counted where they are passed over.
+  require(decoder.currentPosition() >= read.before + read.frames, "the position counts frames");
+  require(read.frames == read.wanted || decoder.isEOF(), "a short read is the end");
+  if (!read.asFloat) return;
   for (std::uint32_t channel = 0; channel < decoder.channels(); ++channel) {
-    const float* samples = buffers.list().channel<float>(channel);
-    for (std::uint32_t i = 0; i < result.frames; ++i) {
+    const float* samples = read.list.channel<float>(channel);
+    for (std::uint32_t i = 0; i < read.frames; ++i) {
       require(std::fabs(samples[i]) <= 1.0f, "floats stay within full scale");
     }
   }
-}
-
-void seekOnce(FLACDecoder& decoder, std::int64_t target) {
-  const std::int64_t before = decoder.currentPosition();
-  const bool reached = decoder.seek(target);
-  const std::int64_t expected = reached ? std::max<std::int64_t>(target, 0) : before;
-  require(decoder.currentPosition() == expected, "a seek goes to its target or nowhere");
 }
 
 }  // namespace
@@ -55,35 +35,8 @@ void driveFlac(std::span<const std::uint8_t> input) {
     return;
   }
   FLACDecoder& decoder = *made.value();
-  // One channel more than the file has, so that the silent one is exercised too.
-  PlanarBuffers buffers(decoder.channels() + 1, kMaxRead, 4);
-  // Each step takes two bytes: what to do, and how far.
-  for (std::size_t i = 0; i + 1 < kFlacScriptBytes; i += 2) {
-    const std::uint32_t amount = input[i + 1];
-    switch (input[i] % 6) {
-      case 0:
-        readOnce(decoder, buffers, amount, false);
-        break;
-      case 1:
-        readOnce(decoder, buffers, amount * 19, true);
-        break;
-      case 2:
-        seekOnce(decoder, amount * 37);
-        break;
-      case 3:
-        seekOnce(decoder, decoder.totalFrames() - amount);
-        break;
-      case 4:
-        seekOnce(decoder, decoder.totalFrames() + amount);
-        break;
-      default:
-        seekOnce(decoder, decoder.totalFrames() / 256 * amount);
-        break;
-    }
-  }
-  for (int i = 0; i < kMaxFinalReads && !decoder.isEOF(); ++i) {
-    readOnce(decoder, buffers, kMaxRead, i % 2 == 0);
-  }
+  runScript(decoder, input.first(kFlacScriptBytes), 400,
+            [&](const DecoderRead& read) { keepsPromises(decoder, read); });
 }
 
 std::vector<FlacSeed> flacSeeds() {
